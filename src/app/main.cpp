@@ -1,0 +1,21 @@
+#include "platform/AppLogger.h"
+#include "platform/QSettingsStore.h"
+#include "sync/SyncManager.h"
+
+#include <QCoreApplication>
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QCoreApplication::setOrganizationName(QStringLiteral("nimbrell"));
+    QCoreApplication::setApplicationName(QStringLiteral("nimbrell"));
+    QCoreApplication::setApplicationVersion(QStringLiteral(NIMBRELL_VERSION));
+
+    QSettingsStore settings;
+    SyncManager syncManager(settings);
+    qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
+           NIMBRELL_VERSION, static_cast<long long>(syncManager.folders().size()),
+           syncManager.isGlobalSyncEnabled() ? "on" : "off",
+           static_cast<long long>(syncManager.globalSyncIntervalMinutes()));
+    return app.exec();
+}

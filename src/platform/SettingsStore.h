@@ -1,0 +1,16 @@
+#pragma once
+
+#include <QString>
+
+// The per-user defaults store: booleans and integers by key. An absent key
+// reads as false or 0.
+class SettingsStore
+{
+public:
+    virtual ~SettingsStore() = default;
+
+    virtual bool boolValue(const QString &key) const = 0;
+    virtual qint64 integerValue(const QString &key) const = 0;
+    virtual void setBoolValue(const QString &key, bool value) = 0;
+    virtual void setIntegerValue(const QString &key, qint64 value) = 0;
+};

@@ -1,0 +1,231 @@
+#include "sync/SyncManager.h"
+
+#include "model/FolderStore.h"
+#include "model/UuidString.h"
+#include "platform/AppLogger.h"
+#include "platform/SettingsStore.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QSaveFile>
+
+#include <filesystem>
+
+using namespace std::chrono_literals;
+
+SyncManager::SyncManager(SettingsStore &settings, QObject *parent)
+    : QObject(parent)
+    , m_isGlobalSyncEnabled(settings.boolValue(kGlobalSyncEnabledKey))
+    , m_globalSyncIntervalMinutes(settings.integerValue(kGlobalSyncIntervalKey))
+    , m_dataFilePath(QDir::home().filePath(QStringLiteral(".config/rclone/rclone_sync_folders.json")))
+    , m_settings(settings)
+{
+    // Absent and 0 both mean "never chosen".
+    if (m_globalSyncIntervalMinutes == 0)
+        m_globalSyncIntervalMinutes = kDefaultGlobalSyncIntervalMinutes;
+
+    loadFolders();
+    updateWatchers();
+
+    m_periodicTimer.setInterval(60s);
+    connect(&m_periodicTimer, &QTimer::timeout, this, &SyncManager::periodicCheck);
+    m_periodicTimer.start();
+
+    if (m_isGlobalSyncEnabled)
+        syncAllFolders();
+}
+
+SyncManager::~SyncManager() = default;
+
+std::optional<SyncFolder> SyncManager::folder(const QUuid &id) const
+{
+    const qsizetype row = indexOf(id);
+    return row < 0 ? std::nullopt : std::optional(m_folders.at(row));
+}
+
+void SyncManager::setGlobalSyncEnabled(bool enabled)
+{
+    const bool changed = m_isGlobalSyncEnabled != enabled;
+    m_isGlobalSyncEnabled = enabled;
+    qCInfo(lcSyncManager, "Global sync enabled changed to: %s", AppLogger::boolText(enabled));
+    m_settings.setBoolValue(kGlobalSyncEnabledKey, enabled);
+    if (changed)
+        emit isGlobalSyncEnabledChanged(enabled);
+    updateWatchers();
+    if (enabled)
+        syncAllFolders();
+    else
+        cancelAllSyncs();
+}
+
+void SyncManager::setGlobalSyncIntervalMinutes(qint64 minutes)
+{
+    const bool changed = m_globalSyncIntervalMinutes != minutes;
+    m_globalSyncIntervalMinutes = minutes;
+    qCInfo(lcSyncManager, "Global sync interval changed to: %lld", static_cast<long long>(minutes));
+    m_settings.setIntegerValue(kGlobalSyncIntervalKey, minutes);
+    // The periodic check reads the interval on every tick: no timer to rebuild.
+    if (changed)
+        emit globalSyncIntervalMinutesChanged(minutes);
+}
+
+void SyncManager::addFolder(const SyncFolder &folder)
+{
+    m_folders.append(folder);
+    emit folderInserted(m_folders.size() - 1);
+    saveFolders();
+    updateWatchers();
+}
+
+void SyncManager::updateFolder(const SyncFolder &folder)
+{
+    const qsizetype row = indexOf(folder.id);
+    if (row < 0)
+        return;
+    // An edit made while a run is under way (or after it) must not reset what
+    // the run shows.
+    const SyncFolder &stored = m_folders.at(row);
+    SyncFolder updated = folder;
+    updated.status = stored.status;
+    updated.progress = stored.progress;
+    updated.currentTargetIndex = stored.currentTargetIndex;
+    updated.transferredSize = stored.transferredSize;
+    updated.transferredFiles = stored.transferredFiles;
+    updated.transferSpeed = stored.transferSpeed;
+    updated.lastSync = stored.lastSync;
+    updated.lastError = stored.lastError;
+    replaceFolder(row, updated);
+    saveFolders();
+    updateWatchers();
+}
+
+void SyncManager::deleteFolder(const QUuid &id)
+{
+    cancelSync(id);
+    for (qsizetype row = m_folders.size() - 1; row >= 0; --row) {
+        if (m_folders.at(row).id == id) {
+            m_folders.removeAt(row);
+            emit folderRemoved(row);
+        }
+    }
+    saveFolders();
+    updateWatchers();
+}
+
+void SyncManager::saveFolders()
+{
+    QDir().mkpath(QFileInfo(m_dataFilePath).path());
+    const std::optional<QByteArray> bytes = FolderStore::encode(m_folders);
+    if (!bytes)
+        return;
+    if (m_hasUnreadableStore && !setAsideUnreadableStore())
+        return;
+    // Written beside the store and renamed over it, so a crash or a full disk
+    // never leaves a half-written store.
+    QSaveFile file(m_dataFilePath);
+    if (!file.open(QIODevice::WriteOnly))
+        return;
+    file.write(*bytes);
+    file.commit();
+}
+
+void SyncManager::syncFolder(const QUuid &id)
+{
+    Q_UNUSED(id); // Runs are started here once the rclone engine drives them.
+}
+
+void SyncManager::syncAllFolders()
+{
+    // Collect first: starting a run changes the folder records.
+    QList<QUuid> due;
+    for (const SyncFolder &folder : std::as_const(m_folders)) {
+        if (folder.status != SyncStatus::syncing)
+            due.append(folder.id);
+    }
+    for (const QUuid &id : std::as_const(due))
+        syncFolder(id);
+}
+
+void SyncManager::cancelSync(const QUuid &id)
+{
+    qCInfo(lcSyncManager, "Canceling sync for folder ID: %s", qPrintable(uuidString(id)));
+    const qsizetype row = indexOf(id);
+    if (row < 0)
+        return;
+    SyncFolder folder = m_folders.at(row);
+    folder.status = SyncStatus::idle;
+    folder.progress = 0.0;
+    folder.currentTargetIndex.reset();
+    folder.transferredSize.reset();
+    folder.transferredFiles.reset();
+    folder.transferSpeed.reset();
+    replaceFolder(row, folder);
+    saveFolders();
+}
+
+void SyncManager::cancelAllSyncs()
+{
+    QList<QUuid> ids;
+    ids.reserve(m_folders.size());
+    for (const SyncFolder &folder : std::as_const(m_folders))
+        ids.append(folder.id);
+    for (const QUuid &id : std::as_const(ids))
+        cancelSync(id);
+}
+
+void SyncManager::updateWatchers()
+{
+    // Folder watchers are reconciled here once file events are watched.
+}
+
+void SyncManager::periodicCheck()
+{
+    // Folders whose interval has passed are synced here once runs exist.
+}
+
+void SyncManager::loadFolders()
+{
+    // A missing store is a first start; an unreadable one shows as an empty
+    // list, and is kept aside (not destroyed) by the first save.
+    QFile file(m_dataFilePath);
+    if (!file.exists())
+        return;
+    if (!file.open(QIODevice::ReadOnly)) {
+        m_hasUnreadableStore = true;
+        return;
+    }
+    std::optional<QList<SyncFolder>> folders = FolderStore::decode(file.readAll());
+    if (!folders || file.error() != QFileDevice::NoError) {
+        m_hasUnreadableStore = true;
+        return;
+    }
+    m_folders = *std::move(folders);
+}
+
+bool SyncManager::setAsideUnreadableStore()
+{
+    // rename(2) replaces an older copy in one step.
+    std::error_code error;
+    std::filesystem::rename(QFile::encodeName(m_dataFilePath).toStdString(),
+                            QFile::encodeName(m_dataFilePath + QStringLiteral(".unreadable")).toStdString(), error);
+    if (error && QFileInfo::exists(m_dataFilePath))
+        return false;
+    m_hasUnreadableStore = false;
+    return true;
+}
+
+qsizetype SyncManager::indexOf(const QUuid &id) const
+{
+    for (qsizetype row = 0; row < m_folders.size(); ++row) {
+        if (m_folders.at(row).id == id)
+            return row;
+    }
+    return -1;
+}
+
+void SyncManager::replaceFolder(qsizetype row, const SyncFolder &folder)
+{
+    m_folders[row] = folder;
+    emit folderChanged(row);
+}

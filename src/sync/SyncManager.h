@@ -1,0 +1,80 @@
+#pragma once
+
+#include "model/SyncFolder.h"
+
+#include <QList>
+#include <QObject>
+#include <QTimer>
+#include <QUuid>
+
+class SettingsStore;
+
+// Owns the sync folders, the two automatic-sync settings, the folder store on
+// disk and (as they land) the runs and watchers of every folder. Lives on the
+// main thread; screens observe it and call its operations.
+class SyncManager final : public QObject
+{
+    Q_OBJECT
+    Q_PROPERTY(bool isGlobalSyncEnabled READ isGlobalSyncEnabled WRITE setGlobalSyncEnabled NOTIFY
+                   isGlobalSyncEnabledChanged)
+    Q_PROPERTY(qint64 globalSyncIntervalMinutes READ globalSyncIntervalMinutes WRITE setGlobalSyncIntervalMinutes
+                   NOTIFY globalSyncIntervalMinutesChanged)
+
+public:
+    static inline const QString kGlobalSyncEnabledKey = QStringLiteral("isGlobalSyncEnabled");
+    static inline const QString kGlobalSyncIntervalKey = QStringLiteral("globalSyncIntervalMinutes");
+    static constexpr qint64 kDefaultGlobalSyncIntervalMinutes = 60;
+
+    // Reads the settings, loads the folder store under the home directory and
+    // starts automatic syncing when it is on.
+    explicit SyncManager(SettingsStore &settings, QObject *parent = nullptr);
+    ~SyncManager() override;
+
+    const QList<SyncFolder> &folders() const { return m_folders; }
+    std::optional<SyncFolder> folder(const QUuid &id) const;
+
+    bool isGlobalSyncEnabled() const { return m_isGlobalSyncEnabled; }
+    void setGlobalSyncEnabled(bool enabled);
+    qint64 globalSyncIntervalMinutes() const { return m_globalSyncIntervalMinutes; }
+    void setGlobalSyncIntervalMinutes(qint64 minutes);
+
+    // ~/.config/rclone/rclone_sync_folders.json
+    const QString &dataFilePath() const { return m_dataFilePath; }
+
+    void addFolder(const SyncFolder &folder);
+    // Replaces the folder with the same id but keeps what its run shows.
+    void updateFolder(const SyncFolder &folder);
+    void deleteFolder(const QUuid &id);
+    void saveFolders();
+
+    void syncFolder(const QUuid &id);
+    void syncAllFolders();
+    void cancelSync(const QUuid &id);
+    void cancelAllSyncs();
+    void updateWatchers();
+
+signals:
+    void isGlobalSyncEnabledChanged(bool enabled);
+    void globalSyncIntervalMinutesChanged(qint64 minutes);
+    // The folder list changed at one row (after the change).
+    void folderInserted(qsizetype row);
+    void folderChanged(qsizetype row);
+    void folderRemoved(qsizetype row);
+
+private:
+    void loadFolders();
+    bool setAsideUnreadableStore();
+    void periodicCheck();
+    qsizetype indexOf(const QUuid &id) const;
+    void replaceFolder(qsizetype row, const SyncFolder &folder);
+
+    QList<SyncFolder> m_folders;
+    bool m_isGlobalSyncEnabled = false;
+    qint64 m_globalSyncIntervalMinutes = kDefaultGlobalSyncIntervalMinutes;
+    QString m_dataFilePath;
+    SettingsStore &m_settings;
+    QTimer m_periodicTimer;
+    // The store on disk could not be read; it is set aside before the first
+    // save replaces it.
+    bool m_hasUnreadableStore = false;
+};

@@ -1,0 +1,300 @@
+#include "fakes/MemorySettingsStore.h"
+#include "model/FolderStore.h"
+#include "sync/SyncManager.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRandomGenerator>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+namespace {
+
+SyncFolder makeFolder(const QString &name, int targets = 1)
+{
+    SyncFolder folder;
+    folder.name = name;
+    folder.localPath = "/home/user/" + name;
+    for (int i = 0; i < targets; ++i)
+        folder.remoteTargets.append(RemoteTarget{QUuid::createUuid(), "remote" + QString::number(i), name, false});
+    return folder;
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(bytes), bytes.size());
+}
+
+} // namespace
+
+class TestSyncManager : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_home;
+    QByteArray m_realHome;
+    MemorySettingsStore m_settings;
+
+    QString storePath() const { return m_home.filePath(".config/rclone/rclone_sync_folders.json"); }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        QVERIFY(m_home.isValid());
+        m_realHome = qgetenv("HOME");
+        qputenv("HOME", QFile::encodeName(m_home.path()));
+    }
+    void cleanupTestCase() { qputenv("HOME", m_realHome); }
+
+    void init()
+    {
+        QDir(m_home.path()).removeRecursively();
+        QDir().mkpath(m_home.path());
+        m_settings = MemorySettingsStore();
+    }
+
+    void settingsDefaults_data()
+    {
+        QTest::addColumn<QVariant>("storedEnabled");
+        QTest::addColumn<QVariant>("storedInterval");
+        QTest::addColumn<bool>("enabled");
+        QTest::addColumn<qint64>("interval");
+        QTest::newRow("first launch") << QVariant() << QVariant() << false << qint64(60);
+        QTest::newRow("stored zero interval") << QVariant(true) << QVariant(0) << true << qint64(60);
+        QTest::newRow("stored values") << QVariant(true) << QVariant(15) << true << qint64(15);
+        QTest::newRow("interval not a number") << QVariant(false) << QVariant("soon") << false << qint64(60);
+    }
+    void settingsDefaults()
+    {
+        QFETCH(QVariant, storedEnabled);
+        QFETCH(QVariant, storedInterval);
+        if (storedEnabled.isValid())
+            m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, storedEnabled);
+        if (storedInterval.isValid())
+            m_settings.values.insert(SyncManager::kGlobalSyncIntervalKey, storedInterval);
+
+        SyncManager manager(m_settings);
+        QFETCH(bool, enabled);
+        QFETCH(qint64, interval);
+        QCOMPARE(manager.isGlobalSyncEnabled(), enabled);
+        QCOMPARE(manager.globalSyncIntervalMinutes(), interval);
+        QCOMPARE(m_settings.writes, 0); // construction writes nothing back
+        QCOMPARE(manager.dataFilePath(), storePath());
+    }
+
+    void settersStoreAndLog()
+    {
+        SyncManager manager(m_settings);
+        QSignalSpy enabledSpy(&manager, &SyncManager::isGlobalSyncEnabledChanged);
+        QSignalSpy intervalSpy(&manager, &SyncManager::globalSyncIntervalMinutesChanged);
+
+        QTest::ignoreMessage(QtInfoMsg, "Global sync enabled changed to: true");
+        manager.setGlobalSyncEnabled(true);
+        QCOMPARE(m_settings.values.value(SyncManager::kGlobalSyncEnabledKey), QVariant(true));
+        QCOMPARE(enabledSpy.count(), 1);
+
+        QTest::ignoreMessage(QtInfoMsg, "Global sync enabled changed to: false");
+        manager.setGlobalSyncEnabled(false);
+        QCOMPARE(m_settings.values.value(SyncManager::kGlobalSyncEnabledKey), QVariant(false));
+
+        QTest::ignoreMessage(QtInfoMsg, "Global sync interval changed to: 15");
+        manager.setGlobalSyncIntervalMinutes(15);
+        QCOMPARE(m_settings.values.value(SyncManager::kGlobalSyncIntervalKey), QVariant(qint64(15)));
+        QCOMPARE(manager.globalSyncIntervalMinutes(), 15);
+        QCOMPARE(intervalSpy.count(), 1);
+
+        SyncManager reread(m_settings);
+        QCOMPARE(reread.globalSyncIntervalMinutes(), 15);
+        QVERIFY(!reread.isGlobalSyncEnabled());
+    }
+
+    void firstSaveCreatesTheStore()
+    {
+        SyncManager manager(m_settings);
+        QVERIFY(manager.folders().isEmpty());
+        QVERIFY(!QFileInfo::exists(storePath()));
+
+        const SyncFolder folder = makeFolder("Docs");
+        QSignalSpy inserted(&manager, &SyncManager::folderInserted);
+        manager.addFolder(folder);
+        QCOMPARE(inserted.count(), 1);
+        QCOMPARE(inserted.at(0).at(0).value<qsizetype>(), 0);
+        QCOMPARE(readFile(storePath()), FolderStore::encode({folder}).value());
+        // Only the store is left behind: no temporary file, no aside copy.
+        QCOMPARE(QDir(QFileInfo(storePath()).path()).entryList(QDir::Files), QStringList{"rclone_sync_folders.json"});
+    }
+
+    void loadsWhatWasSaved()
+    {
+        QList<SyncFolder> saved;
+        {
+            SyncManager manager(m_settings);
+            for (const char *name : {"A", "B", "C"}) {
+                saved.append(makeFolder(name, 2));
+                manager.addFolder(saved.last());
+            }
+        }
+        SyncManager reloaded(m_settings);
+        QCOMPARE(reloaded.folders(), saved);
+    }
+
+    void syncingStatusSurvivesARestart()
+    {
+        SyncFolder folder = makeFolder("Busy");
+        folder.status = SyncStatus::syncing;
+        folder.progress = 0.3;
+        writeFile(storePath(), FolderStore::encode({folder}).value());
+
+        SyncManager manager(m_settings);
+        QCOMPARE(manager.folders().value(0).status, SyncStatus::syncing);
+
+        // Cancelling is how the user gets it back to idle.
+        QTest::ignoreMessage(QtInfoMsg,
+                             qPrintable("Canceling sync for folder ID: " + folder.id.toString(QUuid::WithoutBraces).toUpper()));
+        manager.cancelSync(folder.id);
+        QCOMPARE(manager.folders().value(0).status, SyncStatus::idle);
+        QCOMPARE(manager.folders().value(0).progress, 0.0);
+        QCOMPARE(FolderStore::decode(readFile(storePath())).value().value(0).status, SyncStatus::idle);
+    }
+
+    void unreadableStoreIsSetAside_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        const QByteArray good = FolderStore::encode({makeFolder("A"), makeFolder("B")}).value();
+        QTest::newRow("truncated") << good.left(good.size() - 10);
+        QTest::newRow("not JSON") << QByteArray("hello");
+        QTest::newRow("wrong type") << QByteArray(R"({"folders":[]})");
+        QTest::newRow("unknown status") << QByteArray(good).replace(R"("idle")", R"("paused")");
+        QTest::newRow("target without id") << QByteArray(good).replace(R"("remoteTargets":[{"id")", R"("remoteTargets":[{"di")");
+        QTest::newRow("empty") << QByteArray();
+
+        QByteArray garbage(50 * 1024 * 1024, Qt::Uninitialized);
+        QRandomGenerator generator(42);
+        generator.fillRange(reinterpret_cast<quint32 *>(garbage.data()), garbage.size() / 4);
+        QTest::newRow("50 MB of garbage") << garbage;
+    }
+    void unreadableStoreIsSetAside()
+    {
+        QFETCH(QByteArray, bytes);
+        writeFile(storePath(), bytes);
+        writeFile(storePath() + ".unreadable", "an older copy");
+
+        SyncManager manager(m_settings);
+        QVERIFY(manager.folders().isEmpty());
+        QCOMPARE(readFile(storePath()), bytes); // loading alone changes nothing
+
+        const SyncFolder folder = makeFolder("New");
+        manager.addFolder(folder);
+        QCOMPARE(readFile(storePath() + ".unreadable"), bytes);
+        QCOMPARE(FolderStore::decode(readFile(storePath())), QList<SyncFolder>{folder});
+
+        // Later saves leave the copy alone.
+        manager.addFolder(makeFolder("Second"));
+        QCOMPARE(readFile(storePath() + ".unreadable"), bytes);
+    }
+
+    void updateKeepsRunState()
+    {
+        SyncFolder stored = makeFolder("Docs", 2);
+        stored.status = SyncStatus::syncing;
+        stored.progress = 0.4;
+        stored.currentTargetIndex = 1;
+        stored.transferredSize = "1 MiB / 2 MiB";
+        stored.transferredFiles = "1 / 2";
+        stored.transferSpeed = "1 MiB/s";
+        stored.lastSync = QDateTime::currentDateTimeUtc().addDays(-1);
+        stored.lastError = "old error";
+        writeFile(storePath(), FolderStore::encode({makeFolder("Other"), stored}).value());
+        SyncManager manager(m_settings);
+
+        SyncFolder edited = makeFolder("Renamed", 1);
+        edited.id = stored.id;
+        edited.localPath = "/elsewhere";
+        edited.filters = {false, true, false};
+        edited.conflictResolution = ConflictResolution::localWins;
+        edited.periodicIntervalMinutes = 5;
+        edited.localPathBookmarkData = QByteArray("bm");
+        edited.status = SyncStatus::idle; // whatever the editor held is ignored
+        edited.progress = 0;
+
+        QSignalSpy changed(&manager, &SyncManager::folderChanged);
+        manager.updateFolder(edited);
+        QCOMPARE(changed.count(), 1);
+        QCOMPARE(changed.at(0).at(0).value<qsizetype>(), 1);
+
+        SyncFolder expected = edited;
+        expected.status = stored.status;
+        expected.progress = stored.progress;
+        expected.currentTargetIndex = stored.currentTargetIndex;
+        expected.transferredSize = stored.transferredSize;
+        expected.transferredFiles = stored.transferredFiles;
+        expected.transferSpeed = stored.transferSpeed;
+        expected.lastSync = stored.lastSync;
+        expected.lastError = stored.lastError;
+        QCOMPARE(manager.folders().value(1), expected);
+        QCOMPARE(FolderStore::decode(readFile(storePath())).value().value(1), expected);
+    }
+
+    void updateOfAnUnknownFolderWritesNothing()
+    {
+        SyncManager manager(m_settings);
+        QSignalSpy changed(&manager, &SyncManager::folderChanged);
+        manager.updateFolder(makeFolder("Ghost"));
+        QVERIFY(manager.folders().isEmpty());
+        QVERIFY(changed.isEmpty());
+        QVERIFY(!QFileInfo::exists(storePath()));
+    }
+
+    void deleteRemovesTheFolderOnly()
+    {
+        const SyncFolder a = makeFolder("A"), b = makeFolder("B"), c = makeFolder("C");
+        writeFile(storePath(), FolderStore::encode({a, b, c}).value());
+        SyncManager manager(m_settings);
+        QSignalSpy removed(&manager, &SyncManager::folderRemoved);
+
+        manager.deleteFolder(b.id);
+        QCOMPARE(manager.folders(), (QList<SyncFolder>{a, c}));
+        QCOMPARE(removed.count(), 1);
+        QCOMPARE(removed.at(0).at(0).value<qsizetype>(), 1);
+        QCOMPARE(FolderStore::decode(readFile(storePath())), (QList<SyncFolder>{a, c}));
+
+        manager.deleteFolder(QUuid::createUuid()); // unknown: nothing removed
+        QCOMPARE(manager.folders().size(), 2);
+    }
+
+    void deleteRemovesEveryDuplicateOfTheId()
+    {
+        const SyncFolder a = makeFolder("A"), b = makeFolder("B");
+        SyncFolder twin = makeFolder("A twin");
+        twin.id = a.id;
+        writeFile(storePath(), FolderStore::encode({a, b, twin}).value());
+        SyncManager manager(m_settings);
+        manager.deleteFolder(a.id);
+        QCOMPARE(manager.folders(), QList<SyncFolder>{b});
+    }
+
+    void saveSkipsARecordThatCannotBeWritten()
+    {
+        SyncManager manager(m_settings);
+        manager.addFolder(makeFolder("Good"));
+        const QByteArray before = readFile(storePath());
+
+        SyncFolder bad = makeFolder("Bad");
+        bad.progress = std::numeric_limits<double>::quiet_NaN();
+        manager.addFolder(bad);
+        QCOMPARE(readFile(storePath()), before);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSyncManager)
+#include "tst_syncmanager.moc"
