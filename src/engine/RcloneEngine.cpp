@@ -1,0 +1,617 @@
+#include "engine/RcloneEngine.h"
+
+#include "engine/ProgressParser.h"
+#include "engine/RcloneJob.h"
+#include "platform/AppLogger.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFileInfo>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QPointer>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QStringDecoder>
+#include <QTimer>
+
+#include <cerrno>
+#include <csignal>
+#include <limits>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+// A short command's output is kept up to this size per stream; the rest is
+// read and dropped, so a runaway rclone cannot exhaust memory.
+constexpr qsizetype kMaxCapturedBytes = 8 * 1024 * 1024;
+// A bisync output line longer than this is cut into pieces.
+constexpr qsizetype kMaxLineBytes = 64 * 1024;
+// The error text of a failed bisync is built from its last lines only.
+constexpr qsizetype kTailLines = 15;
+// How long a terminated child may take to stop before it is killed.
+constexpr auto kKillDelay = 5s;
+
+const QRegularExpression &ansiExpression()
+{
+    static const QRegularExpression expression(QStringLiteral("\x1b\\[[0-9;]*[A-Za-z]"));
+    return expression;
+}
+
+const QRegularExpression &lockExpression()
+{
+    static const QRegularExpression expression(QStringLiteral("prior lock file found:\\s*([^\\n\\r]+?\\.lck)"));
+    return expression;
+}
+
+// UTF-8 text, or the empty text when the bytes are not valid UTF-8.
+QString decodeUtf8OrEmpty(const QByteArray &bytes)
+{
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    QString text = decoder.decode(bytes);
+    return decoder.hasError() ? QString() : text;
+}
+
+// ["bisync", "/home/ann/Documents", ...]
+QString describeArguments(const QStringList &arguments)
+{
+    QStringList quoted;
+    quoted.reserve(arguments.size());
+    for (QString argument : arguments) {
+        argument.replace(u'\\', QStringLiteral("\\\\")).replace(u'"', QStringLiteral("\\\""));
+        quoted.append(u'"' + argument + u'"');
+    }
+    return u'[' + quoted.join(QStringLiteral(", ")) + u']';
+}
+
+QStringView trimBlanks(QStringView text)
+{
+    while (!text.isEmpty() && (text.front() == u' ' || text.front() == u'\t'))
+        text = text.sliced(1);
+    while (!text.isEmpty() && (text.back() == u' ' || text.back() == u'\t'))
+        text.chop(1);
+    return text;
+}
+
+// The lines of a text, split at any line break, without empty ones.
+QStringList nonEmptyLines(const QString &text)
+{
+    static const QRegularExpression lineBreak(QStringLiteral("[\\n\\r\\x{2028}\\x{2029}\\x{85}\\v\\f]"));
+    return text.split(lineBreak, Qt::SkipEmptyParts);
+}
+
+bool isRunningRclone(qint64 pid)
+{
+    if (pid <= 0 || pid > std::numeric_limits<pid_t>::max())
+        return false;
+    if (::kill(static_cast<pid_t>(pid), 0) != 0 && errno != EPERM)
+        return false;
+    // A process id of a dead bisync may since have gone to another program.
+    QFile comm(QStringLiteral("/proc/%1/comm").arg(pid));
+    if (!comm.open(QIODevice::ReadOnly))
+        return true;
+    return comm.readAll().startsWith("rclone");
+}
+
+// A lock is stale when it is a lock file of our work directory and the
+// process that wrote it is gone. A lock of a live bisync, or a path that the
+// output of a hostile remote could have put into rclone's message, is never
+// touched.
+bool isStaleLock(const QString &lockPath)
+{
+    const QFileInfo lock(lockPath);
+    if (!lock.isAbsolute() || lock.isSymLink() || !lock.isFile())
+        return false;
+    const QString workDirectory = QDir(RcloneEngine::workDirectory()).canonicalPath();
+    if (workDirectory.isEmpty() || lock.absoluteDir().canonicalPath() != workDirectory)
+        return false;
+    QFile file(lockPath);
+    if (!file.open(QIODevice::ReadOnly))
+        return false;
+    // {"Session": ..., "PID": "13481", ...}
+    const QJsonValue pid = QJsonDocument::fromJson(file.read(64 * 1024)).object().value(QLatin1String("PID"));
+    const qint64 id = pid.isString() ? pid.toString().toLongLong() : pid.toInteger();
+    return !isRunningRclone(id);
+}
+
+// Calls back only while the caller's context object exists (always, when the
+// call had none).
+class Receiver
+{
+public:
+    explicit Receiver(const QObject *context) : m_context(context), m_hadContext(context != nullptr) {}
+    bool isAlive() const { return !m_hadContext || m_context; }
+
+private:
+    QPointer<const QObject> m_context;
+    bool m_hadContext;
+};
+
+// One rclone child process: its launch, its output and its termination.
+class Child final : public QObject
+{
+public:
+    enum class Output { separate, merged };
+    struct Exit
+    {
+        enum class How { exited, launchFailed, cancelled };
+        How how = How::exited;
+        int code = 0; // exit status, or the signal that ended it
+        QString launchError;
+    };
+
+    std::function<void(const QByteArray &line)> onLine; // merged output, line by line
+    std::function<void(const Exit &exit)> onExit;
+
+    Child(const QString &program, const QStringList &arguments, Output output, QObject *parent)
+        : QObject(parent)
+        , m_output(output)
+    {
+        m_process.setProgram(program);
+        m_process.setArguments(arguments);
+        m_process.setProcessChannelMode(output == Output::merged ? QProcess::MergedChannels
+                                                                 : QProcess::SeparateChannels);
+        // Both streams are read as they arrive, so neither pipe can fill up.
+        connect(&m_process, &QProcess::readyReadStandardOutput, this, [this] { readOutput(); });
+        if (output == Output::separate)
+            connect(&m_process, &QProcess::readyReadStandardError, this, [this] { readError(); });
+        connect(&m_process, &QProcess::finished, this, [this](int code, QProcess::ExitStatus) {
+            readOutput();
+            if (m_output == Output::separate)
+                readError();
+            else if (!m_pending.isEmpty()) // a last line without a line break
+                emitLine(std::exchange(m_pending, {}));
+            m_killTimer.stop();
+            finish({m_cancelled ? Exit::How::cancelled : Exit::How::exited, code, {}});
+        });
+        connect(&m_process, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
+            if (error == QProcess::FailedToStart)
+                finish({m_cancelled ? Exit::How::cancelled : Exit::How::launchFailed, 0, m_process.errorString()});
+        });
+        m_killTimer.setSingleShot(true);
+        m_killTimer.setInterval(kKillDelay);
+        connect(&m_killTimer, &QTimer::timeout, &m_process, &QProcess::kill);
+    }
+
+    QProcess *process() { return &m_process; }
+    const QByteArray &standardOutput() const { return m_standardOutput; }
+    const QByteArray &standardError() const { return m_standardError; }
+
+    void start() { m_process.start(QIODevice::ReadOnly); }
+
+    void cancel()
+    {
+        if (m_finished || m_cancelled)
+            return;
+        m_cancelled = true;
+        if (m_process.state() != QProcess::NotRunning) {
+            m_process.terminate();
+            m_killTimer.start();
+        }
+    }
+
+private:
+    void finish(const Exit &exit)
+    {
+        if (std::exchange(m_finished, true))
+            return;
+        if (onExit)
+            onExit(exit);
+    }
+
+    void readOutput()
+    {
+        const QByteArray chunk = m_process.readAllStandardOutput();
+        if (m_output == Output::separate) {
+            capture(m_standardOutput, chunk);
+            return;
+        }
+        m_pending.append(chunk);
+        qsizetype start = 0;
+        for (qsizetype end = m_pending.indexOf('\n'); end >= 0; end = m_pending.indexOf('\n', start)) {
+            emitLine(m_pending.sliced(start, end - start));
+            start = end + 1;
+        }
+        m_pending.remove(0, start);
+        while (m_pending.size() > kMaxLineBytes) {
+            emitLine(m_pending.first(kMaxLineBytes));
+            m_pending.remove(0, kMaxLineBytes);
+        }
+    }
+
+    void readError() { capture(m_standardError, m_process.readAllStandardError()); }
+
+    static void capture(QByteArray &buffer, const QByteArray &chunk)
+    {
+        buffer.append(chunk.first(qMin(chunk.size(), qMax<qsizetype>(0, kMaxCapturedBytes - buffer.size()))));
+    }
+
+    void emitLine(QByteArray line)
+    {
+        if (line.endsWith('\r'))
+            line.chop(1);
+        if (onLine)
+            onLine(line);
+    }
+
+    QProcess m_process;
+    QTimer m_killTimer;
+    Output m_output;
+    QByteArray m_standardOutput;
+    QByteArray m_standardError;
+    QByteArray m_pending;
+    bool m_cancelled = false;
+    bool m_finished = false;
+};
+
+// run(arguments:): one short command, its standard output as the result.
+class RunJob final : public RcloneJob
+{
+public:
+    RunJob(const QString &rclone, const QStringList &arguments, const QObject *context,
+           RcloneEngine::Done<QString> done, QObject *parent)
+        : RcloneJob(parent)
+        , m_rclone(rclone)
+        , m_arguments(arguments)
+        , m_receiver(context)
+        , m_done(std::move(done))
+    {
+        QTimer::singleShot(0, this, &RunJob::begin);
+    }
+
+    void cancel() override
+    {
+        m_cancelled = true;
+        if (m_child)
+            m_child->cancel();
+    }
+
+private:
+    void begin()
+    {
+        if (m_cancelled)
+            return deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")});
+        qCDebug(lcEngine, "Executing rclone with arguments: %s", qUtf8Printable(describeArguments(m_arguments)));
+        m_child = new Child(m_rclone, m_arguments, Child::Output::separate, this);
+        m_child->onExit = [this](const Child::Exit &exit) { finished(exit); };
+        Q_EMIT processStarted(m_child->process());
+        m_child->start();
+    }
+
+    void finished(const Child::Exit &exit)
+    {
+        using How = Child::Exit::How;
+        if (exit.how == How::cancelled || m_cancelled)
+            return deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")});
+        if (exit.how == How::launchFailed)
+            return deliver(RcloneError{RcloneError::Kind::launchFailed, 0, exit.launchError});
+        if (exit.code == 0) {
+            qCDebug(lcEngine, "rclone execution successful");
+            return deliver(decodeUtf8OrEmpty(m_child->standardOutput()));
+        }
+        QString message = RcloneEngine::stripAnsi(decodeUtf8OrEmpty(m_child->standardError()));
+        if (message.isEmpty())
+            message = RcloneEngine::stripAnsi(decodeUtf8OrEmpty(m_child->standardOutput()));
+        if (message.isEmpty())
+            message = QStringLiteral("rclone exited with code %1").arg(exit.code);
+        qCCritical(lcEngine, "rclone exited with code %d: %s", exit.code, qUtf8Printable(message));
+        deliver(RcloneError{RcloneError::Kind::exitStatus, exit.code, message});
+    }
+
+    void deliver(const RcloneResult<QString> &result)
+    {
+        if (m_receiver.isAlive() && m_done)
+            m_done(result);
+        deleteLater();
+    }
+
+    QString m_rclone;
+    QStringList m_arguments;
+    Receiver m_receiver;
+    RcloneEngine::Done<QString> m_done;
+    Child *m_child = nullptr;
+    bool m_cancelled = false;
+};
+
+// bisync: remote mkdir, then the sync itself, then at most one retry.
+class BisyncJob final : public RcloneJob
+{
+public:
+    BisyncJob(RcloneEngine *engine, const BisyncRequest &request, const QObject *context,
+              RcloneEngine::ProgressHandler onProgress, RcloneEngine::Done<std::monostate> done)
+        : RcloneJob(engine)
+        , m_engine(engine)
+        , m_request(request)
+        , m_receiver(context)
+        , m_onProgress(std::move(onProgress))
+        , m_done(std::move(done))
+    {
+        QTimer::singleShot(0, this, [this] { attempt(m_request.isInitialSync, false); });
+    }
+
+    void cancel() override
+    {
+        m_cancelled = true;
+        if (m_mkdir)
+            m_mkdir->cancel();
+        if (m_child)
+            m_child->cancel();
+    }
+
+private:
+    void attempt(bool isInitialSync, bool isRetry)
+    {
+        if (m_cancelled)
+            return deliverCancelled();
+        m_isInitialSync = isInitialSync;
+        m_isRetry = isRetry;
+        qCInfo(lcEngine, "Starting bisync. Local: %s, Remote: %s, Initial: %s, Retry: %s",
+               qUtf8Printable(m_request.localPath), qUtf8Printable(m_request.remoteSpec),
+               AppLogger::boolText(isInitialSync), AppLogger::boolText(isRetry));
+        QDir().mkpath(RcloneEngine::workDirectory()); // rclone reports the failure, if any
+        // The remote directory may already exist: the outcome is ignored.
+        m_mkdir = m_engine->run({QStringLiteral("mkdir"), m_request.remoteSpec}, this,
+                                [this](const RcloneResult<QString> &) {
+                                    m_mkdir = nullptr;
+                                    launch();
+                                });
+    }
+
+    void launch()
+    {
+        if (m_cancelled)
+            return deliverCancelled();
+        BisyncRequest request = m_request;
+        request.isInitialSync = m_isInitialSync;
+        m_tail.clear();
+        m_child = new Child(m_engine->rclonePath(), RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()),
+                            Child::Output::merged, this);
+        m_child->onLine = [this](const QByteArray &line) { readLine(QString::fromUtf8(line)); };
+        m_child->onExit = [this](const Child::Exit &exit) { exited(exit); };
+        Q_EMIT processStarted(m_child->process());
+        m_child->start();
+    }
+
+    void readLine(const QString &line)
+    {
+        m_tail.append(line);
+        if (m_tail.size() > kTailLines)
+            m_tail.removeFirst();
+        for (const QStringView piece : ProgressParser::splitStatistics(line)) {
+            if (const auto progress = ProgressParser::parseLine(piece); progress && m_onProgress && m_receiver.isAlive())
+                m_onProgress(*progress);
+        }
+    }
+
+    void exited(const Child::Exit &exit)
+    {
+        m_child->deleteLater();
+        m_child = nullptr;
+        using How = Child::Exit::How;
+        if (exit.how == How::cancelled || m_cancelled)
+            return deliverCancelled();
+        if (exit.how == How::launchFailed)
+            return deliver(RcloneError{RcloneError::Kind::launchFailed, 0, exit.launchError});
+        if (exit.code == 0)
+            return deliver(std::monostate());
+
+        const QString output = RcloneEngine::stripAnsi(m_tail.join(u'\n'));
+        if (!m_isRetry) {
+            if (output.contains(QLatin1String("prior lock file found:"))) {
+                const QRegularExpressionMatch match = lockExpression().match(output);
+                const QString lockPath = match.hasMatch() ? trimBlanks(match.capturedView(1)).toString() : QString();
+                if (!lockPath.isEmpty() && isStaleLock(lockPath)) {
+                    qCCritical(lcEngine, "Found bisync lock file at %s. Deleting and retrying...",
+                               qUtf8Printable(lockPath));
+                    QFile::remove(lockPath);
+                    return attempt(m_isInitialSync, true);
+                }
+            }
+            if (output.contains(QLatin1String("Must run --resync to recover"))) {
+                qCCritical(lcEngine, "Bisync requires --resync. Retrying with isInitialSync=true...");
+                return attempt(true, true);
+            }
+        }
+        qCCritical(lcEngine, "Bisync failed with status %d: %s", exit.code, qUtf8Printable(output));
+        deliver(RcloneError{RcloneError::Kind::exitStatus, exit.code,
+                            output.isEmpty() ? QStringLiteral("Unknown Error") : output});
+    }
+
+    void deliverCancelled() { deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")}); }
+
+    void deliver(const RcloneStatus &result)
+    {
+        if (std::exchange(m_delivered, true))
+            return;
+        if (m_receiver.isAlive() && m_done)
+            m_done(result);
+        deleteLater();
+    }
+
+    RcloneEngine *m_engine;
+    BisyncRequest m_request;
+    Receiver m_receiver;
+    RcloneEngine::ProgressHandler m_onProgress;
+    RcloneEngine::Done<std::monostate> m_done;
+    QPointer<RcloneJob> m_mkdir;
+    Child *m_child = nullptr;
+    QStringList m_tail;
+    bool m_isInitialSync = false;
+    bool m_isRetry = false;
+    bool m_cancelled = false;
+    bool m_delivered = false;
+};
+
+// Runs a command and turns its output into the call's value.
+template <typename T, typename Parse>
+RcloneJob *runAndParse(RcloneEngine *engine, const QStringList &arguments, const QObject *context,
+                       RcloneEngine::Done<T> done, Parse parse)
+{
+    return engine->run(arguments, context, [done = std::move(done), parse](const RcloneResult<QString> &result) {
+        if (!done)
+            return;
+        if (!result.ok())
+            return done(result.error());
+        done(parse(result.value()));
+    });
+}
+
+} // namespace
+
+RcloneEngine::RcloneEngine(QObject *parent)
+    : RcloneEngine(QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../libexec/nimbrell/rclone")),
+                   parent)
+{
+    if (!QFileInfo::exists(m_rclonePath))
+        qFatal("Failed to find rclone binary in bundle");
+}
+
+RcloneEngine::RcloneEngine(const QString &rclonePath, QObject *parent)
+    : QObject(parent)
+    , m_rclonePath(rclonePath)
+{
+}
+
+RcloneJob *RcloneEngine::run(const QStringList &arguments, const QObject *context, Done<QString> done)
+{
+    return new RunJob(m_rclonePath, arguments, context, std::move(done), this);
+}
+
+RcloneJob *RcloneEngine::bisync(const BisyncRequest &request, const QObject *context, ProgressHandler onProgress,
+                                Done<std::monostate> done)
+{
+    return new BisyncJob(this, request, context, std::move(onProgress), std::move(done));
+}
+
+RcloneJob *RcloneEngine::listRemotes(const QObject *context, Done<QList<CloudRemote>> done)
+{
+    return runAndParse(this, {QStringLiteral("listremotes"), QStringLiteral("--long")}, context, std::move(done),
+                       [](const QString &output) { return RcloneResult<QList<CloudRemote>>(parseRemoteList(output)); });
+}
+
+RcloneJob *RcloneEngine::createRemote(const QString &name, const QString &type, const QObject *context,
+                                      Done<std::monostate> done)
+{
+    return runAndParse(this,
+                       {QStringLiteral("config"), QStringLiteral("create"), name, type,
+                        QStringLiteral("--non-interactive")},
+                       context, std::move(done), [](const QString &) { return RcloneStatus(std::monostate()); });
+}
+
+RcloneJob *RcloneEngine::reconnectRemote(const QString &name, const QObject *context, Done<std::monostate> done)
+{
+    return runAndParse(this,
+                       {QStringLiteral("config"), QStringLiteral("reconnect"), name + u':',
+                        QStringLiteral("--auto-confirm")},
+                       context, std::move(done), [](const QString &) { return RcloneStatus(std::monostate()); });
+}
+
+RcloneJob *RcloneEngine::getSpaceInfo(const QString &name, const QObject *context, Done<RemoteSpaceInfo> done)
+{
+    return runAndParse(this, {QStringLiteral("about"), name + u':', QStringLiteral("--json")}, context,
+                       std::move(done), &RcloneEngine::parseSpaceInfo);
+}
+
+RcloneJob *RcloneEngine::getVersion(const QObject *context, Done<QString> done)
+{
+    return runAndParse(this, {QStringLiteral("version")}, context, std::move(done),
+                       [](const QString &output) { return RcloneResult<QString>(parseVersion(output)); });
+}
+
+QString RcloneEngine::workDirectory()
+{
+    return QDir::home().absoluteFilePath(QStringLiteral(".config/rclone/bisync_workdir"));
+}
+
+QStringList RcloneEngine::bisyncArguments(const BisyncRequest &request, const QString &workDirectory)
+{
+    QStringList arguments{QStringLiteral("bisync"),   request.localPath,
+                          request.remoteSpec,         QStringLiteral("--workdir"),
+                          workDirectory,              QStringLiteral("--create-empty-src-dirs"),
+                          QStringLiteral("-v"),       QStringLiteral("-P")};
+    if (request.isInitialSync)
+        arguments << QStringLiteral("--resync");
+    if (request.filters) {
+        const QString exclude = QStringLiteral("--exclude");
+        if (request.filters->excludeGit)
+            arguments << exclude << QStringLiteral(".git/**");
+        if (request.filters->excludeHidden)
+            arguments << exclude << QStringLiteral(".*/**") << exclude << QStringLiteral("**/.*");
+        if (request.filters->excludeNodeModules)
+            arguments << exclude << QStringLiteral("node_modules/**");
+    }
+    // "local" and "remote" are what this program has always passed for these
+    // two policies; they stay as they are.
+    QString resolve, loser;
+    switch (request.conflictResolution) {
+    case ConflictResolution::keepBoth:
+        resolve = QStringLiteral("newer"), loser = QStringLiteral("num");
+        break;
+    case ConflictResolution::newerWins:
+        resolve = QStringLiteral("newer"), loser = QStringLiteral("delete");
+        break;
+    case ConflictResolution::localWins:
+        resolve = QStringLiteral("local"), loser = QStringLiteral("delete");
+        break;
+    case ConflictResolution::remoteWins:
+        resolve = QStringLiteral("remote"), loser = QStringLiteral("delete");
+        break;
+    }
+    arguments << QStringLiteral("--conflict-resolve") << resolve << QStringLiteral("--conflict-loser") << loser;
+    return arguments;
+}
+
+QString RcloneEngine::stripAnsi(QString text)
+{
+    return text.remove(ansiExpression());
+}
+
+QList<CloudRemote> RcloneEngine::parseRemoteList(const QString &output)
+{
+    // "work docs:   alias  Team docs": the name, then the type, then (in newer
+    // rclone) a description.
+    QList<CloudRemote> remotes;
+    for (const QString &line : nonEmptyLines(output)) {
+        const QList<QStringView> parts = QStringView(line).split(u':', Qt::SkipEmptyParts);
+        if (parts.size() < 2)
+            continue;
+        const QStringView name = trimBlanks(parts[0]);
+        QStringView type = trimBlanks(parts[1]);
+        for (qsizetype i = 0; i < type.size(); ++i) {
+            if (type[i] == u' ' || type[i] == u'\t') {
+                type.truncate(i);
+                break;
+            }
+        }
+        if (!name.isEmpty() && !type.isEmpty())
+            remotes.append(CloudRemote{name.toString(), type.toString()});
+    }
+    return remotes;
+}
+
+RcloneResult<RemoteSpaceInfo> RcloneEngine::parseSpaceInfo(const QString &output)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(output.toUtf8(), &error);
+    if (error.error != QJsonParseError::NoError)
+        return RcloneError{RcloneError::Kind::badOutput, 0, error.errorString()};
+    if (!document.isObject())
+        return RcloneError{RcloneError::Kind::badOutput, 0, QStringLiteral("rclone's storage figures are not a JSON object")};
+    const QJsonObject object = document.object();
+    const auto integer = [&object](const char *key) -> std::optional<qint64> {
+        const QJsonValue value = object.value(QLatin1String(key));
+        // toInteger() takes integral numbers only; 0 is its fallback.
+        const qint64 number = value.toInteger(0);
+        if (!value.isDouble() || (number == 0 && value.toDouble() != 0.0))
+            return std::nullopt;
+        return number;
+    };
+    return RemoteSpaceInfo{integer("total"), integer("used"), integer("free"), integer("trashed")};
+}
+
+QString RcloneEngine::parseVersion(const QString &output)
+{
+    const QStringList lines = nonEmptyLines(output);
+    return lines.isEmpty() ? QStringLiteral("rclone Unknown") : lines.front();
+}
