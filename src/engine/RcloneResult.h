@@ -36,6 +36,8 @@ public:
     bool isCancelled() const { return !ok() && error().isCancelled(); }
     const T &value() const { return std::get<0>(m_result); }
     const RcloneError &error() const { return std::get<1>(m_result); }
+    // The error's description; empty on success.
+    QString errorDescription() const { return ok() ? QString() : error().description; }
 
 private:
     std::variant<T, RcloneError> m_result;

@@ -1,0 +1,264 @@
+// The engine against the real rclone: local, alias and WebDAV remotes in a
+// private HOME and rclone configuration.
+#include "engine/RcloneEngine.h"
+#include "engine/RcloneJob.h"
+#include "support/RcloneSandbox.h"
+
+#include <QDirIterator>
+#include <QEventLoop>
+#include <QPointer>
+#include <QSignalSpy>
+#include <QTimer>
+
+#include <csignal>
+
+namespace {
+
+template <typename T>
+struct Outcome
+{
+    std::optional<RcloneResult<T>> result;
+    QEventLoop loop;
+
+    RcloneEngine::Done<T> callback()
+    {
+        return [this](const RcloneResult<T> &r) {
+            result = r;
+            loop.quit();
+        };
+    }
+    bool wait(int timeoutMs = 60000)
+    {
+        if (!result) {
+            QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
+            loop.exec();
+        }
+        return result.has_value();
+    }
+};
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+// Relative paths of the files under a directory, sorted.
+QStringList filesUnder(const QString &root)
+{
+    QStringList files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext())
+        files.append(QDir(root).relativeFilePath(it.next()));
+    files.sort();
+    return files;
+}
+
+QStringList lockFiles()
+{
+    return QDir(RcloneEngine::workDirectory()).entryList({QStringLiteral("*.lck")}, QDir::Files);
+}
+
+} // namespace
+
+class TestRcloneReal : public QObject
+{
+    Q_OBJECT
+
+    BisyncRequest request(const QString &local, const QString &remote, bool initial) const
+    {
+        return BisyncRequest{local, remote, SyncFilterOptions(), ConflictResolution::keepBoth, initial};
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        qRegisterMetaType<QProcess *>();
+        QVERIFY2(QFileInfo(RcloneSandbox::rclone()).isExecutable(), "run scripts/setup to provide rclone");
+    }
+
+    void remoteCommands()
+    {
+        RcloneSandbox sandbox;
+        sandbox.addAlias(QStringLiteral("work docs"), sandbox.makeDirectory(QStringLiteral("docs")));
+        sandbox.addWebDav(QStringLiteral("dav"), sandbox.makeDirectory(QStringLiteral("dav")));
+        RcloneEngine engine(RcloneSandbox::rclone());
+
+        Outcome<QString> version;
+        engine.getVersion(nullptr, version.callback());
+        QVERIFY(version.wait());
+        QVERIFY2(version.result->value().startsWith("rclone v1."), qPrintable(version.result->value()));
+
+        // rclone refuses names it cannot keep, and says why.
+        Outcome<std::monostate> refused;
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code 2: .*config name contains invalid characters"));
+        engine.createRemote(QStringLiteral("my \"local\" $x"), QStringLiteral("local"), nullptr, refused.callback());
+        QVERIFY(refused.wait());
+        QVERIFY(refused.result->error().description.contains("config name contains invalid characters"));
+
+        Outcome<std::monostate> created;
+        engine.createRemote(QStringLiteral("my local"), QStringLiteral("local"), nullptr, created.callback());
+        QVERIFY(created.wait());
+        QVERIFY2(created.result->ok(), qPrintable(created.result->errorDescription()));
+
+        Outcome<QList<CloudRemote>> listed;
+        engine.listRemotes(nullptr, listed.callback());
+        QVERIFY(listed.wait());
+        // In the order of rclone's configuration file.
+        QCOMPARE(listed.result->value(), (QList<CloudRemote>{{"work docs", "alias"},
+                                                              {"dav", "webdav"},
+                                                              {"my local", "local"}}));
+
+        // Storage figures: real ones for a local disk, none from rclone's WebDAV server.
+        Outcome<RemoteSpaceInfo> local, dav;
+        engine.getSpaceInfo(QStringLiteral("my local"), nullptr, local.callback());
+        engine.getSpaceInfo(QStringLiteral("dav"), nullptr, dav.callback());
+        QVERIFY(local.wait() && dav.wait());
+        QVERIFY(local.result->value().total.value_or(0) > 0);
+        QVERIFY(local.result->value().free.value_or(0) > 0);
+        QCOMPARE(dav.result->value(), RemoteSpaceInfo());
+
+        // A local remote has no sign-in: rclone refuses, and says why.
+        Outcome<std::monostate> reconnected;
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code 2: "));
+        engine.reconnectRemote(QStringLiteral("my local"), nullptr, reconnected.callback());
+        QVERIFY(reconnected.wait());
+        QCOMPARE(reconnected.result->error().code, 2);
+        QVERIFY(!reconnected.result->error().description.isEmpty());
+
+        Outcome<QString> deleted;
+        engine.run({"config", "delete", "my local"}, nullptr, deleted.callback());
+        QVERIFY(deleted.wait());
+        QVERIFY(deleted.result->ok());
+        Outcome<QList<CloudRemote>> after;
+        engine.listRemotes(nullptr, after.callback());
+        QVERIFY(after.wait());
+        QCOMPARE(after.result->value().size(), 2);
+    }
+
+    void syncToWebDavAndBack()
+    {
+        RcloneSandbox sandbox;
+        const QString served = sandbox.makeDirectory(QStringLiteral("served"));
+        sandbox.addWebDav(QStringLiteral("dav"), served);
+        const QString local = sandbox.makeDirectory(QStringLiteral("My \"Docs\" $HOME; 1"));
+        writeFile(local + "/a b/ç ü.txt", "accents");
+        writeFile(local + "/日本/データ.bin", QByteArray(300000, 'x'));
+        writeFile(local + "/top level.txt", "top");
+        writeFile(local + "/.git/config", "excluded");
+        QDir().mkpath(local + "/empty dir");
+        RcloneEngine engine(RcloneSandbox::rclone());
+
+        QList<SyncProgress> progress;
+        Outcome<std::monostate> first;
+        engine.bisync(request(local, QStringLiteral("dav:Back up"), true), nullptr,
+                      [&](const SyncProgress &p) { progress.append(p); }, first.callback());
+        QVERIFY(first.wait());
+        QVERIFY2(first.result->ok(), qPrintable(first.result->errorDescription()));
+        QCOMPARE(filesUnder(served + "/Back up"),
+                 (QStringList{"a b/ç ü.txt", "top level.txt", "日本/データ.bin"}));
+        QVERIFY(QFileInfo(served + "/Back up/empty dir").isDir());
+        QCOMPARE(readFile(served + "/Back up/日本/データ.bin"), QByteArray(300000, 'x'));
+        QVERIFY(!progress.isEmpty());
+        QVERIFY(std::any_of(progress.begin(), progress.end(), [](const SyncProgress &p) {
+            return p.percentage == 1.0;
+        }));
+
+        // A change on the remote side comes back.
+        writeFile(served + "/Back up/from the server.txt", "remote");
+        Outcome<std::monostate> second;
+        engine.bisync(request(local, QStringLiteral("dav:Back up"), false), nullptr, {}, second.callback());
+        QVERIFY(second.wait());
+        QVERIFY2(second.result->ok(), qPrintable(second.result->errorDescription()));
+        QCOMPARE(readFile(local + "/from the server.txt"), QByteArray("remote"));
+        QVERIFY(lockFiles().isEmpty());
+    }
+
+    void staleLockIsRecovered()
+    {
+        RcloneSandbox sandbox;
+        const QString local = sandbox.makeDirectory(QStringLiteral("local"));
+        sandbox.addAlias(QStringLiteral("backup"), sandbox.makeDirectory(QStringLiteral("backup")));
+        writeFile(local + "/big.bin", QByteArray(2 * 1024 * 1024, 'b'));
+        const BisyncRequest r = request(local, QStringLiteral("backup:"), true);
+
+        // A bisync killed hard in the middle leaves its lock behind.
+        QDir().mkpath(RcloneEngine::workDirectory());
+        QProcess killed;
+        killed.start(RcloneSandbox::rclone(), RcloneEngine::bisyncArguments(r, RcloneEngine::workDirectory())
+                                                  << QStringLiteral("--bwlimit") << QStringLiteral("100k"));
+        QVERIFY(killed.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty(), 20000);
+        ::kill(static_cast<pid_t>(killed.processId()), SIGKILL);
+        QVERIFY(killed.waitForFinished());
+        const QString lock = RcloneEngine::workDirectory() + u'/' + lockFiles().value(0);
+
+        RcloneEngine engine(RcloneSandbox::rclone());
+        Outcome<std::monostate> outcome;
+        QTest::ignoreMessage(QtCriticalMsg, qPrintable("Found bisync lock file at " + lock + ". Deleting and retrying..."));
+        QPointer<RcloneJob> job = engine.bisync(r, nullptr, {}, outcome.callback());
+        QSignalSpy started(job.data(), &RcloneJob::processStarted);
+        QVERIFY(outcome.wait());
+        QVERIFY2(outcome.result->ok(), qPrintable(outcome.result->errorDescription()));
+        QCOMPARE(started.count(), 2);
+        QCOMPARE(readFile(sandbox.root() + "/backup/big.bin").size(), 2 * 1024 * 1024);
+        QVERIFY(lockFiles().isEmpty());
+    }
+
+    void resyncDemandIsRecovered()
+    {
+        RcloneSandbox sandbox;
+        const QString local = sandbox.makeDirectory(QStringLiteral("local"));
+        sandbox.addAlias(QStringLiteral("backup"), sandbox.makeDirectory(QStringLiteral("backup")));
+        writeFile(local + "/note.txt", "note");
+
+        // Never synced before, and not asked for an initial sync: rclone demands --resync.
+        RcloneEngine engine(RcloneSandbox::rclone());
+        Outcome<std::monostate> outcome;
+        QTest::ignoreMessage(QtCriticalMsg, "Bisync requires --resync. Retrying with isInitialSync=true...");
+        QPointer<RcloneJob> job = engine.bisync(request(local, QStringLiteral("backup:"), false), nullptr, {},
+                                                outcome.callback());
+        QSignalSpy started(job.data(), &RcloneJob::processStarted);
+        QVERIFY(outcome.wait());
+        QVERIFY2(outcome.result->ok(), qPrintable(outcome.result->errorDescription()));
+        QCOMPARE(started.count(), 2);
+        QCOMPARE(readFile(sandbox.root() + "/backup/note.txt"), QByteArray("note"));
+    }
+
+    void cancelLeavesNoLockAndNoChild()
+    {
+        RcloneSandbox sandbox;
+        const QString local = sandbox.makeDirectory(QStringLiteral("local"));
+        for (int i = 0; i < 300; ++i)
+            writeFile(local + QStringLiteral("/f%1.txt").arg(i), QByteArray::number(i));
+        sandbox.addWebDav(QStringLiteral("slow"), sandbox.makeDirectory(QStringLiteral("served")), true);
+        RcloneEngine engine(RcloneSandbox::rclone());
+
+        Outcome<std::monostate> outcome;
+        QList<QPointer<QProcess>> processes;
+        int progressReports = 0;
+        QPointer<RcloneJob> job = engine.bisync(request(local, QStringLiteral("slow:target"), true), nullptr,
+                                                [&](const SyncProgress &) { ++progressReports; }, outcome.callback());
+        connect(job.data(), &RcloneJob::processStarted, this, [&](QProcess *p) { processes.append(p); });
+        QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty() && progressReports > 0, 20000);
+        const qint64 pid = processes.value(0) ? processes.value(0)->processId() : 0;
+        QVERIFY(pid > 0);
+        job->cancel();
+        QVERIFY(outcome.wait());
+        QVERIFY(outcome.result->isCancelled());
+        QVERIFY(::kill(static_cast<pid_t>(pid), 0) != 0); // the child is gone
+        QVERIFY(lockFiles().isEmpty());                   // and stopped cleanly
+        QCOMPARE(processes.size(), 1);                    // no retry after a cancel
+    }
+};
+
+QTEST_GUILESS_MAIN(TestRcloneReal)
+#include "tst_rclonereal.moc"
