@@ -1,0 +1,141 @@
+// Prints the progress parser's throughput on real bisync output, and the wall
+// time of a no-change bisync through the engine next to rclone run directly.
+#include "engine/ProgressParser.h"
+#include "engine/RcloneEngine.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QFile>
+#include <QLoggingCategory>
+#include <QProcess>
+#include <QTemporaryDir>
+
+#include <algorithm>
+#include <cstdio>
+#include <vector>
+
+namespace {
+
+void makeTree(const QString &root, int files)
+{
+    for (int i = 0; i < files; ++i) {
+        const QString dir = QStringLiteral("%1/d%2").arg(root).arg(i / 100);
+        QDir().mkpath(dir);
+        QFile file(QStringLiteral("%1/file %2.txt").arg(dir).arg(i));
+        if (file.open(QIODevice::WriteOnly))
+            file.write(QByteArray(512 + i % 1024, 'a' + char(i % 26)));
+    }
+}
+
+double median(std::vector<double> values)
+{
+    std::sort(values.begin(), values.end());
+    return values[values.size() / 2];
+}
+
+// Runs rclone directly, output merged and discarded; seconds.
+double rawBisync(const QString &rclone, const QStringList &arguments)
+{
+    QElapsedTimer timer;
+    timer.start();
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.start(rclone, arguments);
+    process.waitForFinished(-1);
+    if (process.exitCode() != 0)
+        std::fprintf(stderr, "raw bisync failed with %d\n", process.exitCode());
+    return double(timer.nsecsElapsed()) / 1e9;
+}
+
+double engineBisync(RcloneEngine &engine, const BisyncRequest &request)
+{
+    QElapsedTimer timer;
+    timer.start();
+    QEventLoop loop;
+    bool ok = false;
+    engine.bisync(request, nullptr, [](const SyncProgress &) {}, [&](const RcloneStatus &result) {
+        ok = result.ok();
+        loop.quit();
+    });
+    loop.exec();
+    if (!ok)
+        std::fprintf(stderr, "engine bisync failed\n");
+    return double(timer.nsecsElapsed()) / 1e9;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    QCoreApplication app(argc, argv);
+    QLoggingCategory::setFilterRules(QStringLiteral("org.nimbrell.*=false"));
+    const QString rclone = QStringLiteral(RCLONE_PATH);
+    QTemporaryDir root;
+    qputenv("HOME", QFile::encodeName(root.filePath(QStringLiteral("home"))));
+    qputenv("RCLONE_CONFIG", QFile::encodeName(root.filePath(QStringLiteral("rclone.conf"))));
+    {
+        QFile config(root.filePath(QStringLiteral("rclone.conf")));
+        if (!config.open(QIODevice::WriteOnly))
+            return 1;
+        config.write("[backup]\ntype = alias\nremote = " + QFile::encodeName(root.filePath(QStringLiteral("remote"))) + "\n");
+    }
+    QDir().mkpath(RcloneEngine::workDirectory());
+
+    // 1. Parser throughput on the output of a first sync of 2,000 files.
+    const QString big = root.filePath(QStringLiteral("big"));
+    makeTree(big, 2000);
+    BisyncRequest first{big, QStringLiteral("backup:big"), std::nullopt, ConflictResolution::keepBoth, true};
+    QDir().mkpath(root.filePath(QStringLiteral("remote/big")));
+    QProcess recorder;
+    recorder.setProcessChannelMode(QProcess::MergedChannels);
+    recorder.start(rclone, RcloneEngine::bisyncArguments(first, RcloneEngine::workDirectory()));
+    recorder.waitForFinished(-1);
+    const QByteArray output = recorder.readAll();
+    QStringList lines;
+    for (const QByteArray &line : output.split('\n'))
+        lines.append(QString::fromUtf8(line));
+
+    constexpr int kParseRounds = 20;
+    qsizetype values = 0;
+    QElapsedTimer timer;
+    timer.start();
+    for (int round = 0; round < kParseRounds; ++round) {
+        for (const QString &line : std::as_const(lines)) {
+            for (const QStringView piece : ProgressParser::splitStatistics(line))
+                values += ProgressParser::parseLine(piece).has_value();
+        }
+    }
+    const double parseSeconds = double(timer.nsecsElapsed()) / 1e9;
+    std::printf("progress parser, real output of a first sync of 2,000 files\n");
+    std::printf("  output:     %lld lines, %.2f MB, %lld progress values\n", static_cast<long long>(lines.size()),
+                double(output.size()) / 1e6, static_cast<long long>(values / kParseRounds));
+    std::printf("  throughput: %.2f million lines/s\n", double(lines.size()) * kParseRounds / parseSeconds / 1e6);
+
+    // 2. A no-change bisync of 1,000 files, through the engine and directly.
+    const QString tree = root.filePath(QStringLiteral("tree"));
+    makeTree(tree, 1000);
+    RcloneEngine engine(rclone);
+    BisyncRequest request{tree, QStringLiteral("backup:tree"), SyncFilterOptions(), ConflictResolution::keepBoth, true};
+    engineBisync(engine, request); // the initial sync
+    request.isInitialSync = false;
+    const QStringList raw = RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory());
+    const QStringList mkdir{QStringLiteral("mkdir"), request.remoteSpec};
+    constexpr int kRuns = 11;
+    std::vector<double> viaEngine, direct, directWithMkdir;
+    for (int i = 0; i < kRuns; ++i) {
+        direct.push_back(rawBisync(rclone, raw));
+        directWithMkdir.push_back(rawBisync(rclone, mkdir) + rawBisync(rclone, raw));
+        viaEngine.push_back(engineBisync(engine, request));
+    }
+    const double e = median(viaEngine), d = median(direct), dm = median(directWithMkdir);
+    std::printf("no-change bisync of 1,000 files (median of %d runs)\n", kRuns);
+    std::printf("  rclone bisync directly:           %.3f s\n", d);
+    std::printf("  rclone mkdir + bisync directly:   %.3f s\n", dm);
+    std::printf("  engine (mkdir + bisync, parsed):  %.3f s\n", e);
+    std::printf("  ratio engine / bisync alone:      %.3f\n", e / d);
+    std::printf("  ratio engine / same two commands: %.3f\n", e / dm);
+    return 0;
+}
