@@ -1,3 +1,4 @@
+#include "engine/RcloneEngine.h"
 #include "platform/AppLogger.h"
 #include "platform/QSettingsStore.h"
 #include "sync/SyncManager.h"
@@ -11,11 +12,15 @@ int main(int argc, char *argv[])
     QCoreApplication::setApplicationName(QStringLiteral("nimbrell"));
     QCoreApplication::setApplicationVersion(QStringLiteral(NIMBRELL_VERSION));
 
+    RcloneEngine engine; // stops the program when the bundled rclone is missing
     QSettingsStore settings;
     SyncManager syncManager(settings);
     qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(syncManager.folders().size()),
            syncManager.isGlobalSyncEnabled() ? "on" : "off",
            static_cast<long long>(syncManager.globalSyncIntervalMinutes()));
+    engine.getVersion(&app, [](const RcloneResult<QString> &version) {
+        qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
+    });
     return app.exec();
 }
