@@ -1,5 +1,6 @@
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
+#include "support/Outcome.h"
 #include "fakes/FakeRclone.h"
 
 #include <QEventLoop>
@@ -16,32 +17,6 @@ Q_DECLARE_METATYPE(std::optional<SyncFilterOptions>)
 Q_DECLARE_METATYPE(ConflictResolution)
 
 namespace {
-
-// Collects the one result of a call.
-template <typename T>
-struct Outcome
-{
-    std::optional<RcloneResult<T>> result;
-    QEventLoop loop;
-
-    RcloneEngine::Done<T> callback()
-    {
-        return [this](const RcloneResult<T> &r) {
-            result = r;
-            loop.quit();
-        };
-    }
-    // Runs the event loop until the result is there (qWaitFor would sleep
-    // between rounds and slow down reading a child's output).
-    bool wait(int timeoutMs = 10000)
-    {
-        if (!result) {
-            QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
-            loop.exec();
-        }
-        return result.has_value();
-    }
-};
 
 bool processIsGone(qint64 pid)
 {

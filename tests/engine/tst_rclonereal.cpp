@@ -2,6 +2,7 @@
 // private HOME and rclone configuration.
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
+#include "support/Outcome.h"
 #include "support/RcloneSandbox.h"
 
 #include <QDirIterator>
@@ -13,29 +14,6 @@
 #include <csignal>
 
 namespace {
-
-template <typename T>
-struct Outcome
-{
-    std::optional<RcloneResult<T>> result;
-    QEventLoop loop;
-
-    RcloneEngine::Done<T> callback()
-    {
-        return [this](const RcloneResult<T> &r) {
-            result = r;
-            loop.quit();
-        };
-    }
-    bool wait(int timeoutMs = 60000)
-    {
-        if (!result) {
-            QTimer::singleShot(timeoutMs, &loop, &QEventLoop::quit);
-            loop.exec();
-        }
-        return result.has_value();
-    }
-};
 
 void writeFile(const QString &path, const QByteArray &bytes)
 {
