@@ -1,5 +1,6 @@
 #include "engine/RcloneEngine.h"
 #include "platform/AppLogger.h"
+#include "platform/InotifyFileEventService.h"
 #include "platform/QSettingsStore.h"
 #include "sync/SyncManager.h"
 
@@ -14,7 +15,8 @@ int main(int argc, char *argv[])
 
     RcloneEngine engine; // stops the program when the bundled rclone is missing
     QSettingsStore settings;
-    SyncManager syncManager(settings);
+    InotifyFileEventService fileEvents;
+    SyncManager syncManager({settings, engine, fileEvents});
     qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(syncManager.folders().size()),
            syncManager.isGlobalSyncEnabled() ? "on" : "off",

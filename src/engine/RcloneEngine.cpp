@@ -174,6 +174,17 @@ public:
         connect(&m_killTimer, &QTimer::timeout, &m_process, &QProcess::kill);
     }
 
+    // Destroyed with a child still running (the program quits): ask rclone to
+    // stop gracefully, so it leaves no lock behind, before QProcess kills it.
+    ~Child() override
+    {
+        m_process.disconnect(this);
+        if (m_process.state() != QProcess::NotRunning) {
+            m_process.terminate();
+            m_process.waitForFinished(2000);
+        }
+    }
+
     QProcess *process() { return &m_process; }
     const QByteArray &standardOutput() const { return m_standardOutput; }
     const QByteArray &standardError() const { return m_standardError; }

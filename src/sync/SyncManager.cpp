@@ -4,22 +4,27 @@
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
 #include "platform/SettingsStore.h"
+#include "sync/FolderWatcher.h"
+#include "sync/SyncRun.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QSaveFile>
+#include <QSet>
 
 #include <filesystem>
 
-using namespace std::chrono_literals;
-
-SyncManager::SyncManager(SettingsStore &settings, QObject *parent)
+SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     : QObject(parent)
-    , m_isGlobalSyncEnabled(settings.boolValue(kGlobalSyncEnabledKey))
-    , m_globalSyncIntervalMinutes(settings.integerValue(kGlobalSyncIntervalKey))
+    , m_isGlobalSyncEnabled(environment.settings.boolValue(kGlobalSyncEnabledKey))
+    , m_globalSyncIntervalMinutes(environment.settings.integerValue(kGlobalSyncIntervalKey))
     , m_dataFilePath(QDir::home().filePath(QStringLiteral(".config/rclone/rclone_sync_folders.json")))
-    , m_settings(settings)
+    , m_settings(environment.settings)
+    , m_engine(environment.engine)
+    , m_fileEvents(environment.fileEvents)
+    , m_timings(environment.timings)
+    , m_clock(environment.clock)
 {
     // Absent and 0 both mean "never chosen".
     if (m_globalSyncIntervalMinutes == 0)
@@ -28,7 +33,7 @@ SyncManager::SyncManager(SettingsStore &settings, QObject *parent)
     loadFolders();
     updateWatchers();
 
-    m_periodicTimer.setInterval(60s);
+    m_periodicTimer.setInterval(m_timings.periodicCheck);
     connect(&m_periodicTimer, &QTimer::timeout, this, &SyncManager::periodicCheck);
     m_periodicTimer.start();
 
@@ -36,6 +41,8 @@ SyncManager::SyncManager(SettingsStore &settings, QObject *parent)
         syncAllFolders();
 }
 
+// Runs still under way leave their rclone children running; destroying the
+// manager only drops its bookkeeping.
 SyncManager::~SyncManager() = default;
 
 std::optional<SyncFolder> SyncManager::folder(const QUuid &id) const
@@ -132,7 +139,28 @@ void SyncManager::saveFolders()
 
 void SyncManager::syncFolder(const QUuid &id)
 {
-    Q_UNUSED(id); // Runs are started here once the rclone engine drives them.
+    const qsizetype row = indexOf(id);
+    if (row < 0 || m_folders.at(row).remoteTargets.isEmpty())
+        return;
+    SyncFolder folder = m_folders.at(row);
+    qCInfo(lcSyncManager, "Starting sync for folder: %s to %lld target(s)", qUtf8Printable(folder.name),
+           static_cast<long long>(folder.remoteTargets.size()));
+    folder.status = SyncStatus::syncing;
+    folder.progress = 0.0;
+    folder.lastError.reset();
+    folder.currentTargetIndex.reset();
+    folder.transferredSize.reset();
+    folder.transferredFiles.reset();
+    folder.transferSpeed.reset();
+    replaceFolder(row, folder);
+    // Changes made during any run, not only a watcher's, make the watcher dirty.
+    if (const auto it = m_watchers.find(id); it != m_watchers.end())
+        it->second->setSyncing(true);
+    // A run already under way is not cancelled; it only stops being the one
+    // that a cancel reaches.
+    auto *run = new SyncRun(*this, m_engine, folder);
+    m_runs[id] = run;
+    run->start();
 }
 
 void SyncManager::syncAllFolders()
@@ -150,18 +178,24 @@ void SyncManager::syncAllFolders()
 void SyncManager::cancelSync(const QUuid &id)
 {
     qCInfo(lcSyncManager, "Canceling sync for folder ID: %s", qPrintable(uuidString(id)));
+    if (const auto it = m_runs.find(id); it != m_runs.end()) {
+        it->second->cancel();
+        m_runs.erase(it);
+    }
     const qsizetype row = indexOf(id);
-    if (row < 0)
-        return;
-    SyncFolder folder = m_folders.at(row);
-    folder.status = SyncStatus::idle;
-    folder.progress = 0.0;
-    folder.currentTargetIndex.reset();
-    folder.transferredSize.reset();
-    folder.transferredFiles.reset();
-    folder.transferSpeed.reset();
-    replaceFolder(row, folder);
-    saveFolders();
+    if (row >= 0) {
+        SyncFolder folder = m_folders.at(row);
+        folder.status = SyncStatus::idle;
+        folder.progress = 0.0;
+        folder.currentTargetIndex.reset();
+        folder.transferredSize.reset();
+        folder.transferredFiles.reset();
+        folder.transferSpeed.reset();
+        replaceFolder(row, folder);
+        saveFolders();
+    }
+    if (const auto it = m_watchers.find(id); it != m_watchers.end())
+        it->second->syncDidFinish();
 }
 
 void SyncManager::cancelAllSyncs()
@@ -176,12 +210,79 @@ void SyncManager::cancelAllSyncs()
 
 void SyncManager::updateWatchers()
 {
-    // Folder watchers are reconciled here once file events are watched.
+    if (!m_isGlobalSyncEnabled) {
+        m_watchers.clear();
+        return;
+    }
+    QSet<QUuid> ids;
+    for (const SyncFolder &folder : std::as_const(m_folders))
+        ids.insert(folder.id);
+    std::erase_if(m_watchers, [&ids](const auto &entry) { return !ids.contains(entry.first); });
+
+    for (const SyncFolder &folder : std::as_const(m_folders)) {
+        const auto it = m_watchers.find(folder.id);
+        if (it != m_watchers.end() && it->second->localPath() == folder.localPath)
+            continue;
+        auto watcher = std::make_unique<FolderWatcher>(folder.id, folder.localPath, m_fileEvents, m_timings);
+        watcher->onTriggerSync = [this, id = folder.id] { syncFolder(id); };
+        watcher->start();
+        m_watchers[folder.id] = std::move(watcher);
+    }
+}
+
+const FolderWatcher *SyncManager::watcher(const QUuid &id) const
+{
+    const auto it = m_watchers.find(id);
+    return it == m_watchers.end() ? nullptr : it->second.get();
 }
 
 void SyncManager::periodicCheck()
 {
-    // Folders whose interval has passed are synced here once runs exist.
+    if (!m_isGlobalSyncEnabled)
+        return;
+    const QDateTime now = m_clock();
+    QList<QUuid> due;
+    for (const SyncFolder &folder : std::as_const(m_folders)) {
+        // Only the global interval counts here; a folder's own interval is kept but not used.
+        const double intervalSeconds = double(m_globalSyncIntervalMinutes) * 60.0;
+        const bool intervalPassed =
+            !folder.lastSync || double(folder.lastSync->msecsTo(now)) / 1000.0 > intervalSeconds;
+        if (intervalPassed && folder.status != SyncStatus::syncing)
+            due.append(folder.id);
+    }
+    for (const QUuid &id : std::as_const(due))
+        syncFolder(id);
+}
+
+void SyncManager::runFinished(SyncRun *run, const QStringList &errors)
+{
+    const QUuid id = run->folderId();
+    if (const auto it = m_runs.find(id); it != m_runs.end() && it->second == run)
+        m_runs.erase(it);
+    run->deleteLater();
+
+    const qsizetype row = indexOf(id);
+    if (row >= 0) {
+        SyncFolder folder = m_folders.at(row);
+        folder.lastSync = m_clock();
+        folder.currentTargetIndex.reset();
+        if (errors.isEmpty()) {
+            folder.status = SyncStatus::success;
+            folder.progress = 1.0;
+            folder.lastError.reset();
+        } else {
+            folder.status = SyncStatus::error;
+            folder.lastError = errors.join(u'\n');
+        }
+        replaceFolder(row, folder);
+        saveFolders();
+        if (errors.isEmpty())
+            qCInfo(lcSyncManager, "Sync completed successfully for folder ID: %s", qPrintable(uuidString(id)));
+        else
+            qCCritical(lcSyncManager, "Sync completed with errors for folder ID: %s", qPrintable(uuidString(id)));
+    }
+    if (const auto it = m_watchers.find(id); it != m_watchers.end())
+        it->second->syncDidFinish();
 }
 
 void SyncManager::loadFolders()
@@ -228,4 +329,15 @@ void SyncManager::replaceFolder(qsizetype row, const SyncFolder &folder)
 {
     m_folders[row] = folder;
     emit folderChanged(row);
+}
+
+bool SyncManager::changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change)
+{
+    const qsizetype row = indexOf(id);
+    if (row < 0)
+        return false;
+    SyncFolder folder = m_folders.at(row);
+    change(folder);
+    replaceFolder(row, folder);
+    return true;
 }

@@ -1,13 +1,33 @@
 #pragma once
 
 #include "model/SyncFolder.h"
+#include "sync/SyncTimings.h"
 
+#include <QDateTime>
 #include <QList>
 #include <QObject>
 #include <QTimer>
 #include <QUuid>
 
+#include <functional>
+#include <map>
+#include <memory>
+
+class FileEventService;
+class FolderWatcher;
+class RcloneEngine;
 class SettingsStore;
+class SyncRun;
+
+// What the manager works with.
+struct SyncEnvironment
+{
+    SettingsStore &settings;
+    RcloneEngine &engine;
+    FileEventService &fileEvents;
+    SyncTimings timings = {};
+    std::function<QDateTime()> clock = &QDateTime::currentDateTimeUtc;
+};
 
 // Owns the sync folders, the two automatic-sync settings, the folder store on
 // disk and (as they land) the runs and watchers of every folder. Lives on the
@@ -27,7 +47,7 @@ public:
 
     // Reads the settings, loads the folder store under the home directory and
     // starts automatic syncing when it is on.
-    explicit SyncManager(SettingsStore &settings, QObject *parent = nullptr);
+    explicit SyncManager(const SyncEnvironment &environment, QObject *parent = nullptr);
     ~SyncManager() override;
 
     const QList<SyncFolder> &folders() const { return m_folders; }
@@ -47,11 +67,18 @@ public:
     void deleteFolder(const QUuid &id);
     void saveFolders();
 
+    // Runs bisync for the folder against each of its targets in turn.
     void syncFolder(const QUuid &id);
+    // Syncs every folder that is not syncing already.
     void syncAllFolders();
+    // Terminates the folder's run; the folder goes back to idle.
     void cancelSync(const QUuid &id);
     void cancelAllSyncs();
+    // Watches every folder while automatic sync is on, and nothing otherwise.
     void updateWatchers();
+
+    bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }
+    const FolderWatcher *watcher(const QUuid &id) const;
 
 signals:
     void isGlobalSyncEnabledChanged(bool enabled);
@@ -62,18 +89,29 @@ signals:
     void folderRemoved(qsizetype row);
 
 private:
+    friend class SyncRun;
+
     void loadFolders();
     bool setAsideUnreadableStore();
     void periodicCheck();
     qsizetype indexOf(const QUuid &id) const;
     void replaceFolder(qsizetype row, const SyncFolder &folder);
+    // Applies `change` to the stored folder with this id, if it still exists.
+    bool changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change);
+    void runFinished(SyncRun *run, const QStringList &errors);
 
     QList<SyncFolder> m_folders;
     bool m_isGlobalSyncEnabled = false;
     qint64 m_globalSyncIntervalMinutes = kDefaultGlobalSyncIntervalMinutes;
     QString m_dataFilePath;
     SettingsStore &m_settings;
+    RcloneEngine &m_engine;
+    FileEventService &m_fileEvents;
+    SyncTimings m_timings;
+    std::function<QDateTime()> m_clock;
     QTimer m_periodicTimer;
+    std::map<QUuid, SyncRun *> m_runs; // the run of each syncing folder (children of the manager)
+    std::map<QUuid, std::unique_ptr<FolderWatcher>> m_watchers;
     // The store on disk could not be read; it is set aside before the first
     // save replaces it.
     bool m_hasUnreadableStore = false;

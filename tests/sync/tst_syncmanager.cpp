@@ -1,3 +1,5 @@
+#include "engine/RcloneEngine.h"
+#include "fakes/FakeFileEventService.h"
 #include "fakes/MemorySettingsStore.h"
 #include "model/FolderStore.h"
 #include "sync/SyncManager.h"
@@ -44,6 +46,10 @@ class TestSyncManager : public QObject
     QTemporaryDir m_home;
     QByteArray m_realHome;
     MemorySettingsStore m_settings;
+    FakeFileEventService m_fileEvents;
+    RcloneEngine m_engine{QStringLiteral("/nonexistent/rclone")}; // nothing here runs rclone
+
+    SyncEnvironment environment() { return {m_settings, m_engine, m_fileEvents}; }
 
     QString storePath() const { return m_home.filePath(".config/rclone/rclone_sync_folders.json"); }
 
@@ -83,7 +89,7 @@ private Q_SLOTS:
         if (storedInterval.isValid())
             m_settings.values.insert(SyncManager::kGlobalSyncIntervalKey, storedInterval);
 
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         QFETCH(bool, enabled);
         QFETCH(qint64, interval);
         QCOMPARE(manager.isGlobalSyncEnabled(), enabled);
@@ -94,7 +100,7 @@ private Q_SLOTS:
 
     void settersStoreAndLog()
     {
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         QSignalSpy enabledSpy(&manager, &SyncManager::isGlobalSyncEnabledChanged);
         QSignalSpy intervalSpy(&manager, &SyncManager::globalSyncIntervalMinutesChanged);
 
@@ -113,14 +119,14 @@ private Q_SLOTS:
         QCOMPARE(manager.globalSyncIntervalMinutes(), 15);
         QCOMPARE(intervalSpy.count(), 1);
 
-        SyncManager reread(m_settings);
+        SyncManager reread(environment());
         QCOMPARE(reread.globalSyncIntervalMinutes(), 15);
         QVERIFY(!reread.isGlobalSyncEnabled());
     }
 
     void firstSaveCreatesTheStore()
     {
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         QVERIFY(manager.folders().isEmpty());
         QVERIFY(!QFileInfo::exists(storePath()));
 
@@ -138,13 +144,13 @@ private Q_SLOTS:
     {
         QList<SyncFolder> saved;
         {
-            SyncManager manager(m_settings);
+            SyncManager manager(environment());
             for (const char *name : {"A", "B", "C"}) {
                 saved.append(makeFolder(name, 2));
                 manager.addFolder(saved.last());
             }
         }
-        SyncManager reloaded(m_settings);
+        SyncManager reloaded(environment());
         QCOMPARE(reloaded.folders(), saved);
     }
 
@@ -155,7 +161,7 @@ private Q_SLOTS:
         folder.progress = 0.3;
         writeFile(storePath(), FolderStore::encode({folder}).value());
 
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         QCOMPARE(manager.folders().value(0).status, SyncStatus::syncing);
 
         // Cancelling is how the user gets it back to idle.
@@ -189,7 +195,7 @@ private Q_SLOTS:
         writeFile(storePath(), bytes);
         writeFile(storePath() + ".unreadable", "an older copy");
 
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         QVERIFY(manager.folders().isEmpty());
         QCOMPARE(readFile(storePath()), bytes); // loading alone changes nothing
 
@@ -215,7 +221,7 @@ private Q_SLOTS:
         stored.lastSync = QDateTime::currentDateTimeUtc().addDays(-1);
         stored.lastError = "old error";
         writeFile(storePath(), FolderStore::encode({makeFolder("Other"), stored}).value());
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
 
         SyncFolder edited = makeFolder("Renamed", 1);
         edited.id = stored.id;
@@ -247,7 +253,7 @@ private Q_SLOTS:
 
     void updateOfAnUnknownFolderWritesNothing()
     {
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         QSignalSpy changed(&manager, &SyncManager::folderChanged);
         manager.updateFolder(makeFolder("Ghost"));
         QVERIFY(manager.folders().isEmpty());
@@ -259,7 +265,7 @@ private Q_SLOTS:
     {
         const SyncFolder a = makeFolder("A"), b = makeFolder("B"), c = makeFolder("C");
         writeFile(storePath(), FolderStore::encode({a, b, c}).value());
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         QSignalSpy removed(&manager, &SyncManager::folderRemoved);
 
         manager.deleteFolder(b.id);
@@ -278,14 +284,14 @@ private Q_SLOTS:
         SyncFolder twin = makeFolder("A twin");
         twin.id = a.id;
         writeFile(storePath(), FolderStore::encode({a, b, twin}).value());
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         manager.deleteFolder(a.id);
         QCOMPARE(manager.folders(), QList<SyncFolder>{b});
     }
 
     void saveSkipsARecordThatCannotBeWritten()
     {
-        SyncManager manager(m_settings);
+        SyncManager manager(environment());
         manager.addFolder(makeFolder("Good"));
         const QByteArray before = readFile(storePath());
 

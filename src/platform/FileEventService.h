@@ -1,0 +1,27 @@
+#pragma once
+
+#include <QString>
+
+#include <functional>
+#include <memory>
+
+// A watch on a directory tree; watching stops when it is destroyed.
+class FileWatch
+{
+public:
+    virtual ~FileWatch() = default;
+};
+
+// Reports changes anywhere under a directory tree, in batches: the first
+// event of a batch starts the batch, and it is delivered on the main thread
+// once the service's latency has passed.
+class FileEventService
+{
+public:
+    virtual ~FileEventService() = default;
+
+    // Starts watching `path` and everything below it; `onChange` is called
+    // once per batch. Returns a watch even when nothing could be watched (the
+    // periodic sync still covers such a folder).
+    virtual std::unique_ptr<FileWatch> watch(const QString &path, std::function<void()> onChange) = 0;
+};

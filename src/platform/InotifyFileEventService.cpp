@@ -1,0 +1,230 @@
+#include "platform/InotifyFileEventService.h"
+
+#include "platform/AppLogger.h"
+
+#include <QFile>
+#include <QPointer>
+#include <QSocketNotifier>
+#include <QTimer>
+
+#include <cerrno>
+#include <cstring>
+#include <filesystem>
+#include <sys/inotify.h>
+#include <unistd.h>
+
+namespace {
+// Everything that changes the tree's content or shape. IN_ONLYDIR and
+// IN_DONT_FOLLOW keep a race from putting a watch on a file or a link.
+constexpr uint32_t kEventMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB | IN_MOVED_FROM |
+                                IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR | IN_DONT_FOLLOW |
+                                IN_EXCL_UNLINK;
+} // namespace
+
+// One watched tree: the kernel watches of its directories and the batching of
+// its events.
+class InotifyWatch final : public FileWatch
+{
+public:
+    InotifyWatch(InotifyFileEventService *service, const QByteArray &root, std::function<void()> onChange)
+        : m_service(service)
+        , m_root(root)
+        , m_onChange(std::move(onChange))
+    {
+        m_batch.setSingleShot(true);
+        m_batch.setInterval(service->m_latency);
+        m_batch.callOnTimeout([this] {
+            if (m_onChange)
+                m_onChange();
+        });
+        m_service->m_watches.insert(this);
+        addTree(root);
+    }
+
+    ~InotifyWatch() override
+    {
+        if (!m_service)
+            return;
+        m_service->m_watches.remove(this);
+        for (const int wd : std::as_const(m_wds))
+            m_service->removeDirectory(this, wd);
+    }
+
+    // The first event of a batch starts it; the batch is delivered once the
+    // latency has passed.
+    void noteChange()
+    {
+        if (!m_batch.isActive())
+            m_batch.start();
+    }
+
+    // Watches a directory and everything below it, each directory before its
+    // entries are read, so nothing created meanwhile goes unseen.
+    void addTree(const QByteArray &path)
+    {
+        namespace fs = std::filesystem;
+        if (m_limitReached || !add(path))
+            return;
+        std::error_code error;
+        fs::recursive_directory_iterator it(path.toStdString(), fs::directory_options::skip_permission_denied, error);
+        for (; !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
+            const fs::directory_entry &entry = *it;
+            std::error_code typeError;
+            if (entry.is_symlink(typeError) || !entry.is_directory(typeError))
+                continue;
+            if (!add(QByteArray::fromStdString(entry.path().native()))) {
+                if (m_limitReached)
+                    return;
+                it.disable_recursion_pending();
+            }
+        }
+    }
+
+    // Drops the watches of a directory that left the tree and of everything below it.
+    void removeTree(const QByteArray &path)
+    {
+        const QByteArray prefix = path + '/';
+        const QSet<int> wds = m_wds;
+        for (const int wd : wds) {
+            const QByteArray &watched = m_service->m_directories.value(wd).path;
+            if (watched == path || watched.startsWith(prefix)) {
+                m_wds.remove(wd);
+                m_service->removeDirectory(this, wd);
+            }
+        }
+    }
+
+    void forget(int wd) { m_wds.remove(wd); }
+    void detach() { m_service = nullptr; }
+
+private:
+    bool add(const QByteArray &path)
+    {
+        const int wd = m_service->addDirectory(this, path);
+        if (wd >= 0) {
+            m_wds.insert(wd);
+            return true;
+        }
+        if (errno == ENOSPC && !m_limitReached) {
+            m_limitReached = true;
+            qCCritical(lcSyncManager,
+                       "Cannot watch all of %s: the limit of file watches is reached (%d watched); "
+                       "the periodic sync still covers it",
+                       m_root.constData(), m_service->watchCount());
+        }
+        return false;
+    }
+
+    QPointer<InotifyFileEventService> m_service;
+    QByteArray m_root;
+    std::function<void()> m_onChange;
+    QSet<int> m_wds;
+    QTimer m_batch;
+    bool m_limitReached = false;
+};
+
+InotifyFileEventService::InotifyFileEventService(Duration latency, int watchBudget, QObject *parent)
+    : QObject(parent)
+    , m_fd(inotify_init1(IN_NONBLOCK | IN_CLOEXEC))
+    , m_latency(latency)
+    , m_watchBudget(watchBudget)
+{
+    if (m_fd < 0) {
+        qCCritical(lcSyncManager, "Cannot watch folders for changes: %s", std::strerror(errno));
+        return;
+    }
+    m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);
+    connect(m_notifier, &QSocketNotifier::activated, this, &InotifyFileEventService::readEvents);
+}
+
+InotifyFileEventService::~InotifyFileEventService()
+{
+    for (InotifyWatch *watch : std::as_const(m_watches))
+        watch->detach();
+    if (m_fd >= 0)
+        ::close(m_fd);
+}
+
+std::unique_ptr<FileWatch> InotifyFileEventService::watch(const QString &path, std::function<void()> onChange)
+{
+    return std::make_unique<InotifyWatch>(this, QFile::encodeName(path), std::move(onChange));
+}
+
+int InotifyFileEventService::addDirectory(InotifyWatch *owner, const QByteArray &path)
+{
+    if (m_fd < 0) {
+        errno = EBADF;
+        return -1;
+    }
+    const int wd = inotify_add_watch(m_fd, path.constData(), kEventMask);
+    if (wd < 0)
+        return -1;
+    auto it = m_directories.find(wd);
+    if (it == m_directories.end()) {
+        if (m_watchBudget > 0 && m_directories.size() >= m_watchBudget) {
+            inotify_rm_watch(m_fd, wd);
+            errno = ENOSPC;
+            return -1;
+        }
+        it = m_directories.insert(wd, Directory{});
+    }
+    it->path = path; // a directory moved within the tree keeps its watch
+    it->owners.insert(owner);
+    return wd;
+}
+
+void InotifyFileEventService::removeDirectory(InotifyWatch *owner, int wd)
+{
+    const auto it = m_directories.find(wd);
+    if (it == m_directories.end())
+        return;
+    it->owners.remove(owner);
+    if (it->owners.isEmpty()) {
+        inotify_rm_watch(m_fd, wd);
+        m_directories.erase(it);
+    }
+}
+
+void InotifyFileEventService::readEvents()
+{
+    alignas(inotify_event) char buffer[64 * 1024];
+    for (;;) {
+        const ssize_t length = ::read(m_fd, buffer, sizeof buffer);
+        if (length <= 0)
+            return;
+        for (const char *at = buffer; at < buffer + length;) {
+            const auto *event = reinterpret_cast<const inotify_event *>(at);
+            at += sizeof(inotify_event) + event->len;
+
+            if (event->mask & IN_Q_OVERFLOW) { // events were lost: count it as a change everywhere
+                for (InotifyWatch *watch : std::as_const(m_watches))
+                    watch->noteChange();
+                continue;
+            }
+            const auto it = m_directories.constFind(event->wd);
+            if (it == m_directories.cend())
+                continue;
+            if (event->mask & IN_IGNORED) { // the directory is gone
+                for (InotifyWatch *owner : it->owners)
+                    owner->forget(event->wd);
+                m_directories.erase(it);
+                continue;
+            }
+            const QByteArray directory = it->path;
+            const QSet<InotifyWatch *> owners = it->owners;
+            for (InotifyWatch *owner : owners)
+                owner->noteChange();
+            if ((event->mask & IN_ISDIR) && event->len > 0) {
+                const QByteArray child = directory + '/' + QByteArray(event->name);
+                for (InotifyWatch *owner : owners) {
+                    if (!m_watches.contains(owner))
+                        continue;
+                    if (event->mask & (IN_CREATE | IN_MOVED_TO))
+                        owner->addTree(child);
+                    else if (event->mask & IN_MOVED_FROM)
+                        owner->removeTree(child);
+                }
+            }
+        }
+    }
+}

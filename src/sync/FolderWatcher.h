@@ -1,0 +1,58 @@
+#pragma once
+
+#include "sync/SyncTimings.h"
+
+#include <QObject>
+#include <QString>
+#include <QTimer>
+#include <QUuid>
+
+#include <functional>
+#include <memory>
+
+class FileEventService;
+class FileWatch;
+
+// Watches one sync folder and asks for a run once changes have settled:
+// `debounce` after the last batch of changes, or, for changes made while a
+// run was under way, once more `followUp` after that run.
+class FolderWatcher final : public QObject
+{
+    Q_OBJECT
+
+public:
+    FolderWatcher(const QUuid &folderId, const QString &localPath, FileEventService &fileEvents,
+                  const SyncTimings &timings, QObject *parent = nullptr);
+    ~FolderWatcher() override;
+
+    const QUuid &folderId() const { return m_folderId; }
+    const QString &localPath() const { return m_localPath; }
+
+    // Starts a run for the folder; set by the manager.
+    std::function<void()> onTriggerSync;
+
+    void start();
+    void stop();
+
+    bool isSyncing() const { return m_isSyncing; }
+    void setSyncing(bool syncing) { m_isSyncing = syncing; }
+    bool isDirty() const { return m_isDirty; }
+
+    // A run of the folder ended or was cancelled.
+    void syncDidFinish();
+
+    // A batch of changes arrived (the file-event service calls this).
+    void changesArrived();
+
+private:
+    void trigger();
+
+    QUuid m_folderId;
+    QString m_localPath;
+    FileEventService &m_fileEvents;
+    SyncTimings m_timings;
+    std::unique_ptr<FileWatch> m_stream;
+    QTimer m_debounceTimer;
+    bool m_isSyncing = false;
+    bool m_isDirty = false;
+};

@@ -1,0 +1,478 @@
+// Sync runs, watching and the periodic check, with the fake rclone, file
+// events on demand, a settable clock and short delays.
+#include "engine/RcloneEngine.h"
+#include "fakes/FakeFileEventService.h"
+#include "fakes/FakeRclone.h"
+#include "fakes/MemorySettingsStore.h"
+#include "model/FolderStore.h"
+#include "model/UuidString.h"
+#include "platform/BookmarkService.h"
+#include "support/LogCapture.h"
+#include "sync/FolderWatcher.h"
+#include "sync/SyncManager.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+SyncFolder makeFolder(const QString &name, int targets)
+{
+    SyncFolder folder;
+    folder.name = name;
+    folder.localPath = "/home/ann/" + name;
+    for (int i = 0; i < targets; ++i)
+        folder.remoteTargets.append(RemoteTarget{QUuid::createUuid(), "r" + QString::number(i), name, true});
+    return folder;
+}
+
+// A bisync that reports progress and waits for the test to release it
+// (the file "release-<remote>" in the fake's directory), then succeeds.
+const QByteArray kHeldBisync = R"(
+remote=${3%%:*}
+echo 'Transferred:   	 1 MiB / 2 MiB, 50%, 1 MiB/s, ETA 1s'
+trap 'exit 143' TERM
+while [ ! -e "$FAKE_RCLONE_DIR/release-$remote" ]; do sleep 0.02; done
+)";
+
+} // namespace
+
+class TestSyncRuns : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_home;
+    QByteArray m_realHome;
+    MemorySettingsStore m_settings;
+    FakeFileEventService m_fileEvents;
+    QDateTime m_now;
+    std::unique_ptr<FakeRclone> m_fake;
+    std::unique_ptr<RcloneEngine> m_engine;
+
+    SyncEnvironment environment(SyncTimings timings = {1h, 200ms, 100ms})
+    {
+        return {m_settings, *m_engine, m_fileEvents, timings, [this] { return m_now; }};
+    }
+
+    void release(const QString &remote) { QFile(m_fake->directory() + "/release-" + remote).open(QIODevice::WriteOnly); }
+
+    // The remote spec of every bisync call so far.
+    QStringList bisyncRemotes() const
+    {
+        QStringList remotes;
+        for (const QStringList &call : m_fake->calls()) {
+            if (call.value(0) == "bisync")
+                remotes.append(call.value(2));
+        }
+        return remotes;
+    }
+
+    QList<SyncFolder> storedFolders() const
+    {
+        QFile file(m_home.filePath(".config/rclone/rclone_sync_folders.json"));
+        return file.open(QIODevice::ReadOnly) ? FolderStore::decode(file.readAll()).value_or(QList<SyncFolder>{})
+                                              : QList<SyncFolder>{};
+    }
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_realHome = qgetenv("HOME");
+        qputenv("HOME", QFile::encodeName(m_home.path()));
+    }
+    void cleanupTestCase() { qputenv("HOME", m_realHome); }
+
+    void init()
+    {
+        QDir(m_home.path()).removeRecursively();
+        QDir().mkpath(m_home.path());
+        m_settings = MemorySettingsStore();
+        m_now = QDateTime(QDate(2026, 11, 21), QTime(12, 0), Qt::UTC);
+        m_fake = std::make_unique<FakeRclone>();
+        m_engine = std::make_unique<RcloneEngine>(FakeRclone::path());
+    }
+    void cleanup()
+    {
+        m_engine.reset();
+        m_fake.reset();
+    }
+
+    // ---- runs -----------------------------------------------------------
+
+    void successfulRunOverAllTargets()
+    {
+        m_fake->script("bisync", "echo 'Transferred:   	 2 MiB / 4 MiB, 50%, 1 MiB/s, ETA 2s'\n"
+                                 "echo 'Transferred:            1 / 2, 50%'\n");
+        SyncManager manager(environment());
+        SyncFolder folder = makeFolder("Docs", 2);
+        folder.remoteTargets[1].hasResynced = false;
+        folder.remoteTargets[1].remotePath = "";
+        manager.addFolder(folder);
+
+        LogCapture log;
+        QList<double> progress;
+        connect(&manager, &SyncManager::folderChanged, this,
+                [&](qsizetype row) { progress.append(manager.folders().at(row).progress); });
+        m_now = m_now.addSecs(30);
+        manager.syncFolder(folder.id);
+        QCOMPARE(manager.folders()[0].status, SyncStatus::syncing);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+
+        const SyncFolder done = manager.folders()[0];
+        QCOMPARE(done.progress, 1.0);
+        QCOMPARE(done.lastSync, m_now);
+        QCOMPARE(done.lastError, std::nullopt);
+        QCOMPARE(done.currentTargetIndex, std::nullopt);
+        QVERIFY(done.remoteTargets[1].hasResynced);
+        QCOMPARE(done.transferredFiles, "1 / 2"); // the last texts stay
+        QCOMPARE(storedFolders(), QList<SyncFolder>{done});
+        // Each target has half of the bar.
+        QVERIFY(progress.contains(0.25));
+        QVERIFY(progress.contains(0.75));
+        QCOMPARE(bisyncRemotes(), (QStringList{"r0:Docs", "r1:"}));
+        const QList<QStringList> calls = m_fake->calls();
+        QVERIFY(!calls[1].contains("--resync"));
+        QVERIFY(calls[3].contains("--resync")); // the second target had never been synced
+        QCOMPARE(log.count("Starting sync for folder: Docs to 2 target(s)"), 1);
+        QCOMPARE(log.count("Sync completed successfully for folder ID: " + uuidString(folder.id)), 1);
+    }
+
+    void firstTargetFailingDoesNotStopTheSecond()
+    {
+        m_fake->script("bisync", "case \"$3\" in r0:*) echo 'ERROR : connection refused'; exit 1;; esac\n");
+        SyncManager manager(environment());
+        SyncFolder folder = makeFolder("Docs", 2);
+        folder.remoteTargets[0].hasResynced = false;
+        folder.remoteTargets[1].hasResynced = false;
+        manager.addFolder(folder);
+        LogCapture log;
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::error);
+
+        const SyncFolder done = manager.folders()[0];
+        QCOMPARE(done.lastError, "r0:Docs — ERROR : connection refused");
+        QCOMPARE(done.lastSync, m_now);
+        QCOMPARE(bisyncRemotes(), (QStringList{"r0:Docs", "r1:Docs"}));
+        QVERIFY(!done.remoteTargets[0].hasResynced);
+        QVERIFY(done.remoteTargets[1].hasResynced);
+        QCOMPARE(log.count("Sync error for target r0:Docs - ERROR : connection refused"), 1);
+        QCOMPARE(log.count("Sync completed with errors for folder ID: " + uuidString(folder.id)), 1);
+        QCOMPARE(storedFolders().value(0).status, SyncStatus::error);
+    }
+
+    void errorsOfAllTargetsAreJoined()
+    {
+        m_fake->script("bisync", "echo \"failed for $3\"; exit 1\n");
+        SyncManager manager(environment());
+        const SyncFolder folder = makeFolder("Docs", 2);
+        manager.addFolder(folder);
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::error);
+        QCOMPARE(manager.folders()[0].lastError, "r0:Docs — failed for r0:Docs\nr1:Docs — failed for r1:Docs");
+    }
+
+    void resyncDemandMakesTheNextRunInitial()
+    {
+        // rclone keeps demanding --resync, even after the engine's own retry.
+        m_fake->script("bisync", "echo 'ERROR : Bisync aborted. Must run --resync to recover.'; exit 7\n");
+        SyncManager manager(environment());
+        const SyncFolder folder = makeFolder("Docs", 1); // hasResynced is true
+        manager.addFolder(folder);
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::error);
+        QVERIFY(!manager.folders()[0].remoteTargets[0].hasResynced);
+        QVERIFY(!storedFolders().value(0).remoteTargets[0].hasResynced);
+
+        m_fake->script("bisync", "exit 0\n");
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        QVERIFY(m_fake->calls().last().contains("--resync"));
+        QVERIFY(manager.folders()[0].remoteTargets[0].hasResynced);
+    }
+
+    void folderWithoutTargetsIsNotSynced()
+    {
+        SyncManager manager(environment());
+        const SyncFolder folder = makeFolder("Empty", 0);
+        manager.addFolder(folder);
+        LogCapture log;
+        manager.syncFolder(folder.id);
+        manager.syncFolder(QUuid::createUuid());
+        QCOMPARE(manager.folders()[0], folder);
+        QVERIFY(log.messages.isEmpty());
+        QVERIFY(!manager.isRunning(folder.id));
+    }
+
+    void cancelDuringTheSecondOfThreeTargets()
+    {
+        m_fake->script("bisync", kHeldBisync);
+        release("r0");
+        SyncManager manager(environment());
+        const SyncFolder folder = makeFolder("Docs", 3);
+        manager.addFolder(folder);
+        LogCapture log;
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].currentTargetIndex, 1);
+        QTRY_COMPARE(manager.folders()[0].progress, 0.5); // half of the second third
+
+        manager.cancelSync(folder.id);
+        QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
+        QCOMPARE(manager.folders()[0].progress, 0.0);
+        QCOMPARE(manager.folders()[0].currentTargetIndex, std::nullopt);
+        QCOMPARE(manager.folders()[0].transferredSize, std::nullopt);
+        QCOMPARE(storedFolders().value(0).status, SyncStatus::idle);
+        QVERIFY(!manager.isRunning(folder.id));
+
+        release("r1");
+        release("r2");
+        QTest::qWait(300);
+        QCOMPARE(bisyncRemotes(), (QStringList{"r0:Docs", "r1:Docs"}));
+        QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
+        QCOMPARE(log.count("Sync completed"), 0);
+        QCOMPARE(log.count("Canceling sync for folder ID: " + uuidString(folder.id)), 1);
+    }
+
+    void deletingASyncingFolder()
+    {
+        m_fake->script("bisync", kHeldBisync);
+        SyncManager manager(environment());
+        const SyncFolder keep = makeFolder("Keep", 1), gone = makeFolder("Gone", 1);
+        manager.addFolder(keep);
+        manager.addFolder(gone);
+        manager.syncFolder(gone.id);
+        QTRY_COMPARE(bisyncRemotes().size(), 1);
+
+        manager.deleteFolder(gone.id);
+        QCOMPARE(manager.folders(), QList<SyncFolder>{keep});
+        release("r0");
+        QTest::qWait(200);
+        QCOMPARE(manager.folders(), QList<SyncFolder>{keep});
+        QCOMPARE(storedFolders(), QList<SyncFolder>{keep});
+    }
+
+    void runOfADeletedFolderUpdatesNothing()
+    {
+        // A second run replaces the first in the books, so the delete cannot
+        // reach the first; when that one ends, its folder is gone.
+        m_fake->script("bisync", kHeldBisync);
+        SyncManager manager(environment());
+        const SyncFolder folder = makeFolder("Docs", 1);
+        manager.addFolder(folder);
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(bisyncRemotes().size(), 1);
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(bisyncRemotes().size(), 2);
+        manager.deleteFolder(folder.id);
+        release("r0");
+        QTest::qWait(300);
+        QVERIFY(manager.folders().isEmpty());
+        QVERIFY(storedFolders().isEmpty());
+    }
+
+    void syncAllSkipsSyncingFolders()
+    {
+        m_fake->script("bisync", kHeldBisync);
+        SyncManager manager(environment());
+        const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1);
+        manager.addFolder(a);
+        manager.addFolder(b);
+        manager.syncFolder(a.id);
+        QTRY_COMPARE(bisyncRemotes().size(), 1);
+        manager.syncAllFolders();
+        QTRY_COMPARE(bisyncRemotes().size(), 2);
+        QTest::qWait(100);
+        QCOMPARE(bisyncRemotes(), (QStringList{"r0:A", "r0:B"}));
+        release("r0");
+        QTRY_COMPARE(manager.folders()[1].status, SyncStatus::success);
+    }
+
+    void renamedFolderIsFoundThroughItsBookmark()
+    {
+        QTemporaryDir parent;
+        const QString before = parent.filePath("Projects");
+        QVERIFY(QDir().mkpath(before));
+        SyncFolder folder = makeFolder("Projects", 1);
+        folder.localPath = before;
+        folder.localPathBookmarkData = BookmarkService::create(before);
+        QVERIFY(QDir().rename(before, parent.filePath("Projects 2026")));
+
+        SyncManager manager(environment());
+        manager.addFolder(folder);
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        QCOMPARE(m_fake->calls().last().value(1), parent.filePath("Projects 2026"));
+    }
+
+    // ---- watching -------------------------------------------------------
+
+    void burstOfChangesGivesOneRun()
+    {
+        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        SyncFolder folder = makeFolder("Docs", 1);
+        folder.status = SyncStatus::success;
+        folder.lastSync = m_now;
+        SyncManager manager(environment({1h, 300ms, 100ms}));
+        manager.addFolder(folder);
+        QCOMPARE(m_fileEvents.watchedPaths(), QStringList{folder.localPath});
+
+        for (int i = 0; i < 10; ++i) { // ten batches within about 0.3 s
+            m_fileEvents.change(folder.localPath);
+            QTest::qWait(30);
+        }
+        QVERIFY(bisyncRemotes().isEmpty()); // still settling
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        QTRY_COMPARE(bisyncRemotes().size(), 1);
+        QTest::qWait(500);
+        QCOMPARE(bisyncRemotes().size(), 1);
+    }
+
+    void changesDuringARunGiveExactlyOneFollowUp()
+    {
+        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        m_fake->script("bisync.1", kHeldBisync);
+        SyncFolder folder = makeFolder("Docs", 1);
+        folder.status = SyncStatus::success;
+        folder.lastSync = m_now;
+        SyncManager manager(environment({1h, 50ms, 200ms}));
+        manager.addFolder(folder);
+
+        manager.syncFolder(folder.id); // a run the user started
+        QTRY_COMPARE(bisyncRemotes().size(), 1);
+        QVERIFY(manager.watcher(folder.id)->isSyncing());
+        for (int i = 0; i < 3; ++i) {
+            m_fileEvents.change(folder.localPath);
+            QTest::qWait(100); // each debounce ends during the run
+        }
+        QVERIFY(manager.watcher(folder.id)->isDirty());
+        QCOMPARE(bisyncRemotes().size(), 1);
+
+        release("r0");
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        QCOMPARE(bisyncRemotes().size(), 1); // the follow-up waits 200 ms
+        QTRY_COMPARE(bisyncRemotes().size(), 2);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        QTest::qWait(400);
+        QCOMPARE(bisyncRemotes().size(), 2);
+        QVERIFY(!manager.watcher(folder.id)->isSyncing());
+    }
+
+    void watchersFollowTheFolderList()
+    {
+        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        SyncFolder a = makeFolder("A", 0), b = makeFolder("B", 0);
+        SyncManager manager(environment());
+        manager.addFolder(a);
+        manager.addFolder(b);
+        QCOMPARE(m_fileEvents.watchedPaths(), (QStringList{a.localPath, b.localPath}));
+        const int created = m_fileEvents.createdCount();
+
+        a.name = "Renamed";
+        manager.updateFolder(a);
+        QCOMPARE(m_fileEvents.createdCount(), created); // the same watcher
+
+        b.localPath = "/elsewhere";
+        manager.updateFolder(b);
+        QCOMPARE(m_fileEvents.createdCount(), created + 1);
+        QCOMPARE(m_fileEvents.watchedPaths(), (QStringList{a.localPath, "/elsewhere"}));
+
+        manager.deleteFolder(a.id);
+        QCOMPARE(m_fileEvents.watchedPaths(), QStringList{"/elsewhere"});
+
+        manager.setGlobalSyncEnabled(false);
+        QVERIFY(m_fileEvents.watchedPaths().isEmpty());
+        QCOMPARE(manager.watcher(b.id), nullptr);
+    }
+
+    void switchingAutomaticSync()
+    {
+        m_fake->script("bisync", kHeldBisync);
+        SyncManager manager(environment());
+        const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1);
+        manager.addFolder(a);
+        manager.addFolder(b);
+        QVERIFY(m_fileEvents.watchedPaths().isEmpty()); // off at first launch
+
+        manager.setGlobalSyncEnabled(true);
+        QCOMPARE(m_fileEvents.watchedPaths().size(), 2);
+        QCOMPARE(manager.folders()[0].status, SyncStatus::syncing);
+        QCOMPARE(manager.folders()[1].status, SyncStatus::syncing);
+        QTRY_COMPARE(bisyncRemotes().size(), 2);
+
+        manager.setGlobalSyncEnabled(false);
+        QVERIFY(m_fileEvents.watchedPaths().isEmpty());
+        QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
+        QCOMPARE(manager.folders()[1].status, SyncStatus::idle);
+        QVERIFY(!manager.isRunning(a.id) && !manager.isRunning(b.id));
+    }
+
+    void startingWithAutomaticSyncSyncsEverything()
+    {
+        SyncFolder busy = makeFolder("Busy", 1);
+        busy.status = SyncStatus::syncing; // saved mid-run before a crash
+        const SyncFolder idle = makeFolder("Idle", 1);
+        {
+            QDir().mkpath(m_home.filePath(".config/rclone"));
+            QFile file(m_home.filePath(".config/rclone/rclone_sync_folders.json"));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(FolderStore::encode({busy, idle}).value());
+        }
+        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        SyncManager manager(environment());
+        QCOMPARE(m_fileEvents.watchedPaths().size(), 2);
+        QTRY_COMPARE(manager.folders()[1].status, SyncStatus::success);
+        QCOMPARE(bisyncRemotes(), QStringList{"r0:Idle"});
+        QCOMPARE(manager.folders()[0].status, SyncStatus::syncing);
+    }
+
+    // ---- periodic check -------------------------------------------------
+
+    void periodicCheck()
+    {
+        m_fake->script("bisync", kHeldBisync);
+        m_settings.values.insert(SyncManager::kGlobalSyncIntervalKey, 30);
+        SyncFolder never = makeFolder("Never", 1);
+        SyncFolder recent = makeFolder("Recent", 1);
+        recent.status = SyncStatus::success;
+        recent.lastSync = m_now.addSecs(-29 * 60);
+        SyncFolder due = makeFolder("Due", 1);
+        due.status = SyncStatus::error;
+        due.lastSync = m_now.addSecs(-30 * 60 - 1);
+        {
+            QDir().mkpath(m_home.filePath(".config/rclone"));
+            QFile file(m_home.filePath(".config/rclone/rclone_sync_folders.json"));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write(FolderStore::encode({never, recent, due}).value());
+        }
+        SyncManager manager(environment({100ms, 1h, 1h}));
+
+        QTest::qWait(300); // automatic sync is off: ticks do nothing
+        QVERIFY(bisyncRemotes().isEmpty());
+
+        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        SyncManager enabled(environment({100ms, 1h, 1h}));
+        // Turning it on at start syncs everything at once; let those finish first.
+        QTRY_COMPARE(bisyncRemotes().size(), 3);
+        release("r0");
+        QTRY_VERIFY(std::all_of(enabled.folders().begin(), enabled.folders().end(),
+                                [](const SyncFolder &f) { return f.status == SyncStatus::success; }));
+        QFile::remove(m_fake->directory() + "/release-r0");
+
+        // Now all were synced "now": nothing is due until the interval has passed.
+        QTest::qWait(300);
+        QCOMPARE(bisyncRemotes().size(), 3);
+        m_now = m_now.addSecs(30 * 60); // exactly the interval: not yet
+        QTest::qWait(300);
+        QCOMPARE(bisyncRemotes().size(), 3);
+        m_now = m_now.addSecs(1);
+        QTRY_COMPARE(bisyncRemotes().size(), 6);
+        // Every tick while they run skips them.
+        QTest::qWait(300);
+        QCOMPARE(bisyncRemotes().size(), 6);
+        release("r0");
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSyncRuns)
+#include "tst_syncruns.moc"
