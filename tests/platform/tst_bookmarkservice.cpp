@@ -1,0 +1,51 @@
+#include "platform/BookmarkService.h"
+
+#include <QDir>
+#include <QTemporaryDir>
+#include <QTest>
+
+class TestBookmarkService : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void findsTheFolderAgain()
+    {
+        QTemporaryDir parent;
+        const QString path = parent.filePath("My Projects ✓");
+        QVERIFY(QDir().mkpath(path));
+        const auto bookmark = BookmarkService::create(path);
+        QVERIFY(bookmark);
+
+        const auto same = BookmarkService::resolve(*bookmark);
+        QVERIFY(same);
+        QCOMPARE(same->path, path);
+        QVERIFY(!same->isStale);
+
+        // Renamed in place: found under its new name, marked stale.
+        QVERIFY(QDir().rename(path, parent.filePath("Projects 2026")));
+        const auto renamed = BookmarkService::resolve(*bookmark);
+        QVERIFY(renamed);
+        QCOMPARE(renamed->path, parent.filePath("Projects 2026"));
+        QVERIFY(renamed->isStale);
+
+        // A different folder at the old path is not the bookmarked one.
+        QVERIFY(QDir().mkpath(path));
+        QCOMPARE(BookmarkService::resolve(*bookmark)->path, parent.filePath("Projects 2026"));
+
+        // Gone altogether.
+        QVERIFY(QDir(parent.filePath("Projects 2026")).removeRecursively());
+        QCOMPARE(BookmarkService::resolve(*bookmark).has_value(), false);
+    }
+
+    void refusesWhatItCannotUse()
+    {
+        QCOMPARE(BookmarkService::create("/nonexistent/folder"), std::nullopt);
+        QCOMPARE(BookmarkService::resolve(QByteArray()).has_value(), false);
+        QCOMPARE(BookmarkService::resolve("bookmark bytes").has_value(), false);
+        QCOMPARE(BookmarkService::resolve("nimbrell-bookmark/1\n{\"path\":\"/tmp\"}").has_value(), false);
+    }
+};
+
+QTEST_APPLESS_MAIN(TestBookmarkService)
+#include "tst_bookmarkservice.moc"
