@@ -1,0 +1,177 @@
+// The whole road of a sync with the real rclone, real file events and the
+// program's own timings: a change in a local folder reaches both of its remotes
+// without anyone asking.
+#include "engine/RcloneEngine.h"
+#include "fakes/MemorySettingsStore.h"
+#include "model/FolderStore.h"
+#include "platform/InotifyFileEventService.h"
+#include "support/LogCapture.h"
+#include "support/RcloneSandbox.h"
+#include "sync/SyncManager.h"
+
+#include <QDirIterator>
+
+using namespace std::chrono_literals;
+
+namespace {
+
+void writeFile(const QString &path, const QByteArray &bytes)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(bytes);
+}
+
+QByteArray readFile(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
+}
+
+} // namespace
+
+class TestSyncEndToEnd : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void changeReachesBothRemotesByItself()
+    {
+        RcloneSandbox sandbox;
+        const QString aliased = sandbox.makeDirectory("aliased");
+        const QString served = sandbox.makeDirectory("served");
+        sandbox.addAlias("backup", aliased);
+        sandbox.addWebDav("dav", served);
+        const QString local = sandbox.makeDirectory("Documents");
+        writeFile(local + "/report.txt", "first");
+
+        MemorySettingsStore settings;
+        settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents; // 1 s batches
+        SyncManager manager({settings, engine, fileEvents}); // 5 s debounce, 2 s follow-up
+
+        SyncFolder folder;
+        folder.name = "Documents";
+        folder.localPath = local;
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", false},
+                                RemoteTarget{QUuid::createUuid(), "dav", "Team Docs", false}};
+        manager.addFolder(folder);
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE_WITH_TIMEOUT(manager.folders()[0].status, SyncStatus::success, 30000);
+        QCOMPARE(readFile(aliased + "/Docs/report.txt"), QByteArray("first"));
+        QCOMPARE(readFile(served + "/Team Docs/report.txt"), QByteArray("first"));
+
+        // Nobody calls the manager from here on.
+        QTest::qWait(200);
+        const QDateTime changedAt = QDateTime::currentDateTimeUtc();
+        writeFile(local + "/notes/new note.txt", "second");
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(aliased + "/Docs/notes/new note.txt"), QByteArray("second"), 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(served + "/Team Docs/notes/new note.txt"), QByteArray("second"), 30000);
+        QTRY_COMPARE_WITH_TIMEOUT(manager.folders()[0].status, SyncStatus::success, 30000);
+
+        QFile store(manager.dataFilePath());
+        QVERIFY(store.open(QIODevice::ReadOnly));
+        const SyncFolder stored = FolderStore::decode(store.readAll()).value().value(0);
+        QCOMPARE(stored.status, SyncStatus::success);
+        QVERIFY(stored.lastSync.value() > changedAt.addSecs(5)); // the run came after the quiet time
+        QVERIFY(stored.remoteTargets[0].hasResynced);
+        QVERIFY(stored.remoteTargets[1].hasResynced);
+        QCOMPARE(stored.lastError, std::nullopt);
+    }
+
+    void missingLocalFolderEndsInError()
+    {
+        RcloneSandbox sandbox;
+        sandbox.addAlias("backup", sandbox.makeDirectory("aliased"));
+        MemorySettingsStore settings;
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents;
+        SyncManager manager({settings, engine, fileEvents});
+
+        SyncFolder folder;
+        folder.name = "Gone";
+        folder.localPath = sandbox.root() + "/no such folder";
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "x", false}};
+        manager.addFolder(folder);
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE_WITH_TIMEOUT(manager.folders()[0].status, SyncStatus::error, 30000);
+        const QString error = manager.folders()[0].lastError.value_or(QString());
+        // The entry holds the end of rclone's own output.
+        QVERIFY2(error.startsWith("backup:x — ") && error.contains("Failed to bisync"), qPrintable(error));
+    }
+
+    void folderDeletedDuringARun()
+    {
+        RcloneSandbox sandbox;
+        sandbox.addWebDav("slow", sandbox.makeDirectory("served"), true);
+        const QString local = sandbox.makeDirectory("Vanishing");
+        for (int i = 0; i < 300; ++i)
+            writeFile(local + QStringLiteral("/f%1.txt").arg(i), QByteArray::number(i));
+        MemorySettingsStore settings;
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents;
+        SyncManager manager({settings, engine, fileEvents});
+
+        SyncFolder folder;
+        folder.name = "Vanishing";
+        folder.localPath = local;
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "slow", "v", false}};
+        manager.addFolder(folder);
+        manager.syncFolder(folder.id);
+        QTRY_VERIFY_WITH_TIMEOUT(manager.folders()[0].transferredFiles.has_value(), 20000);
+        QVERIFY(QDir(local).removeRecursively());
+        QTRY_VERIFY_WITH_TIMEOUT(manager.folders()[0].status != SyncStatus::syncing, 60000);
+        if (manager.folders()[0].status == SyncStatus::error)
+            QVERIFY(!manager.folders()[0].lastError.value_or(QString()).isEmpty());
+    }
+
+    // More directories than watches: the folder syncs, the limit is logged
+    // once, and the periodic check picks up what no watch can see.
+    void largeFolderBeyondTheWatchLimit()
+    {
+        RcloneSandbox sandbox;
+        const QString aliased = sandbox.makeDirectory("aliased");
+        sandbox.addAlias("backup", aliased);
+        const QString local = sandbox.makeDirectory("Large");
+        constexpr int kDirectories = 1000, kFilesEach = 100;
+        for (int d = 0; d < kDirectories; ++d) {
+            const QString dir = local + QStringLiteral("/d%1").arg(d);
+            QDir().mkpath(dir);
+            for (int f = 0; f < kFilesEach; ++f)
+                writeFile(dir + QStringLiteral("/f%1").arg(f), QByteArray::number(f));
+        }
+
+        MemorySettingsStore settings;
+        settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        settings.values.insert(SyncManager::kGlobalSyncIntervalKey, 60);
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents(1000ms, 200); // fewer watches than directories
+        QDateTime now = QDateTime::currentDateTimeUtc();
+        LogCapture log;
+        SyncManager manager({settings, engine, fileEvents, SyncTimings{500ms, 5s, 2s}, [&now] { return now; }});
+
+        SyncFolder folder;
+        folder.name = "Large";
+        folder.localPath = local;
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Large", false}};
+        manager.addFolder(folder);
+        QCOMPARE(fileEvents.watchCount(), 200);
+        QCOMPARE(log.count("Cannot watch all of " + local), 1);
+
+        // The first periodic tick syncs a folder that was never synced.
+        QTRY_COMPARE_WITH_TIMEOUT(manager.folders()[0].status, SyncStatus::success, 600000);
+        QCOMPARE(readFile(aliased + "/Large/d999/f99"), QByteArray("99"));
+
+        // A change where no watch is: only the periodic check sees it.
+        writeFile(local + "/d998/late.txt", "late");
+        now = now.addSecs(61 * 60);
+        QTRY_COMPARE_WITH_TIMEOUT(readFile(aliased + "/Large/d998/late.txt"), QByteArray("late"), 600000);
+        QTRY_COMPARE_WITH_TIMEOUT(manager.folders()[0].status, SyncStatus::success, 600000);
+        QCOMPARE(log.count("Cannot watch all of"), 1);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSyncEndToEnd)
+#include "tst_syncendtoend.moc"
