@@ -71,6 +71,7 @@ double engineBisync(RcloneEngine &engine, const BisyncRequest &request)
 int main(int argc, char *argv[])
 {
     QCoreApplication app(argc, argv);
+    std::setvbuf(stdout, nullptr, _IOLBF, 0); // figures show up as they come
     QLoggingCategory::setFilterRules(QStringLiteral("org.nimbrell.*=false"));
     const QString rclone = QStringLiteral(RCLONE_PATH);
     QTemporaryDir root;

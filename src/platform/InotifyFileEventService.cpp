@@ -169,7 +169,8 @@ int InotifyFileEventService::addDirectory(InotifyWatch *owner, const QByteArray 
         it = m_directories.insert(wd, Directory{});
     }
     it->path = path; // a directory moved within the tree keeps its watch
-    it->owners.insert(owner);
+    if (!it->owners.contains(owner))
+        it->owners.append(owner);
     return wd;
 }
 
@@ -178,7 +179,7 @@ void InotifyFileEventService::removeDirectory(InotifyWatch *owner, int wd)
     const auto it = m_directories.find(wd);
     if (it == m_directories.end())
         return;
-    it->owners.remove(owner);
+    it->owners.removeOne(owner);
     if (it->owners.isEmpty()) {
         inotify_rm_watch(m_fd, wd);
         m_directories.erase(it);
@@ -211,7 +212,7 @@ void InotifyFileEventService::readEvents()
                 continue;
             }
             const QByteArray directory = it->path;
-            const QSet<InotifyWatch *> owners = it->owners;
+            const QList<InotifyWatch *> owners = it->owners;
             for (InotifyWatch *owner : owners)
                 owner->noteChange();
             if ((event->mask & IN_ISDIR) && event->len > 0) {

@@ -3,6 +3,7 @@
 #include "platform/FileEventService.h"
 
 #include <QHash>
+#include <QList>
 #include <QObject>
 #include <QSet>
 
@@ -41,7 +42,7 @@ private:
     struct Directory
     {
         QByteArray path;
-        QSet<InotifyWatch *> owners;
+        QList<InotifyWatch *> owners; // nearly always one
     };
 
     // Adds a kernel watch for one directory on behalf of `owner`: its watch
