@@ -15,6 +15,19 @@
 
 #include <filesystem>
 
+namespace {
+// What a run shows, cleared for a run that starts or is cancelled.
+void resetRunState(SyncFolder &folder, SyncStatus status)
+{
+    folder.status = status;
+    folder.progress = 0.0;
+    folder.currentTargetIndex.reset();
+    folder.transferredSize.reset();
+    folder.transferredFiles.reset();
+    folder.transferSpeed.reset();
+}
+} // namespace
+
 SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     : QObject(parent)
     , m_isGlobalSyncEnabled(environment.settings.boolValue(kGlobalSyncEnabledKey))
@@ -145,17 +158,12 @@ void SyncManager::syncFolder(const QUuid &id)
     SyncFolder folder = m_folders.at(row);
     qCInfo(lcSyncManager, "Starting sync for folder: %s to %lld target(s)", qUtf8Printable(folder.name),
            static_cast<long long>(folder.remoteTargets.size()));
-    folder.status = SyncStatus::syncing;
-    folder.progress = 0.0;
+    resetRunState(folder, SyncStatus::syncing);
     folder.lastError.reset();
-    folder.currentTargetIndex.reset();
-    folder.transferredSize.reset();
-    folder.transferredFiles.reset();
-    folder.transferSpeed.reset();
     replaceFolder(row, folder);
     // Changes made during any run, not only a watcher's, make the watcher dirty.
-    if (const auto it = m_watchers.find(id); it != m_watchers.end())
-        it->second->setSyncing(true);
+    if (FolderWatcher *watcher = findWatcher(id))
+        watcher->setSyncing(true);
     // A run already under way is not cancelled; it only stops being the one
     // that a cancel reaches.
     auto *run = new SyncRun(*this, m_engine, folder);
@@ -182,20 +190,10 @@ void SyncManager::cancelSync(const QUuid &id)
         it->second->cancel();
         m_runs.erase(it);
     }
-    const qsizetype row = indexOf(id);
-    if (row >= 0) {
-        SyncFolder folder = m_folders.at(row);
-        folder.status = SyncStatus::idle;
-        folder.progress = 0.0;
-        folder.currentTargetIndex.reset();
-        folder.transferredSize.reset();
-        folder.transferredFiles.reset();
-        folder.transferSpeed.reset();
-        replaceFolder(row, folder);
+    if (changeFolder(id, [](SyncFolder &folder) { resetRunState(folder, SyncStatus::idle); }))
         saveFolders();
-    }
-    if (const auto it = m_watchers.find(id); it != m_watchers.end())
-        it->second->syncDidFinish();
+    if (FolderWatcher *watcher = findWatcher(id))
+        watcher->syncDidFinish();
 }
 
 void SyncManager::cancelAllSyncs()
@@ -230,7 +228,7 @@ void SyncManager::updateWatchers()
     }
 }
 
-const FolderWatcher *SyncManager::watcher(const QUuid &id) const
+FolderWatcher *SyncManager::findWatcher(const QUuid &id) const
 {
     const auto it = m_watchers.find(id);
     return it == m_watchers.end() ? nullptr : it->second.get();
@@ -281,8 +279,8 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors)
         else
             qCCritical(lcSyncManager, "Sync completed with errors for folder ID: %s", qPrintable(uuidString(id)));
     }
-    if (const auto it = m_watchers.find(id); it != m_watchers.end())
-        it->second->syncDidFinish();
+    if (FolderWatcher *watcher = findWatcher(id))
+        watcher->syncDidFinish();
 }
 
 void SyncManager::loadFolders()

@@ -78,7 +78,7 @@ public:
     void updateWatchers();
 
     bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }
-    const FolderWatcher *watcher(const QUuid &id) const;
+    const FolderWatcher *watcher(const QUuid &id) const { return findWatcher(id); }
 
 signals:
     void isGlobalSyncEnabledChanged(bool enabled);
@@ -98,6 +98,7 @@ private:
     void replaceFolder(qsizetype row, const SyncFolder &folder);
     // Applies `change` to the stored folder with this id, if it still exists.
     bool changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change);
+    FolderWatcher *findWatcher(const QUuid &id) const;
     void runFinished(SyncRun *run, const QStringList &errors);
 
     QList<SyncFolder> m_folders;

@@ -4,6 +4,7 @@
 #include "engine/RcloneJob.h"
 #include "support/Outcome.h"
 #include "support/RcloneSandbox.h"
+#include "support/TestFiles.h"
 
 #include <QDirIterator>
 #include <QEventLoop>
@@ -15,19 +16,7 @@
 
 namespace {
 
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
 
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
 
 // Relative paths of the files under a directory, sorted.
 QStringList filesUnder(const QString &root)

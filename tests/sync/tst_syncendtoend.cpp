@@ -7,29 +7,13 @@
 #include "platform/InotifyFileEventService.h"
 #include "support/LogCapture.h"
 #include "support/RcloneSandbox.h"
+#include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 
 #include <QDirIterator>
 
 using namespace std::chrono_literals;
 
-namespace {
-
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(bytes);
-}
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray("<missing>");
-}
-
-} // namespace
 
 class TestSyncEndToEnd : public QObject
 {

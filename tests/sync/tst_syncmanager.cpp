@@ -2,6 +2,7 @@
 #include "fakes/FakeFileEventService.h"
 #include "fakes/MemorySettingsStore.h"
 #include "model/FolderStore.h"
+#include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 
 #include <QDir>
@@ -23,19 +24,7 @@ SyncFolder makeFolder(const QString &name, int targets = 1)
     return folder;
 }
 
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
 
-void writeFile(const QString &path, const QByteArray &bytes)
-{
-    QDir().mkpath(QFileInfo(path).path());
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(bytes), bytes.size());
-}
 
 } // namespace
 
