@@ -92,6 +92,7 @@ void SyncManager::setGlobalSyncIntervalMinutes(qint64 minutes)
 
 void SyncManager::addFolder(const SyncFolder &folder)
 {
+    emit folderAboutToBeInserted(m_folders.size());
     m_folders.append(folder);
     emit folderInserted(m_folders.size() - 1);
     saveFolders();
@@ -125,6 +126,7 @@ void SyncManager::deleteFolder(const QUuid &id)
     cancelSync(id);
     for (qsizetype row = m_folders.size() - 1; row >= 0; --row) {
         if (m_folders.at(row).id == id) {
+            emit folderAboutToBeRemoved(row);
             m_folders.removeAt(row);
             emit folderRemoved(row);
         }

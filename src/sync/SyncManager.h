@@ -83,9 +83,12 @@ public:
 signals:
     void isGlobalSyncEnabledChanged(bool enabled);
     void globalSyncIntervalMinutesChanged(qint64 minutes);
-    // The folder list changed at one row (after the change).
+    // The folder list changes one row at a time: announced before an insert or
+    // a removal (for list models), reported after every change.
+    void folderAboutToBeInserted(qsizetype row);
     void folderInserted(qsizetype row);
     void folderChanged(qsizetype row);
+    void folderAboutToBeRemoved(qsizetype row);
     void folderRemoved(qsizetype row);
 
 private:

@@ -1,0 +1,65 @@
+#include "ui/FolderListModel.h"
+
+#include "model/UuidString.h"
+#include "sync/SyncManager.h"
+
+FolderListModel::FolderListModel(SyncManager &manager, QObject *parent)
+    : QAbstractListModel(parent)
+    , m_manager(manager)
+{
+    connect(&manager, &SyncManager::folderAboutToBeInserted, this,
+            [this](qsizetype row) { beginInsertRows({}, int(row), int(row)); });
+    connect(&manager, &SyncManager::folderInserted, this, [this] {
+        endInsertRows();
+        Q_EMIT countChanged();
+    });
+    connect(&manager, &SyncManager::folderAboutToBeRemoved, this,
+            [this](qsizetype row) { beginRemoveRows({}, int(row), int(row)); });
+    connect(&manager, &SyncManager::folderRemoved, this, [this] {
+        endRemoveRows();
+        Q_EMIT countChanged();
+    });
+    connect(&manager, &SyncManager::folderChanged, this, [this](qsizetype row) {
+        const QModelIndex changed = index(int(row));
+        Q_EMIT dataChanged(changed, changed);
+    });
+}
+
+int FolderListModel::rowCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : int(m_manager.folders().size());
+}
+
+QVariant FolderListModel::data(const QModelIndex &index, int role) const
+{
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+        return {};
+    const SyncFolder &folder = m_manager.folders().at(index.row());
+    switch (role) {
+    case IdRole:
+        return uuidString(folder.id);
+    case Qt::DisplayRole:
+    case NameRole:
+        return folder.name;
+    case StatusRole:
+        return rawValue(folder.status);
+    case RemoteCountRole:
+        return int(folder.remoteTargets.size());
+    case LastSyncRole:
+        return folder.lastSync.value_or(QDateTime());
+    case ProgressRole:
+        return folder.progress;
+    case LocalPathRole:
+        return folder.localPath;
+    default:
+        return {};
+    }
+}
+
+QHash<int, QByteArray> FolderListModel::roleNames() const
+{
+    return {
+        {IdRole, "folderId"},   {NameRole, "name"},         {StatusRole, "status"},       {RemoteCountRole, "remoteCount"},
+        {LastSyncRole, "lastSync"}, {ProgressRole, "progress"}, {LocalPathRole, "localPath"},
+    };
+}

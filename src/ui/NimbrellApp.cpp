@@ -1,0 +1,111 @@
+#include "ui/NimbrellApp.h"
+
+#include "model/UuidString.h"
+#include "platform/AppLogger.h"
+#include "sync/SyncManager.h"
+#include "ui/AppTheme.h"
+#include "ui/FolderListModel.h"
+#include "ui/Formatting.h"
+#include "ui/IconImageProvider.h"
+#include "ui/NavigationState.h"
+#include "ui/RemoteListModel.h"
+#include "ui/SettingsController.h"
+#include "ui/TrayMenu.h"
+
+#include <QCoreApplication>
+#include <QQmlComponent>
+#include <QQmlEngine>
+#include <QQuickWindow>
+
+namespace {
+// The QML file of each window identifier.
+QString windowFile(const QString &id)
+{
+    if (id == u"main")
+        return QStringLiteral("MainWindow.qml");
+    if (id == u"about")
+        return QStringLiteral("AboutWindow.qml");
+    if (id == u"settings")
+        return QStringLiteral("SettingsWindow.qml");
+    return {};
+}
+} // namespace
+
+NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
+    : QObject(parent)
+    , m_qml(std::make_unique<QQmlEngine>())
+    , m_syncManager(std::make_unique<SyncManager>(SyncEnvironment{services.settings, services.engine, services.fileEvents}))
+    , m_navigation(new NavigationState(this))
+    , m_folders(new FolderListModel(*m_syncManager, this))
+    , m_remotes(new RemoteListModel(services.engine, this))
+    , m_settings(new SettingsController(services.loginItem, services.engine, this))
+    , m_format(new Format(this))
+    , m_theme(new AppTheme(this))
+    , m_tray(new TrayMenu(*m_syncManager, this))
+{
+    m_qml->addImageProvider(QStringLiteral("icon"), new IconImageProvider);
+    connect(m_qml.get(), &QQmlEngine::quit, this, &NimbrellApp::quit);
+    connect(m_tray, &TrayMenu::openDashboardRequested, this, &NimbrellApp::openDashboard);
+    connect(m_tray, &TrayMenu::settingsRequested, this, [this] { openWindow(QStringLiteral("settings")); });
+    connect(m_tray, &TrayMenu::aboutRequested, this, [this] { openWindow(QStringLiteral("about")); });
+    connect(m_tray, &TrayMenu::quitRequested, this, &NimbrellApp::quit);
+}
+
+NimbrellApp::~NimbrellApp()
+{
+    // Windows first: their bindings read the objects below.
+    for (const QPointer<QQuickWindow> &window : std::as_const(m_windows))
+        delete window.data();
+}
+
+QQmlEngine *NimbrellApp::qmlEngine() const
+{
+    return m_qml.get();
+}
+
+void NimbrellApp::start()
+{
+    openWindow(QStringLiteral("main"));
+    m_tray->show();
+}
+
+QQuickWindow *NimbrellApp::openWindow(const QString &id)
+{
+    QPointer<QQuickWindow> &window = m_windows[id];
+    if (!window) {
+        QQmlComponent component(m_qml.get(), QUrl(QStringLiteral("qrc:/qt/qml/Nimbrell/qml/") + windowFile(id)));
+        QObject *object = component.createWithInitialProperties({{QStringLiteral("app"), QVariant::fromValue(this)}});
+        window = qobject_cast<QQuickWindow *>(object);
+        if (!window) {
+            qCCritical(lcGeneral, "Cannot open the window \"%s\": %s", qUtf8Printable(id),
+                       qUtf8Printable(component.errorString()));
+            delete object;
+            return nullptr;
+        }
+        QQmlEngine::setObjectOwnership(window, QQmlEngine::CppOwnership);
+    }
+    window->show();
+    window->raise();
+    window->requestActivate();
+    return window;
+}
+
+void NimbrellApp::openDashboard()
+{
+    m_navigation->showDashboard();
+    openWindow(QStringLiteral("main"));
+}
+
+void NimbrellApp::deleteFolder(const QString &id)
+{
+    const QUuid folderId = QUuid::fromString(id);
+    // Cancels its run, removes it, saves and updates the watchers.
+    m_syncManager->deleteFolder(folderId);
+    if (m_navigation->selection() == SidebarSelection::syncFolder(folderId))
+        m_navigation->clear();
+}
+
+void NimbrellApp::quit()
+{
+    QCoreApplication::quit();
+}

@@ -1,0 +1,97 @@
+#pragma once
+
+#include <QHash>
+#include <QObject>
+#include <QPointer>
+#include <QQuickWindow>
+#include <QtQml/qqmlregistration.h>
+
+#include <memory>
+
+class AppTheme;
+class FileEventService;
+class FolderListModel;
+class Format;
+class LoginItemService;
+class NavigationState;
+class QQmlEngine;
+class RcloneEngine;
+class RemoteListModel;
+class SettingsController;
+class SettingsStore;
+class SyncManager;
+class TrayMenu;
+
+// What the application runs on; main() provides the real services, tests
+// and the screenshot tool their own.
+struct AppServices
+{
+    SettingsStore &settings;
+    RcloneEngine &engine;
+    FileEventService &fileEvents;
+    LoginItemService &loginItem;
+};
+
+// The application: the one sync manager and navigation state, the models the
+// screens share, the windows by identifier ("main", "about", "settings") and
+// the tray menu. Every window gets this object as its `app` property.
+class NimbrellApp final : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("created by main()")
+    Q_MOC_INCLUDE("sync/SyncManager.h")
+    Q_MOC_INCLUDE("ui/AppTheme.h")
+    Q_MOC_INCLUDE("ui/FolderListModel.h")
+    Q_MOC_INCLUDE("ui/Formatting.h")
+    Q_MOC_INCLUDE("ui/NavigationState.h")
+    Q_MOC_INCLUDE("ui/RemoteListModel.h")
+    Q_MOC_INCLUDE("ui/SettingsController.h")
+    Q_PROPERTY(SyncManager *syncManager READ syncManager CONSTANT)
+    Q_PROPERTY(NavigationState *navigation READ navigation CONSTANT)
+    Q_PROPERTY(FolderListModel *folders READ folders CONSTANT)
+    Q_PROPERTY(RemoteListModel *remotes READ remotes CONSTANT)
+    Q_PROPERTY(SettingsController *settings READ settings CONSTANT)
+    Q_PROPERTY(Format *format READ format CONSTANT)
+    Q_PROPERTY(AppTheme *theme READ theme CONSTANT)
+
+public:
+    explicit NimbrellApp(const AppServices &services, QObject *parent = nullptr);
+    ~NimbrellApp() override;
+
+    SyncManager *syncManager() const { return m_syncManager.get(); }
+    NavigationState *navigation() const { return m_navigation; }
+    FolderListModel *folders() const { return m_folders; }
+    RemoteListModel *remotes() const { return m_remotes; }
+    SettingsController *settings() const { return m_settings; }
+    Format *format() const { return m_format; }
+    AppTheme *theme() const { return m_theme; }
+    TrayMenu *trayMenu() const { return m_tray; }
+    QQmlEngine *qmlEngine() const;
+
+    // Opens the window with this identifier, creating it the first time and
+    // raising it every time after.
+    Q_INVOKABLE QQuickWindow *openWindow(const QString &id);
+    QQuickWindow *window(const QString &id) const { return m_windows.value(id); }
+
+    // "Open Dashboard" of the tray: the dashboard in the main window, in front.
+    Q_INVOKABLE void openDashboard();
+    // The confirmed deletion of a folder; an open detail of it closes.
+    Q_INVOKABLE void deleteFolder(const QString &id);
+    Q_INVOKABLE void quit();
+
+    // Shows the main window and the tray.
+    void start();
+
+private:
+    std::unique_ptr<QQmlEngine> m_qml;
+    std::unique_ptr<SyncManager> m_syncManager;
+    NavigationState *m_navigation;
+    FolderListModel *m_folders;
+    RemoteListModel *m_remotes;
+    SettingsController *m_settings;
+    Format *m_format;
+    AppTheme *m_theme;
+    TrayMenu *m_tray;
+    QHash<QString, QPointer<QQuickWindow>> m_windows;
+};

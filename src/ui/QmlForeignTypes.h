@@ -1,0 +1,14 @@
+#pragma once
+
+#include "sync/SyncManager.h"
+
+#include <QtQml/qqml.h>
+
+// Types of the core library that QML sees (the core itself links no QML).
+struct SyncManagerForeign
+{
+    Q_GADGET
+    QML_FOREIGN(SyncManager)
+    QML_NAMED_ELEMENT(SyncManager)
+    QML_UNCREATABLE("owned by the application")
+};

@@ -1,0 +1,55 @@
+#include "ui/SettingsController.h"
+
+#include "engine/RcloneEngine.h"
+#include "engine/RcloneJob.h"
+#include "platform/AppLogger.h"
+#include "platform/LoginItemService.h"
+
+#include <QVariantMap>
+
+SettingsController::SettingsController(LoginItemService &loginItem, RcloneEngine &engine, QObject *parent)
+    : QObject(parent)
+    , m_loginItem(loginItem)
+    , m_engine(engine)
+    , m_launchAtLogin(loginItem.isEnabled())
+    , m_rcloneVersion(QStringLiteral("Loading..."))
+{
+}
+
+void SettingsController::setLaunchAtLogin(bool enabled)
+{
+    const std::optional<QString> error = enabled ? m_loginItem.registerItem() : m_loginItem.unregisterItem();
+    if (error)
+        qCCritical(lcGeneral, "Failed to toggle launch at login: %s", qUtf8Printable(*error));
+    // Whatever happened, the switch shows the real state.
+    const bool actual = error ? m_loginItem.isEnabled() : enabled;
+    // The switch moved on its own: tell it even when the stored value is the same.
+    m_launchAtLogin = actual;
+    Q_EMIT launchAtLoginChanged();
+}
+
+void SettingsController::loadVersion()
+{
+    if (m_versionJob)
+        return;
+    m_versionJob = m_engine.getVersion(this, [this](const RcloneResult<QString> &result) {
+        setRcloneVersion(result.ok() ? result.value() : QStringLiteral("Unknown"));
+    });
+}
+
+void SettingsController::setRcloneVersion(const QString &version)
+{
+    if (version == m_rcloneVersion)
+        return;
+    m_rcloneVersion = version;
+    Q_EMIT rcloneVersionChanged();
+}
+
+QVariantList SettingsController::intervalChoices()
+{
+    QVariantList choices;
+    for (const int minutes : {5, 10, 60})
+        choices.append(QVariantMap{{QStringLiteral("label"), QStringLiteral("%1 Minutes").arg(minutes)},
+                                   {QStringLiteral("minutes"), minutes}});
+    return choices;
+}

@@ -1,0 +1,50 @@
+#pragma once
+
+#include "engine/RcloneJob.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QVariantList>
+#include <QtQml/qqmlregistration.h>
+
+class LoginItemService;
+class RcloneEngine;
+
+// The settings window's own state: the login switch, which always ends up
+// showing what the login-item service really has, and the rclone version.
+// The two sync settings are the manager's and are bound to directly.
+class SettingsController final : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    QML_UNCREATABLE("created by the application")
+    Q_PROPERTY(bool launchAtLogin READ launchAtLogin WRITE setLaunchAtLogin NOTIFY launchAtLoginChanged)
+    Q_PROPERTY(QString rcloneVersion READ rcloneVersion NOTIFY rcloneVersionChanged)
+    Q_PROPERTY(QVariantList intervalChoices READ intervalChoices CONSTANT)
+
+public:
+    SettingsController(LoginItemService &loginItem, RcloneEngine &engine, QObject *parent = nullptr);
+
+    bool launchAtLogin() const { return m_launchAtLogin; }
+    void setLaunchAtLogin(bool enabled);
+
+    const QString &rcloneVersion() const { return m_rcloneVersion; }
+    // Asks rclone for its version; "Loading..." until it answers.
+    Q_INVOKABLE void loadVersion();
+
+    // [{label: "5 Minutes", minutes: 5}, ...]
+    static QVariantList intervalChoices();
+
+Q_SIGNALS:
+    void launchAtLoginChanged();
+    void rcloneVersionChanged();
+
+private:
+    void setRcloneVersion(const QString &version);
+
+    LoginItemService &m_loginItem;
+    RcloneEngine &m_engine;
+    bool m_launchAtLogin;
+    QString m_rcloneVersion;
+    QPointer<RcloneJob> m_versionJob;
+};

@@ -1,0 +1,81 @@
+#include "ui/TrayMenu.h"
+
+#include "ui/IconTable.h"
+#include "sync/SyncManager.h"
+
+#include <QIcon>
+#include <QMenu>
+#include <QSystemTrayIcon>
+
+#include <cmath>
+
+TrayMenu::TrayMenu(SyncManager &manager, QObject *parent)
+    : QObject(parent)
+    , m_manager(manager)
+    , m_menu(std::make_unique<QMenu>())
+{
+    const auto update = [this] {
+        // Progress reports come many times a second; rebuild only when a line changes.
+        const QStringList lines = syncingLines(m_manager.folders());
+        if (lines != m_shownLines || m_menu->isEmpty())
+            rebuild();
+    };
+    connect(&manager, &SyncManager::folderInserted, this, update);
+    connect(&manager, &SyncManager::folderChanged, this, update);
+    connect(&manager, &SyncManager::folderRemoved, this, update);
+    rebuild();
+}
+
+TrayMenu::~TrayMenu() = default;
+
+QStringList TrayMenu::syncingLines(const QList<SyncFolder> &folders)
+{
+    QStringList lines;
+    for (const SyncFolder &folder : folders) {
+        if (folder.status != SyncStatus::syncing)
+            continue;
+        const double progress = std::isfinite(folder.progress) ? folder.progress : 0.0;
+        const int percent = int(std::trunc(qBound(0.0, progress, 1.0) * 100.0));
+        QString line = folder.name;
+        const auto index = folder.currentTargetIndex;
+        if (index && *index >= 0 && *index < folder.remoteTargets.size())
+            line += QStringLiteral(" → ") + folder.remoteTargets.at(*index).remoteName;
+        line += QStringLiteral(" — ") + QString::number(percent) + u'%';
+        lines.append(line);
+    }
+    return lines;
+}
+
+void TrayMenu::show()
+{
+    if (!QSystemTrayIcon::isSystemTrayAvailable())
+        return; // the main window is the way in
+    if (!m_icon) {
+        m_icon = new QSystemTrayIcon(QIcon(iconResource(u"arrow.triangle.2.circlepath.icloud.fill")), this);
+        m_icon->setToolTip(QStringLiteral("Nimbrell"));
+        m_icon->setContextMenu(m_menu.get());
+        connect(m_icon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+            if (reason == QSystemTrayIcon::Trigger)
+                Q_EMIT openDashboardRequested();
+        });
+    }
+    m_icon->show();
+}
+
+void TrayMenu::rebuild()
+{
+    m_shownLines = syncingLines(m_manager.folders());
+    m_menu->clear();
+    m_menu->addAction(QStringLiteral("Open Dashboard"), this, &TrayMenu::openDashboardRequested);
+    m_menu->addSeparator();
+    if (!m_shownLines.isEmpty()) {
+        m_menu->addSection(QStringLiteral("Syncing"));
+        for (const QString &line : std::as_const(m_shownLines))
+            m_menu->addAction(line)->setEnabled(false);
+        m_menu->addSeparator();
+    }
+    m_menu->addAction(QStringLiteral("Settings..."), this, &TrayMenu::settingsRequested);
+    m_menu->addAction(QStringLiteral("About Nimbrell"), this, &TrayMenu::aboutRequested);
+    m_menu->addSeparator();
+    m_menu->addAction(QStringLiteral("Quit Nimbrell"), this, &TrayMenu::quitRequested);
+}

@@ -1,0 +1,24 @@
+import QtQuick
+import QtQuick.Controls
+import Nimbrell
+
+// Sized by its content; not resizable.
+ApplicationWindow {
+    id: window
+    required property NimbrellApp app
+    title: "About Nimbrell"
+    flags: Qt.Dialog
+    width: 400
+    height: view.implicitHeight + 56
+    minimumWidth: width
+    maximumWidth: width
+    minimumHeight: height
+    maximumHeight: height
+
+    AboutView {
+        id: view
+        app: window.app
+        anchors.fill: parent
+        anchors.margins: 28
+    }
+}

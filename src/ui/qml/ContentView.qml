@@ -1,0 +1,260 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import Nimbrell
+
+// The main window: the sidebar of dashboard, sync folders and remotes, and
+// the detail of whatever it has selected.
+Item {
+    id: content
+    required property NimbrellApp app
+    readonly property NavigationState nav: app.navigation
+
+    property string folderToDelete: ""
+
+    Component.onCompleted: app.remotes.reload()
+
+    function confirmDelete(folderId) {
+        folderToDelete = folderId
+        deleteDialog.open()
+    }
+
+    RowLayout {
+        anchors.fill: parent
+        spacing: 0
+
+        // ---- sidebar ----
+        Rectangle {
+            Layout.preferredWidth: 270
+            Layout.fillHeight: true
+            color: app.theme.dark ? Qt.darker(palette.window, 1.15) : Qt.darker(palette.window, 1.03)
+
+            ColumnLayout {
+                anchors.fill: parent
+                spacing: 0
+
+                RowLayout {
+                    Layout.fillWidth: true
+                    Layout.margins: 8
+                    Label {
+                        Layout.fillWidth: true
+                        leftPadding: 4
+                        text: "Nimbrell"
+                        font.pixelSize: 15
+                        font.weight: Font.DemiBold
+                    }
+                    ToolButton {
+                        id: plusButton
+                        objectName: "plusButton"
+                        icon.source: "image://icon/plus?color=" + encodeURIComponent(palette.buttonText.toString())
+                        display: AbstractButton.IconOnly
+                        text: "Add"
+                        ToolTip.visible: hovered
+                        ToolTip.text: "New sync folder or remote"
+                        onClicked: plusMenu.popup(plusButton, 0, plusButton.height)
+                        Menu {
+                            id: plusMenu
+                            MenuItem {
+                                text: "New Sync Folder"
+                                icon.source: "image://icon/folder.badge.plus?color=" + encodeURIComponent(palette.text.toString())
+                                onTriggered: nav.showNewSyncFolder()
+                            }
+                            MenuItem {
+                                text: "Add Remote"
+                                icon.source: "image://icon/cloud.badge.plus?color=" + encodeURIComponent(palette.text.toString())
+                                onTriggered: addRemoteSheet.open()
+                            }
+                        }
+                    }
+                }
+
+                ListView {
+                    id: sidebar
+                    objectName: "sidebar"
+                    Layout.fillWidth: true
+                    Layout.fillHeight: true
+                    clip: true
+                    boundsBehavior: Flickable.StopAtBounds
+                    model: app.folders
+                    ScrollBar.vertical: ScrollBar {}
+
+                    header: Column {
+                        width: sidebar.width
+                        ItemDelegate {
+                            objectName: "dashboardRow"
+                            width: parent.width
+                            highlighted: nav.page === NavigationState.Dashboard
+                            horizontalPadding: 10
+                            contentItem: RowLayout {
+                                spacing: 10
+                                Item {
+                                    Layout.preferredWidth: 28
+                                    Layout.preferredHeight: 28
+                                    Icon {
+                                        anchors.centerIn: parent
+                                        name: "house.fill"
+                                        color: app.theme.accent
+                                        size: 18
+                                    }
+                                }
+                                Label {
+                                    Layout.fillWidth: true
+                                    text: "Dashboard"
+                                    font.weight: Font.Medium
+                                }
+                            }
+                            onClicked: nav.showDashboard()
+                        }
+                        SectionHeader { text: "Sync Folders" }
+                        Label {
+                            visible: sidebar.count === 0
+                            leftPadding: 12
+                            bottomPadding: 6
+                            text: "No sync folders"
+                            color: app.theme.secondary
+                        }
+                    }
+
+                    delegate: SidebarFolderRow {
+                        required property int index
+                        width: sidebar.width
+                        app: content.app
+                        selected: nav.page === NavigationState.SyncFolder && nav.folderId === folderId
+                        onClicked: nav.showFolder(folderId)
+                        onDeleteRequested: content.confirmDelete(folderId)
+                    }
+
+                    footer: Column {
+                        width: sidebar.width
+                        SectionHeader { text: "Remotes" }
+                        Label {
+                            visible: app.remotes.count === 0
+                            leftPadding: 12
+                            bottomPadding: 6
+                            text: "No remotes"
+                            color: app.theme.secondary
+                        }
+                        Repeater {
+                            model: app.remotes
+                            delegate: SidebarRemoteRow {
+                                width: sidebar.width
+                                app: content.app
+                                selected: nav.page === NavigationState.Remote && nav.remoteName === name
+                                onClicked: nav.showRemote(name)
+                            }
+                        }
+                        Item { width: 1; height: 8 }
+                    }
+                }
+            }
+        }
+
+        Rectangle {
+            Layout.preferredWidth: 1
+            Layout.fillHeight: true
+            color: app.theme.separator
+        }
+
+        // ---- detail ----
+        Loader {
+            id: detail
+            objectName: "detail"
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            sourceComponent: {
+                switch (nav.page) {
+                case NavigationState.Dashboard: return dashboardPane
+                case NavigationState.SyncFolder: return folderPane
+                case NavigationState.Remote: return remotePane
+                case NavigationState.NewSyncFolder: return newFolderPane
+                default: return emptyDetail
+                }
+            }
+        }
+    }
+
+    Component {
+        id: emptyDetail
+        Item {
+            objectName: "emptyDetail"
+            ColumnLayout {
+                anchors.centerIn: parent
+                spacing: 8
+                Label {
+                    Layout.alignment: Qt.AlignHCenter
+                    text: "Nimbrell"
+                    font.pixelSize: 26
+                    font.weight: Font.Bold
+                }
+                Label {
+                    Layout.alignment: Qt.AlignHCenter
+                    horizontalAlignment: Text.AlignHCenter
+                    text: "Select a sync folder or remote from the sidebar,\nor create a new one to get started."
+                    color: app.theme.secondary
+                }
+            }
+        }
+    }
+    Component {
+        id: dashboardPane
+        PlaceholderPane { title: "Dashboard"; subtitle: "The dashboard is on its way." }
+    }
+    Component {
+        id: folderPane
+        PlaceholderPane { title: "Sync Folder"; subtitle: "Folder details are on their way." }
+    }
+    Component {
+        id: remotePane
+        PlaceholderPane { title: nav.remoteName; subtitle: "Remote details are on their way." }
+    }
+    Component {
+        id: newFolderPane
+        PlaceholderPane { title: "New Sync Folder"; subtitle: "The folder editor is on its way." }
+    }
+
+    Dialog {
+        id: deleteDialog
+        objectName: "deleteDialog"
+        anchors.centerIn: parent
+        modal: true
+        title: "Delete Sync Folder"
+        width: Math.min(420, content.width - 40)
+        contentItem: Label {
+            text: "This sync folder and its configuration will be permanently removed."
+            wrapMode: Text.Wrap
+        }
+        footer: DialogButtonBox {
+            Button {
+                text: "Cancel"
+                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
+            }
+            Button {
+                text: "Delete"
+                objectName: "confirmDelete"
+                palette.buttonText: app.theme.red
+                DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole
+                onClicked: {
+                    app.deleteFolder(content.folderToDelete)
+                    deleteDialog.close()
+                }
+            }
+        }
+        onClosed: content.folderToDelete = ""
+    }
+
+    Dialog {
+        id: addRemoteSheet
+        objectName: "addRemoteSheet"
+        anchors.centerIn: parent
+        modal: true
+        title: "Add Remote"
+        width: Math.min(460, content.width - 40)
+        contentItem: Label {
+            text: "Adding remotes from here is on its way. Remotes set up with rclone show up in the sidebar."
+            wrapMode: Text.Wrap
+        }
+        standardButtons: Dialog.Close
+        // However it closes, the remotes are listed again.
+        onClosed: app.remotes.reload()
+    }
+}

@@ -1,0 +1,100 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import Nimbrell
+
+// One sync folder in the sidebar: icon in its status colour, name, remote
+// count with the time of the last sync, and a status mark.
+ItemDelegate {
+    id: row
+    required property NimbrellApp app
+    required property string folderId
+    required property string name
+    required property string status
+    required property int remoteCount
+    required property var lastSync
+    property bool selected: false
+
+    signal deleteRequested()
+
+    highlighted: selected
+    padding: 8
+    horizontalPadding: 10
+
+    readonly property color statusColor: app.theme.statusColor(status)
+    readonly property string detailText: app.format.remoteCount(remoteCount)
+        + (lastSync && !isNaN(lastSync.getTime()) ? " · " + relativeAgo(lastSync) : "")
+
+    function relativeAgo(date) {
+        const text = app.format.relativeTime(date, app.format.now)
+        return text === "now" ? "just now" : text + " ago"
+    }
+
+    contentItem: RowLayout {
+        spacing: 10
+        Rectangle {
+            Layout.preferredWidth: 28
+            Layout.preferredHeight: 28
+            radius: 7
+            color: Qt.rgba(row.statusColor.r, row.statusColor.g, row.statusColor.b, 0.15)
+            Icon {
+                anchors.centerIn: parent
+                name: "folder.fill"
+                color: row.statusColor
+                size: 16
+            }
+        }
+        ColumnLayout {
+            Layout.fillWidth: true
+            spacing: 1
+            Label {
+                Layout.fillWidth: true
+                text: row.name
+                textFormat: Text.PlainText
+                elide: Text.ElideRight
+                font.weight: Font.Medium
+            }
+            Label {
+                Layout.fillWidth: true
+                text: row.detailText
+                textFormat: Text.PlainText
+                elide: Text.ElideRight
+                font.pixelSize: 11
+                color: app.theme.secondary
+            }
+        }
+        Item {
+            Layout.preferredWidth: 16
+            Layout.preferredHeight: 16
+            Rectangle {
+                anchors.centerIn: parent
+                width: 7
+                height: 7
+                radius: 3.5
+                visible: row.status === "success" || row.status === "error"
+                color: row.status === "error" ? app.theme.red : app.theme.green
+            }
+            BusyIndicator {
+                anchors.centerIn: parent
+                visible: row.status === "syncing"
+                running: visible
+                width: 22
+                height: 22
+                scale: 0.7
+            }
+        }
+    }
+
+    TapHandler {
+        acceptedButtons: Qt.RightButton
+        onTapped: contextMenu.popup()
+    }
+    Menu {
+        id: contextMenu
+        MenuItem {
+            text: "Delete"
+            icon.source: "image://icon/trash?color=" + encodeURIComponent(app.theme.red.toString())
+            onTriggered: row.deleteRequested()
+        }
+    }
+}

@@ -1,0 +1,52 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import Nimbrell
+
+// One rclone remote in the sidebar: its provider's icon, name and kind.
+ItemDelegate {
+    id: row
+    required property NimbrellApp app
+    required property string name
+    required property string displayTypeName
+    required property string icon
+    required property bool iconIsAsset
+    property bool selected: false
+
+    highlighted: selected
+    padding: 8
+    horizontalPadding: 10
+
+    contentItem: RowLayout {
+        spacing: 10
+        Item {
+            Layout.preferredWidth: 28
+            Layout.preferredHeight: 28
+            Icon {
+                anchors.centerIn: parent
+                name: row.icon
+                size: row.iconIsAsset ? 24 : 18
+                color: app.theme.accent
+            }
+        }
+        ColumnLayout {
+            Layout.fillWidth: true
+            spacing: 1
+            Label {
+                Layout.fillWidth: true
+                text: row.name
+                textFormat: Text.PlainText
+                elide: Text.ElideRight
+                font.weight: Font.Medium
+            }
+            Label {
+                Layout.fillWidth: true
+                text: row.displayTypeName
+                textFormat: Text.PlainText
+                elide: Text.ElideRight
+                font.pixelSize: 11
+                color: app.theme.secondary
+            }
+        }
+    }
+}
