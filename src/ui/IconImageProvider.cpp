@@ -25,11 +25,13 @@ QImage IconImageProvider::render(const QString &symbol, const QColor &color, con
     svg.replace("currentColor", color.name(QColor::HexRgb).toLatin1());
     QSvgRenderer renderer(svg);
     QPainter painter(&image);
+    painter.setOpacity(color.alphaF()); // SVG colours carry no alpha
     renderer.render(&painter, QRectF(QPointF(0, 0), QSizeF(size)));
     if (gradient) {
         QLinearGradient fill(0, 0, size.width(), size.height());
         fill.setColorAt(0, QColor(0x2F, 0x7B, 0xF5));
         fill.setColorAt(1, QColor(0x8A, 0x4F, 0xFF));
+        painter.setOpacity(1.0);
         painter.setCompositionMode(QPainter::CompositionMode_SourceIn);
         painter.fillRect(image.rect(), fill);
     }

@@ -73,8 +73,11 @@ QQuickWindow *NimbrellApp::openWindow(const QString &id)
 {
     QPointer<QQuickWindow> &window = m_windows[id];
     if (!window) {
-        QQmlComponent component(m_qml.get(), QUrl(QStringLiteral("qrc:/qt/qml/Nimbrell/qml/") + windowFile(id)));
-        QObject *object = component.createWithInitialProperties({{QStringLiteral("app"), QVariant::fromValue(this)}});
+        QQmlComponent component(m_qml.get(), QUrl(QStringLiteral("qrc:/qt/qml/Nimbrell/ui/qml/") + windowFile(id)));
+        // (Creating from a component with errors crashes in Qt 6.4.)
+        QObject *object = component.isReady()
+            ? component.createWithInitialProperties({{QStringLiteral("app"), QVariant::fromValue(this)}})
+            : nullptr;
         window = qobject_cast<QQuickWindow *>(object);
         if (!window) {
             qCCritical(lcGeneral, "Cannot open the window \"%s\": %s", qUtf8Printable(id),

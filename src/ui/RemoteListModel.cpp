@@ -41,7 +41,7 @@ QHash<int, QByteArray> RemoteListModel::roleNames() const
     return {{NameRole, "name"},
             {TypeRole, "type"},
             {DisplayTypeNameRole, "displayTypeName"},
-            {IconRole, "icon"},
+            {IconRole, "iconName"},
             {IconIsAssetRole, "iconIsAsset"}};
 }
 

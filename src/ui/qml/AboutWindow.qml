@@ -3,9 +3,8 @@ import QtQuick.Controls
 import Nimbrell
 
 // Sized by its content; not resizable.
-ApplicationWindow {
+AppWindow {
     id: window
-    required property NimbrellApp app
     title: "About Nimbrell"
     flags: Qt.Dialog
     width: 400

@@ -27,7 +27,7 @@ Item {
         Rectangle {
             Layout.preferredWidth: 270
             Layout.fillHeight: true
-            color: app.theme.dark ? Qt.darker(palette.window, 1.15) : Qt.darker(palette.window, 1.03)
+            color: app.theme.isDark ? Qt.darker(palette.window, 1.15) : Qt.darker(palette.window, 1.03)
 
             ColumnLayout {
                 anchors.fill: parent
@@ -81,10 +81,12 @@ Item {
                     header: Column {
                         width: sidebar.width
                         ItemDelegate {
+                            id: dashboardRow
                             objectName: "dashboardRow"
                             width: parent.width
                             highlighted: nav.page === NavigationState.Dashboard
-                            horizontalPadding: 10
+                            horizontalPadding: 14
+                            background: SidebarRowBackground { row: dashboardRow }
                             contentItem: RowLayout {
                                 spacing: 10
                                 Item {
@@ -93,7 +95,7 @@ Item {
                                     Icon {
                                         anchors.centerIn: parent
                                         name: "house.fill"
-                                        color: app.theme.accent
+                                        color: dashboardRow.highlighted ? palette.highlightedText : app.theme.accent
                                         size: 18
                                     }
                                 }
@@ -101,6 +103,7 @@ Item {
                                     Layout.fillWidth: true
                                     text: "Dashboard"
                                     font.weight: Font.Medium
+                                    color: dashboardRow.highlighted ? palette.highlightedText : palette.windowText
                                 }
                             }
                             onClicked: nav.showDashboard()
@@ -217,9 +220,21 @@ Item {
         objectName: "deleteDialog"
         anchors.centerIn: parent
         modal: true
+        padding: 20
+        topPadding: 12
+        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
+        header: Label {
+            text: deleteDialog.title
+            font.pixelSize: 15
+            font.weight: Font.DemiBold
+            padding: 20
+            bottomPadding: 0
+        }
         title: "Delete Sync Folder"
-        width: Math.min(420, content.width - 40)
-        contentItem: Label {
+        contentWidth: 380
+        Label {
+            id: deleteMessage
+            width: 380
             text: "This sync folder and its configuration will be permanently removed."
             wrapMode: Text.Wrap
         }
@@ -247,13 +262,30 @@ Item {
         objectName: "addRemoteSheet"
         anchors.centerIn: parent
         modal: true
+        padding: 20
+        topPadding: 12
+        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
+        header: Label {
+            text: addRemoteSheet.title
+            font.pixelSize: 15
+            font.weight: Font.DemiBold
+            padding: 20
+            bottomPadding: 0
+        }
         title: "Add Remote"
-        width: Math.min(460, content.width - 40)
-        contentItem: Label {
+        contentWidth: 400
+        Label {
+            id: addRemoteMessage
+            width: 400
             text: "Adding remotes from here is on its way. Remotes set up with rclone show up in the sidebar."
             wrapMode: Text.Wrap
         }
-        standardButtons: Dialog.Close
+        footer: DialogButtonBox {
+            Button {
+                text: "Close"
+                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
+            }
+        }
         // However it closes, the remotes are listed again.
         onClosed: app.remotes.reload()
     }

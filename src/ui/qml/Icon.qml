@@ -11,7 +11,7 @@ Image {
     width: size
     height: size
     sourceSize: Qt.size(size, size)
-    source: name === "" ? "" : "image://icon/" + name + "?color=" + encodeURIComponent(color.toString())
+    source: name === "" ? "" : "image://icon/" + name + "?color=" + encodeURIComponent(color.toString()) // "#aarrggbb" when translucent
                                 + (gradient ? "&gradient" : "")
     fillMode: Image.PreserveAspectFit
     smooth: true

@@ -72,7 +72,8 @@ ColumnLayout {
                         model: app.settings.intervalChoices
                         textRole: "label"
                         valueRole: "minutes"
-                        currentIndex: indexOfValue(view.manager.globalSyncIntervalMinutes)
+                        // (count: look again once the choices are there)
+                        currentIndex: count > 0 ? indexOfValue(view.manager.globalSyncIntervalMinutes) : -1
                         onActivated: view.manager.globalSyncIntervalMinutes = currentValue
                     }
                 }

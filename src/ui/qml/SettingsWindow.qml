@@ -2,9 +2,8 @@ import QtQuick
 import QtQuick.Controls
 import Nimbrell
 
-ApplicationWindow {
+AppWindow {
     id: window
-    required property NimbrellApp app
     title: "Nimbrell Settings"
     width: 500
     height: 520

@@ -19,7 +19,9 @@ ItemDelegate {
 
     highlighted: selected
     padding: 8
-    horizontalPadding: 10
+    horizontalPadding: 14
+    background: SidebarRowBackground { row: row }
+    readonly property color textColor: highlighted ? palette.highlightedText : palette.windowText
 
     readonly property color statusColor: app.theme.statusColor(status)
     readonly property string detailText: app.format.remoteCount(remoteCount)
@@ -53,6 +55,7 @@ ItemDelegate {
                 textFormat: Text.PlainText
                 elide: Text.ElideRight
                 font.weight: Font.Medium
+                color: row.textColor
             }
             Label {
                 Layout.fillWidth: true
@@ -60,7 +63,8 @@ ItemDelegate {
                 textFormat: Text.PlainText
                 elide: Text.ElideRight
                 font.pixelSize: 11
-                color: app.theme.secondary
+                color: row.textColor
+                opacity: 0.65
             }
         }
         Item {
@@ -78,9 +82,9 @@ ItemDelegate {
                 anchors.centerIn: parent
                 visible: row.status === "syncing"
                 running: visible
-                width: 22
-                height: 22
-                scale: 0.7
+                width: 18
+                height: 18
+                padding: 0
             }
         }
     }

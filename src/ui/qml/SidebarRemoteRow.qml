@@ -9,13 +9,15 @@ ItemDelegate {
     required property NimbrellApp app
     required property string name
     required property string displayTypeName
-    required property string icon
+    required property string iconName
     required property bool iconIsAsset
     property bool selected: false
 
     highlighted: selected
     padding: 8
-    horizontalPadding: 10
+    horizontalPadding: 14
+    background: SidebarRowBackground { row: row }
+    readonly property color textColor: highlighted ? palette.highlightedText : palette.windowText
 
     contentItem: RowLayout {
         spacing: 10
@@ -24,9 +26,9 @@ ItemDelegate {
             Layout.preferredHeight: 28
             Icon {
                 anchors.centerIn: parent
-                name: row.icon
+                name: row.iconName
                 size: row.iconIsAsset ? 24 : 18
-                color: app.theme.accent
+                color: row.highlighted ? palette.highlightedText : app.theme.accent
             }
         }
         ColumnLayout {
@@ -38,6 +40,7 @@ ItemDelegate {
                 textFormat: Text.PlainText
                 elide: Text.ElideRight
                 font.weight: Font.Medium
+                color: row.textColor
             }
             Label {
                 Layout.fillWidth: true
@@ -45,7 +48,8 @@ ItemDelegate {
                 textFormat: Text.PlainText
                 elide: Text.ElideRight
                 font.pixelSize: 11
-                color: app.theme.secondary
+                color: row.textColor
+                opacity: 0.65
             }
         }
     }

@@ -1,0 +1,14 @@
+import QtQuick
+
+
+// The rounded highlight of a selected or hovered sidebar row.
+Rectangle {
+    property Item row
+    x: 6
+    width: row.width - 12
+    height: row.height
+    radius: 6
+    color: row.highlighted ? palette.highlight
+         : row.hovered ? Qt.rgba(palette.windowText.r, palette.windowText.g, palette.windowText.b, 0.07)
+         : "transparent"
+}

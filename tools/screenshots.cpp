@@ -1,0 +1,231 @@
+// Renders every window of Nimbrell in its interesting states into PNG files,
+// offscreen. Any QML warning fails the run.
+//   NIMBRELL_APPEARANCE=light|dark nimbrell-screenshots OUTPUT_DIRECTORY
+#include "engine/RcloneEngine.h"
+#include "model/FolderStore.h"
+#include "platform/InotifyFileEventService.h"
+#include "platform/SettingsStore.h"
+#include "platform/XdgAutostartLoginItem.h"
+#include "sync/SyncManager.h"
+#include "ui/AppSetup.h"
+#include "ui/NavigationState.h"
+#include "ui/NimbrellApp.h"
+#include "ui/RemoteListModel.h"
+#include "ui/SettingsController.h"
+#include "ui/TrayMenu.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <QMenu>
+#include <QQuickItem>
+#include <QTemporaryDir>
+#include <QTimer>
+#include <QVariant>
+#include <QtQml/qqmlextensionplugin.h>
+
+#include <cstdio>
+
+Q_IMPORT_QML_PLUGIN(NimbrellPlugin)
+
+namespace {
+
+int g_warnings = 0;
+QtMessageHandler g_previousHandler = nullptr;
+
+void countWarnings(QtMsgType type, const QMessageLogContext &context, const QString &message)
+{
+    const QLatin1String category(context.category ? context.category : "");
+    if (type == QtWarningMsg && !category.startsWith(QLatin1String("org.nimbrell")) &&
+        !message.contains(QLatin1String("This plugin does not support")) && // the offscreen platform
+        !message.contains(QLatin1String("XDG_RUNTIME_DIR")))
+        ++g_warnings;
+    g_previousHandler(type, context, message);
+}
+
+class Settings final : public SettingsStore
+{
+public:
+    QHash<QString, QVariant> values;
+    bool boolValue(const QString &key) const override { return values.value(key).toBool(); }
+    qint64 integerValue(const QString &key) const override { return values.value(key).toLongLong(); }
+    void setBoolValue(const QString &key, bool value) override { values.insert(key, value); }
+    void setIntegerValue(const QString &key, qint64 value) override { values.insert(key, value); }
+};
+
+void wait(int ms)
+{
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+bool waitFor(const std::function<bool()> &condition, int timeoutMs = 10000)
+{
+    QElapsedTimer timer;
+    timer.start();
+    while (!condition() && timer.elapsed() < timeoutMs)
+        wait(20);
+    return condition();
+}
+
+QString g_output;
+bool g_failed = false;
+
+void save(QQuickWindow *window, const QString &name)
+{
+    if (!window || !waitFor([window] { return window->isExposed(); })) {
+        std::fprintf(stderr, "%s: the window was not shown\n", qPrintable(name));
+        g_failed = true;
+        return;
+    }
+    wait(250); // images and layout settle
+    const QString path = g_output + u'/' + name + QStringLiteral(".png");
+    if (!window->grabWindow().save(path)) {
+        std::fprintf(stderr, "%s: cannot write %s\n", qPrintable(name), qPrintable(path));
+        g_failed = true;
+        return;
+    }
+    std::printf("%s\n", qPrintable(path));
+}
+
+void invoke(QQuickWindow *window, const char *objectName, const char *method)
+{
+    if (QObject *object = window->findChild<QObject *>(QLatin1String(objectName)))
+        QMetaObject::invokeMethod(object, method);
+}
+
+void writeFixture(const QString &root)
+{
+    const QString home = root + QStringLiteral("/home");
+    QDir().mkpath(home + QStringLiteral("/.config/rclone"));
+    QFile config(root + QStringLiteral("/rclone.conf"));
+    if (config.open(QIODevice::WriteOnly)) {
+        config.write("[gdrive]\ntype = drive\n\n[Work Dropbox]\ntype = dropbox\n\n[team-dav]\ntype = webdav\nurl = http://127.0.0.1:9/\n\n"
+                     "[archive]\ntype = s3\n\n[backblaze]\ntype = b2\n\n[nas]\ntype = sftp\n\n[onedrive]\ntype = onedrive\n\n"
+                     "[scratch]\ntype = local\n");
+    }
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    const auto target = [](const char *remote, const char *path) {
+        return RemoteTarget{QUuid::createUuid(), QString::fromLatin1(remote), QString::fromLatin1(path), true};
+    };
+    SyncFolder documents;
+    documents.name = QStringLiteral("Documents");
+    documents.localPath = home + QStringLiteral("/Documents");
+    documents.remoteTargets = {target("gdrive", "Backup/Documents"), target("team-dav", "Documents")};
+    documents.status = SyncStatus::success;
+    documents.progress = 1;
+    documents.lastSync = now.addSecs(-5 * 60);
+    SyncFolder photos;
+    photos.name = QStringLiteral("Photos");
+    photos.localPath = home + QStringLiteral("/Pictures");
+    photos.remoteTargets = {target("Work Dropbox", "Photos"), target("archive", "photos")};
+    photos.status = SyncStatus::syncing;
+    photos.currentTargetIndex = 1;
+    photos.progress = 0.62;
+    photos.lastSync = now.addSecs(-2 * 3600);
+    SyncFolder projects;
+    projects.name = QStringLiteral("Projects");
+    projects.localPath = home + QStringLiteral("/Projects");
+    projects.remoteTargets = {target("nas", "projects")};
+    projects.status = SyncStatus::error;
+    projects.lastError = QStringLiteral("nas:projects — Failed to bisync: connection refused");
+    projects.lastSync = now.addDays(-3);
+    SyncFolder music;
+    music.name = QStringLiteral("Music");
+    music.localPath = home + QStringLiteral("/Music");
+    SyncFolder odd;
+    odd.name = QStringLiteral("<b>Not bold</b> \u05E9\u05DC\u05D5\u05DD \U0001F600 ") + QString(400, u'x');
+    odd.localPath = home + QStringLiteral("/odd");
+    odd.remoteTargets = {target("scratch", "")};
+    QFile store(home + QStringLiteral("/.config/rclone/rclone_sync_folders.json"));
+    if (store.open(QIODevice::WriteOnly))
+        store.write(FolderStore::encode({documents, photos, projects, music, odd}).value());
+}
+
+QString uuidStringOf(NimbrellApp &app, int row)
+{
+    return app.syncManager()->folders().at(row).id.toString(QUuid::WithoutBraces);
+}
+
+void shoot(const QString &appearance, bool withData)
+{
+    QTemporaryDir root;
+    if (withData)
+        writeFixture(root.path());
+    qputenv("HOME", QFile::encodeName(root.filePath(QStringLiteral("home"))));
+    qputenv("XDG_CONFIG_HOME", QFile::encodeName(root.filePath(QStringLiteral("home/.config"))));
+    qputenv("RCLONE_CONFIG", QFile::encodeName(root.filePath(QStringLiteral("rclone.conf"))));
+
+    Settings settings;
+    RcloneEngine engine(QStringLiteral(RCLONE_PATH));
+    InotifyFileEventService fileEvents;
+    XdgAutostartLoginItem loginItem;
+    NimbrellApp app({settings, engine, fileEvents, loginItem});
+    app.start();
+    QQuickWindow *main = app.window(QStringLiteral("main"));
+    const QString suffix = u'-' + appearance;
+    if (!withData) {
+        waitFor([&] { return !app.remotes()->isLoading(); });
+        save(main, QStringLiteral("main-empty") + suffix);
+        return;
+    }
+    waitFor([&] { return app.remotes()->count() > 0; });
+    save(main, QStringLiteral("main-dashboard") + suffix);
+
+    app.navigation()->showRemote(QStringLiteral("gdrive"));
+    save(main, QStringLiteral("main-remote-selected") + suffix);
+    app.navigation()->showFolder(uuidStringOf(app, 0));
+    save(main, QStringLiteral("main-folder-selected") + suffix);
+    app.navigation()->clear();
+    save(main, QStringLiteral("main-no-selection") + suffix);
+
+    invoke(main, "deleteDialog", "open");
+    save(main, QStringLiteral("main-delete-confirmation") + suffix);
+    invoke(main, "deleteDialog", "close");
+    invoke(main, "addRemoteSheet", "open");
+    save(main, QStringLiteral("main-add-remote") + suffix);
+    invoke(main, "addRemoteSheet", "close");
+
+    QQuickWindow *settingsWindow = app.openWindow(QStringLiteral("settings"));
+    save(settingsWindow, QStringLiteral("settings-loading") + suffix);
+    waitFor([&] { return app.settings()->rcloneVersion() != u"Loading..."; });
+    save(settingsWindow, QStringLiteral("settings") + suffix);
+
+    save(app.openWindow(QStringLiteral("about")), QStringLiteral("about") + suffix);
+
+    QMenu *menu = app.trayMenu()->menu();
+    menu->adjustSize();
+    const QString menuPath = g_output + QStringLiteral("/tray-menu") + suffix + QStringLiteral(".png");
+    if (menu->grab().save(menuPath))
+        std::printf("%s\n", qPrintable(menuPath));
+    else
+        g_failed = true;
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    if (qEnvironmentVariableIsEmpty("NIMBRELL_APPEARANCE"))
+        qputenv("NIMBRELL_APPEARANCE", "light");
+    prepareGraphics();
+    QApplication application(argc, argv);
+    setUpApplication();
+    g_previousHandler = qInstallMessageHandler(countWarnings);
+    if (argc < 2) {
+        std::fprintf(stderr, "usage: %s OUTPUT_DIRECTORY\n", argv[0]);
+        return 2;
+    }
+    g_output = QDir(QString::fromLocal8Bit(argv[1])).absolutePath();
+    QDir().mkpath(g_output);
+    // One appearance per run: the controls take their palette once, at the first window.
+    const QString appearance = qgetenv("NIMBRELL_APPEARANCE") == "dark" ? QStringLiteral("dark") : QStringLiteral("light");
+    shoot(appearance, false);
+    shoot(appearance, true);
+    if (g_warnings > 0)
+        std::fprintf(stderr, "%d warning(s) while rendering\n", g_warnings);
+    return g_failed || g_warnings > 0 ? 1 : 0;
+}
