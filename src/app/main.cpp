@@ -9,6 +9,8 @@
 
 #include <QApplication>
 #include <QSystemTrayIcon>
+
+#include <cstdio>
 #include <QtQml/qqmlextensionplugin.h>
 
 Q_IMPORT_QML_PLUGIN(NimbrellPlugin)
@@ -34,6 +36,16 @@ int main(int argc, char *argv[])
         qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
     });
     nimbrell.start();
+    // For the start-up benchmark: say when the main window has been drawn.
+    if (qEnvironmentVariableIsSet("NIMBRELL_REPORT_STARTUP")) {
+        if (QQuickWindow *main = nimbrell.window(QStringLiteral("main"))) {
+            QObject::connect(main, &QQuickWindow::frameSwapped, &app, [] {
+                static bool reported = false;
+                if (!std::exchange(reported, true))
+                    std::fputs("nimbrell: main window shown\n", stderr);
+            });
+        }
+    }
     // Without a tray, closing the main window ends the program.
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         QApplication::setQuitOnLastWindowClosed(true);
