@@ -12,16 +12,19 @@ FolderListModel::FolderListModel(SyncManager &manager, QObject *parent)
     connect(&manager, &SyncManager::folderInserted, this, [this] {
         endInsertRows();
         Q_EMIT countChanged();
+        Q_EMIT statusCountsChanged();
     });
     connect(&manager, &SyncManager::folderAboutToBeRemoved, this,
             [this](qsizetype row) { beginRemoveRows({}, int(row), int(row)); });
     connect(&manager, &SyncManager::folderRemoved, this, [this] {
         endRemoveRows();
         Q_EMIT countChanged();
+        Q_EMIT statusCountsChanged();
     });
     connect(&manager, &SyncManager::folderChanged, this, [this](qsizetype row) {
         const QModelIndex changed = index(int(row));
         Q_EMIT dataChanged(changed, changed);
+        Q_EMIT statusCountsChanged();
     });
 }
 
@@ -62,4 +65,28 @@ QHash<int, QByteArray> FolderListModel::roleNames() const
         {IdRole, "folderId"},   {NameRole, "name"},         {StatusRole, "status"},       {RemoteCountRole, "remoteCount"},
         {LastSyncRole, "lastSync"}, {ProgressRole, "progress"}, {LocalPathRole, "localPath"},
     };
+}
+
+FolderListModel::Summary FolderListModel::summaryFor(int errorCount, int activeCount)
+{
+    if (errorCount > 0)
+        return Summary::NeedsAttention;
+    return activeCount > 0 ? Summary::Syncing : Summary::AllGood;
+}
+
+int FolderListModel::countOf(SyncStatus status) const
+{
+    return int(std::count_if(m_manager.folders().begin(), m_manager.folders().end(),
+                             [status](const SyncFolder &folder) { return folder.status == status; }));
+}
+
+QVariantList FolderListModel::errorFolders() const
+{
+    QVariantList folders;
+    for (const SyncFolder &folder : m_manager.folders()) {
+        if (folder.status == SyncStatus::error)
+            folders.append(QVariantMap{{QStringLiteral("folderId"), uuidString(folder.id)},
+                                       {QStringLiteral("name"), folder.name}});
+    }
+    return folders;
 }

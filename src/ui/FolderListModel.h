@@ -1,5 +1,7 @@
 #pragma once
 
+#include "model/SyncStatus.h"
+
 #include <QAbstractListModel>
 #include <QtQml/qqmlregistration.h>
 
@@ -13,6 +15,13 @@ class FolderListModel final : public QAbstractListModel
     QML_ELEMENT
     QML_UNCREATABLE("created by the application")
     Q_PROPERTY(int count READ count NOTIFY countChanged)
+    // Folders by status, and the ones in error, for the dashboard.
+    Q_PROPERTY(int activeCount READ activeCount NOTIFY statusCountsChanged)
+    Q_PROPERTY(int healthyCount READ healthyCount NOTIFY statusCountsChanged)
+    Q_PROPERTY(int errorCount READ errorCount NOTIFY statusCountsChanged)
+    Q_PROPERTY(int idleCount READ idleCount NOTIFY statusCountsChanged)
+    Q_PROPERTY(QVariantList errorFolders READ errorFolders NOTIFY statusCountsChanged)
+    Q_PROPERTY(Summary summary READ summary NOTIFY statusCountsChanged)
 
 public:
     enum Role {
@@ -25,6 +34,11 @@ public:
         LocalPathRole,
     };
 
+    // What the dashboard's "System Status" says: errors first, then running syncs.
+    enum class Summary { AllGood, Syncing, NeedsAttention };
+    Q_ENUM(Summary)
+    static Summary summaryFor(int errorCount, int activeCount);
+
     explicit FolderListModel(SyncManager &manager, QObject *parent = nullptr);
 
     int rowCount(const QModelIndex &parent = {}) const override;
@@ -32,10 +46,19 @@ public:
     QHash<int, QByteArray> roleNames() const override;
 
     int count() const { return rowCount(); }
+    int activeCount() const { return countOf(SyncStatus::syncing); }
+    int healthyCount() const { return countOf(SyncStatus::success); }
+    int errorCount() const { return countOf(SyncStatus::error); }
+    int idleCount() const { return countOf(SyncStatus::idle); }
+    QVariantList errorFolders() const; // [{folderId, name}], in list order
+    Summary summary() const { return summaryFor(errorCount(), activeCount()); }
 
 Q_SIGNALS:
     void countChanged();
+    void statusCountsChanged();
 
 private:
+    int countOf(SyncStatus status) const;
+
     SyncManager &m_manager;
 };

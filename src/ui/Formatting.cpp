@@ -1,5 +1,9 @@
 #include "ui/Formatting.h"
 
+#include <QRegularExpression>
+
+#include <cmath>
+
 using namespace std::chrono_literals;
 
 namespace Formatting {
@@ -7,6 +11,42 @@ namespace Formatting {
 QString remoteCount(qsizetype count)
 {
     return QString::number(count) + (count == 1 ? QStringLiteral(" remote") : QStringLiteral(" remotes"));
+}
+
+QString formatByteCount(qint64 bytes)
+{
+    if (bytes < 1024)
+        return QString::number(bytes) + QStringLiteral(" B");
+    static constexpr const char *kUnits[] = {"KiB", "MiB", "GiB", "TiB", "PiB"};
+    int unit = 0;
+    double divisor = 1024.0;
+    while (unit < 4 && double(bytes) >= divisor * 1024.0) {
+        divisor *= 1024.0;
+        ++unit;
+    }
+    const double value = double(bytes) / divisor;
+    // Exactly this rule: a count just below the next unit shows as "1024.00 KiB".
+    const QString number = value == std::trunc(value) ? QString::number(value, 'f', 0) : QString::number(value, 'f', 2);
+    return number + u' ' + QLatin1String(kUnits[unit]);
+}
+
+QString errorSummary(const QString &log)
+{
+    static const QRegularExpression newline(QStringLiteral("[\\n\\r\\v\\f\\x{85}\\x{2028}\\x{2029}]"));
+    for (const QString &line : log.split(newline)) {
+        for (const QChar c : line) {
+            if (c != u' ' && c != u'\t')
+                return line;
+        }
+    }
+    return QStringLiteral("Unknown error");
+}
+
+QString percentage(double fraction)
+{
+    // A run reports fractions from 0 to 1; anything else is shown at the nearest end.
+    const double clamped = std::isfinite(fraction) ? qBound(0.0, fraction, 1.0) : 0.0;
+    return QString::number(int(std::trunc(clamped * 100.0))) + u'%';
 }
 
 QString relativeTime(const QDateTime &date, const QDateTime &now)

@@ -12,7 +12,9 @@
 #include "ui/SettingsController.h"
 #include "ui/TrayMenu.h"
 
+#include <QClipboard>
 #include <QCoreApplication>
+#include <QGuiApplication>
 #include <QQmlComponent>
 #include <QQmlEngine>
 #include <QQuickWindow>
@@ -106,6 +108,11 @@ void NimbrellApp::deleteFolder(const QString &id)
     m_syncManager->deleteFolder(folderId);
     if (m_navigation->selection() == SidebarSelection::syncFolder(folderId))
         m_navigation->clear();
+}
+
+void NimbrellApp::copyToClipboard(const QString &text)
+{
+    QGuiApplication::clipboard()->setText(text);
 }
 
 void NimbrellApp::quit()

@@ -79,6 +79,8 @@ public:
     // The confirmed deletion of a folder; an open detail of it closes.
     Q_INVOKABLE void deleteFolder(const QString &id);
     Q_INVOKABLE void quit();
+    // Replaces the clipboard's content with plain text.
+    Q_INVOKABLE void copyToClipboard(const QString &text);
 
     // Shows the main window and the tray.
     void start();

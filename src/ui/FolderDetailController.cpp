@@ -1,0 +1,341 @@
+#include "ui/FolderDetailController.h"
+
+#include "model/UuidString.h"
+#include "platform/BookmarkService.h"
+#include "sync/SyncManager.h"
+#include "ui/NavigationState.h"
+#include "ui/RemoteListModel.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QtConcurrent/QtConcurrentRun>
+
+FolderDetailController::FolderDetailController(QObject *parent)
+    : QObject(parent)
+{
+}
+
+FolderDetailController::~FolderDetailController() = default;
+
+void FolderDetailController::setApp(NimbrellApp *app)
+{
+    if (app == m_app)
+        return;
+    if (m_app)
+        m_app->syncManager()->disconnect(this);
+    m_app = app;
+    if (m_app) {
+        SyncManager *manager = m_app->syncManager();
+        const auto changedRow = [this](qsizetype row) {
+            if (m_app && row < m_app->syncManager()->folders().size() &&
+                m_app->syncManager()->folders().at(row).id == m_folderId)
+                Q_EMIT folderChanged();
+        };
+        connect(manager, &SyncManager::folderChanged, this, changedRow);
+        connect(manager, &SyncManager::folderInserted, this, changedRow);
+        connect(manager, &SyncManager::folderRemoved, this, &FolderDetailController::folderChanged);
+    }
+    Q_EMIT appChanged();
+    reset();
+}
+
+QString FolderDetailController::folderId() const
+{
+    return m_folderId.isNull() ? QString() : uuidString(m_folderId);
+}
+
+void FolderDetailController::setFolderId(const QString &id)
+{
+    const QUuid folderId = id.isEmpty() ? QUuid() : QUuid::fromString(id);
+    if (folderId == m_folderId)
+        return;
+    m_folderId = folderId;
+    Q_EMIT folderIdChanged();
+    reset();
+}
+
+// A new folder opens in the editor, an existing one in view mode.
+void FolderDetailController::reset()
+{
+    Q_EMIT folderChanged();
+    setEditing(m_folderId.isNull());
+    loadEditState();
+    loadFolderStats();
+}
+
+std::optional<SyncFolder> FolderDetailController::folder() const
+{
+    if (!m_app || m_folderId.isNull())
+        return std::nullopt;
+    return m_app->syncManager()->folder(m_folderId);
+}
+
+QVariantMap FolderDetailController::folderMap() const
+{
+    const std::optional<SyncFolder> f = folder();
+    if (!f)
+        return {};
+    QVariantList targets;
+    for (const RemoteTarget &target : f->remoteTargets)
+        targets.append(QVariantMap{{QStringLiteral("remoteName"), target.remoteName},
+                                   {QStringLiteral("remotePath"), target.remotePath}});
+    const auto optional = [](const std::optional<QString> &text) { return text ? QVariant(*text) : QVariant(); };
+    return {
+        {QStringLiteral("name"), f->name},
+        {QStringLiteral("localPath"), f->localPath},
+        {QStringLiteral("status"), rawValue(f->status)},
+        {QStringLiteral("progress"), f->progress},
+        {QStringLiteral("currentTargetIndex"), f->currentTargetIndex ? QVariant(int(*f->currentTargetIndex)) : QVariant()},
+        {QStringLiteral("lastSync"), f->lastSync ? QVariant(*f->lastSync) : QVariant()},
+        {QStringLiteral("transferredSize"), optional(f->transferredSize)},
+        {QStringLiteral("transferredFiles"), optional(f->transferredFiles)},
+        {QStringLiteral("transferSpeed"), optional(f->transferSpeed)},
+        {QStringLiteral("lastError"), optional(f->lastError)},
+        {QStringLiteral("targets"), targets},
+    };
+}
+
+void FolderDetailController::setEditing(bool editing)
+{
+    if (editing == m_isEditing)
+        return;
+    m_isEditing = editing;
+    Q_EMIT isEditingChanged();
+}
+
+void FolderDetailController::setEditName(const QString &name)
+{
+    if (name == m_editName)
+        return;
+    m_editName = name;
+    Q_EMIT editChanged();
+}
+
+void FolderDetailController::setEditLocalPath(const QString &path)
+{
+    if (path == m_editLocalPath)
+        return;
+    m_editLocalPath = path;
+    Q_EMIT editChanged();
+}
+
+QVariantList FolderDetailController::editTargets() const
+{
+    QVariantList targets;
+    for (const RemoteTarget &target : m_editTargets)
+        targets.append(QVariantMap{{QStringLiteral("remoteName"), target.remoteName},
+                                   {QStringLiteral("remotePath"), target.remotePath}});
+    return targets;
+}
+
+void FolderDetailController::setEditConflictResolution(int index)
+{
+    if (index < 0 || index >= int(allConflictResolutions.size()) || allConflictResolutions[index] == m_editConflictResolution)
+        return;
+    m_editConflictResolution = allConflictResolutions[index];
+    Q_EMIT editChanged();
+}
+
+void FolderDetailController::setExcludeGit(bool on)
+{
+    m_editFilters.excludeGit = on;
+    Q_EMIT editChanged();
+}
+
+void FolderDetailController::setExcludeHidden(bool on)
+{
+    m_editFilters.excludeHidden = on;
+    Q_EMIT editChanged();
+}
+
+void FolderDetailController::setExcludeNodeModules(bool on)
+{
+    m_editFilters.excludeNodeModules = on;
+    Q_EMIT editChanged();
+}
+
+QStringList FolderDetailController::conflictLabels()
+{
+    QStringList labels;
+    for (const ConflictResolution resolution : allConflictResolutions)
+        labels.append(label(resolution));
+    return labels;
+}
+
+bool FolderDetailController::canConfirm() const
+{
+    // The raw rows count: a row with an empty path still enables the button
+    // (and is dropped when saving).
+    return !m_editName.isEmpty() && !m_editLocalPath.isEmpty() && !m_editTargets.isEmpty();
+}
+
+QString FolderDetailController::pathWarning() const
+{
+    if (m_editLocalPath.isEmpty())
+        return {};
+    if (!QDir::isAbsolutePath(m_editLocalPath))
+        return QStringLiteral("Use a full path that starts with \"/\".");
+    const QFileInfo info(m_editLocalPath);
+    if (!info.exists())
+        return QStringLiteral("This folder does not exist.");
+    if (!info.isDir())
+        return QStringLiteral("This is a file, not a folder.");
+    return {};
+}
+
+void FolderDetailController::loadEditState()
+{
+    const std::optional<SyncFolder> f = folder();
+    m_editName = f ? f->name : QString();
+    m_editLocalPath = f ? f->localPath : QString();
+    m_editTargets = f ? f->remoteTargets : QList<RemoteTarget>{};
+    m_editFilters = f ? f->filters : SyncFilterOptions();
+    m_editConflictResolution = f ? f->conflictResolution : ConflictResolution::keepBoth;
+    Q_EMIT editChanged();
+    Q_EMIT editTargetsChanged();
+}
+
+void FolderDetailController::startEditing()
+{
+    loadEditState();
+    setEditing(true);
+}
+
+void FolderDetailController::cancel()
+{
+    if (m_folderId.isNull()) {
+        if (m_app)
+            m_app->navigation()->clear();
+        return;
+    }
+    setEditing(false);
+    loadEditState(); // the edit is discarded
+}
+
+void FolderDetailController::save()
+{
+    if (!m_app)
+        return;
+    QList<RemoteTarget> validTargets;
+    for (const RemoteTarget &target : std::as_const(m_editTargets)) {
+        if (!target.remoteName.isEmpty() && !target.remotePath.isEmpty())
+            validTargets.append(target);
+    }
+    const std::optional<QByteArray> bookmark = BookmarkService::create(m_editLocalPath);
+    SyncManager *manager = m_app->syncManager();
+
+    if (!m_folderId.isNull()) {
+        std::optional<SyncFolder> f = folder();
+        if (!f)
+            return; // it went away meanwhile; the editor stays open
+        f->name = m_editName;
+        f->localPath = m_editLocalPath;
+        f->localPathBookmarkData = bookmark;
+        f->remoteTargets = validTargets;
+        f->filters = m_editFilters;
+        f->conflictResolution = m_editConflictResolution;
+        manager->updateFolder(*f);
+        setEditing(false);
+        return;
+    }
+
+    SyncFolder created; // a fresh id, idle, nothing run yet
+    created.name = m_editName.isEmpty() ? QStringLiteral("Untitled") : m_editName;
+    created.localPath = m_editLocalPath;
+    created.remoteTargets = validTargets;
+    created.conflictResolution = m_editConflictResolution;
+    created.localPathBookmarkData = bookmark;
+    // A new folder starts with the default exclusions, whatever the switches
+    // showed; they apply from the first edit on.
+    created.filters = SyncFilterOptions();
+    manager->addFolder(created);
+    m_app->navigation()->setSelection(SidebarSelection::syncFolder(created.id));
+}
+
+void FolderDetailController::deleteFolder()
+{
+    if (!m_app || m_folderId.isNull())
+        return;
+    m_app->syncManager()->deleteFolder(m_folderId);
+    m_app->navigation()->clear();
+}
+
+void FolderDetailController::syncNow()
+{
+    if (m_app && !m_folderId.isNull())
+        m_app->syncManager()->syncFolder(m_folderId);
+}
+
+void FolderDetailController::abortSync()
+{
+    if (m_app && !m_folderId.isNull())
+        m_app->syncManager()->cancelSync(m_folderId);
+}
+
+void FolderDetailController::loadFolderStats()
+{
+    const std::optional<SyncFolder> f = folder();
+    m_statistics.reset();
+    if (!f) {
+        m_isLoadingStats = false;
+        Q_EMIT statisticsChanged();
+        return;
+    }
+    m_isLoadingStats = true;
+    Q_EMIT statisticsChanged();
+    // A walk still under way for an earlier folder is left to finish; only the
+    // latest one is shown.
+    if (m_statsWatcher)
+        m_statsWatcher->disconnect(this);
+    auto *watcher = new QFutureWatcher<FolderStatistics>(this);
+    m_statsWatcher = watcher;
+    connect(watcher, &QFutureWatcher<FolderStatistics>::finished, this, [this, watcher] {
+        watcher->deleteLater();
+        if (watcher != m_statsWatcher)
+            return;
+        m_statsWatcher = nullptr;
+        m_statistics = watcher->result();
+        m_isLoadingStats = false;
+        Q_EMIT statisticsChanged();
+    });
+    watcher->setFuture(QtConcurrent::run(&FolderStatistics::of, f->localPath));
+}
+
+void FolderDetailController::addTarget()
+{
+    const QList<CloudRemote> &remotes = m_app ? m_app->remotes()->remotes() : QList<CloudRemote>{};
+    m_editTargets.append(RemoteTarget{QUuid::createUuid(), remotes.isEmpty() ? QString() : remotes.first().name,
+                                      QStringLiteral("/"), false});
+    Q_EMIT editTargetsChanged();
+    Q_EMIT editChanged();
+}
+
+void FolderDetailController::removeTarget(int row)
+{
+    if (row < 0 || row >= m_editTargets.size())
+        return;
+    m_editTargets.removeAt(row);
+    Q_EMIT editTargetsChanged();
+    Q_EMIT editChanged();
+}
+
+void FolderDetailController::moveTarget(int row, int delta)
+{
+    const int to = row + delta;
+    if (row < 0 || row >= m_editTargets.size() || to < 0 || to >= m_editTargets.size())
+        return;
+    m_editTargets.swapItemsAt(row, to);
+    Q_EMIT editTargetsChanged();
+}
+
+void FolderDetailController::setTargetRemote(int row, const QString &remoteName)
+{
+    if (row >= 0 && row < m_editTargets.size())
+        m_editTargets[row].remoteName = remoteName;
+}
+
+void FolderDetailController::setTargetPath(int row, const QString &remotePath)
+{
+    if (row >= 0 && row < m_editTargets.size())
+        m_editTargets[row].remotePath = remotePath;
+}

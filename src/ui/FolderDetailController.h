@@ -1,0 +1,122 @@
+#pragma once
+
+#include "model/SyncFolder.h"
+
+#include <QFutureWatcher>
+#include <QObject>
+#include <QPointer>
+#include <QVariant>
+#include <QtQml/qqmlregistration.h>
+
+#include "ui/FolderStatistics.h"
+#include "ui/NimbrellApp.h"
+
+// The state of one folder's detail pane: the folder as the manager has it now,
+// the statistics of its local directory, and the editor that creates or
+// changes it. An empty `folderId` means a new folder.
+class FolderDetailController : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    Q_PROPERTY(NimbrellApp *app READ app WRITE setApp NOTIFY appChanged)
+    Q_PROPERTY(QString folderId READ folderId WRITE setFolderId NOTIFY folderIdChanged)
+    Q_PROPERTY(bool exists READ exists NOTIFY folderChanged)
+    Q_PROPERTY(QVariantMap folder READ folderMap NOTIFY folderChanged)
+    Q_PROPERTY(bool isEditing READ isEditing NOTIFY isEditingChanged)
+    Q_PROPERTY(QString editName READ editName WRITE setEditName NOTIFY editChanged)
+    Q_PROPERTY(QString editLocalPath READ editLocalPath WRITE setEditLocalPath NOTIFY editChanged)
+    Q_PROPERTY(QVariantList editTargets READ editTargets NOTIFY editTargetsChanged)
+    Q_PROPERTY(int editConflictResolution READ editConflictResolution WRITE setEditConflictResolution NOTIFY editChanged)
+    Q_PROPERTY(bool excludeGit READ excludeGit WRITE setExcludeGit NOTIFY editChanged)
+    Q_PROPERTY(bool excludeHidden READ excludeHidden WRITE setExcludeHidden NOTIFY editChanged)
+    Q_PROPERTY(bool excludeNodeModules READ excludeNodeModules WRITE setExcludeNodeModules NOTIFY editChanged)
+    Q_PROPERTY(QStringList conflictLabels READ conflictLabels CONSTANT)
+    Q_PROPERTY(bool canConfirm READ canConfirm NOTIFY editChanged)
+    Q_PROPERTY(QString pathWarning READ pathWarning NOTIFY editChanged)
+    Q_PROPERTY(QVariant fileCount READ fileCount NOTIFY statisticsChanged)
+    Q_PROPERTY(QVariant totalSize READ totalSize NOTIFY statisticsChanged)
+    Q_PROPERTY(bool isLoadingStats READ isLoadingStats NOTIFY statisticsChanged)
+
+public:
+    explicit FolderDetailController(QObject *parent = nullptr);
+    ~FolderDetailController() override;
+
+    NimbrellApp *app() const { return m_app; }
+    void setApp(NimbrellApp *app);
+    QString folderId() const;
+    void setFolderId(const QString &id);
+
+    std::optional<SyncFolder> folder() const;
+    bool exists() const { return folder().has_value(); }
+    QVariantMap folderMap() const;
+
+    bool isEditing() const { return m_isEditing; }
+    const QString &editName() const { return m_editName; }
+    void setEditName(const QString &name);
+    const QString &editLocalPath() const { return m_editLocalPath; }
+    void setEditLocalPath(const QString &path);
+    QVariantList editTargets() const;
+    const QList<RemoteTarget> &editTargetList() const { return m_editTargets; }
+    int editConflictResolution() const { return int(m_editConflictResolution); }
+    void setEditConflictResolution(int index);
+    bool excludeGit() const { return m_editFilters.excludeGit; }
+    void setExcludeGit(bool on);
+    bool excludeHidden() const { return m_editFilters.excludeHidden; }
+    void setExcludeHidden(bool on);
+    bool excludeNodeModules() const { return m_editFilters.excludeNodeModules; }
+    void setExcludeNodeModules(bool on);
+    static QStringList conflictLabels();
+
+    // Whether "Create"/"Save" is enabled: a name, a path and at least one target row.
+    bool canConfirm() const;
+    // A note under the path field about a path that cannot be synced as typed.
+    QString pathWarning() const;
+
+    QVariant fileCount() const { return m_statistics ? QVariant(m_statistics->fileCount) : QVariant(); }
+    QVariant totalSize() const { return m_statistics ? QVariant(m_statistics->totalBytes) : QVariant(); }
+    bool isLoadingStats() const { return m_isLoadingStats; }
+
+    // The editor, from the folder (or empty for a new one).
+    Q_INVOKABLE void loadEditState();
+    Q_INVOKABLE void startEditing();
+    Q_INVOKABLE void cancel();
+    // Creates or updates the folder from the editor.
+    Q_INVOKABLE void save();
+    Q_INVOKABLE void deleteFolder();
+    Q_INVOKABLE void syncNow();
+    Q_INVOKABLE void abortSync();
+    // Counts the local directory's files and bytes on a worker thread.
+    Q_INVOKABLE void loadFolderStats();
+
+    Q_INVOKABLE void addTarget();
+    Q_INVOKABLE void removeTarget(int row);
+    Q_INVOKABLE void moveTarget(int row, int delta);
+    // Typing in a row changes the list without rebuilding the rows.
+    Q_INVOKABLE void setTargetRemote(int row, const QString &remoteName);
+    Q_INVOKABLE void setTargetPath(int row, const QString &remotePath);
+
+Q_SIGNALS:
+    void appChanged();
+    void folderIdChanged();
+    void folderChanged();
+    void isEditingChanged();
+    void editChanged();
+    void editTargetsChanged();
+    void statisticsChanged();
+
+private:
+    void reset();
+    void setEditing(bool editing);
+
+    QPointer<NimbrellApp> m_app;
+    QUuid m_folderId;
+    bool m_isEditing = false;
+    QString m_editName;
+    QString m_editLocalPath;
+    QList<RemoteTarget> m_editTargets;
+    SyncFilterOptions m_editFilters;
+    ConflictResolution m_editConflictResolution = ConflictResolution::keepBoth;
+    std::optional<FolderStatistics> m_statistics;
+    bool m_isLoadingStats = false;
+    QFutureWatcher<FolderStatistics> *m_statsWatcher = nullptr;
+};

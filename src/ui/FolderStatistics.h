@@ -1,0 +1,18 @@
+#pragma once
+
+#include <QString>
+#include <QtGlobal>
+
+// What a local folder holds: its files (every entry that is not a directory,
+// hidden ones included) and their total size. Unreadable parts are skipped; a
+// missing folder holds nothing.
+struct FolderStatistics
+{
+    qint64 fileCount = 0;
+    qint64 totalBytes = 0;
+
+    // Walks the whole tree; blocking, so run it off the main thread.
+    static FolderStatistics of(const QString &path);
+
+    friend bool operator==(const FolderStatistics &, const FolderStatistics &) = default;
+};

@@ -1,0 +1,292 @@
+// The folder pane's logic: byte and error texts, the statistics walk, the
+// editor's save rules, and the dashboard's summary.
+#include "engine/RcloneEngine.h"
+#include "fakes/FakeFileEventService.h"
+#include "fakes/FakeLoginItem.h"
+#include "fakes/MemorySettingsStore.h"
+#include "model/UuidString.h"
+#include "support/TestFiles.h"
+#include "sync/SyncManager.h"
+#include "ui/FolderDetailController.h"
+#include "ui/FolderListModel.h"
+#include "ui/FolderStatistics.h"
+#include "ui/Formatting.h"
+#include "ui/NavigationState.h"
+#include "ui/NimbrellApp.h"
+
+#include <QTemporaryDir>
+#include <QTest>
+
+class TestFolderDetail : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_home;
+    MemorySettingsStore m_settings;
+    FakeFileEventService m_fileEvents;
+    FakeLoginItem m_loginItem;
+    RcloneEngine m_engine{QStringLiteral("/nonexistent/rclone")};
+
+private Q_SLOTS:
+    void initTestCase() { qputenv("HOME", QFile::encodeName(m_home.path())); }
+    void init() { QFile::remove(m_home.filePath(".config/rclone/rclone_sync_folders.json")); }
+
+    void byteCounts_data()
+    {
+        QTest::addColumn<qint64>("bytes");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("zero") << qint64(0) << "0 B";
+        QTest::newRow("512") << qint64(512) << "512 B";
+        QTest::newRow("1023") << qint64(1023) << "1023 B";
+        QTest::newRow("1 KiB") << qint64(1024) << "1 KiB";
+        QTest::newRow("1.50 KiB") << qint64(1536) << "1.50 KiB";
+        QTest::newRow("just below 1 MiB") << qint64(1048575) << "1024.00 KiB";
+        QTest::newRow("1 MiB") << qint64(1048576) << "1 MiB";
+        QTest::newRow("1.50 MiB") << qint64(1572864) << "1.50 MiB";
+        QTest::newRow("GiB") << (qint64(5) << 30) << "5 GiB";
+        QTest::newRow("TiB") << (qint64(3) << 40) + (qint64(1) << 39) << "3.50 TiB";
+        QTest::newRow("PiB") << (qint64(2) << 50) << "2 PiB";
+        QTest::newRow("many PiB") << (qint64(4096) << 50) << "4096 PiB";
+    }
+    void byteCounts()
+    {
+        QFETCH(qint64, bytes);
+        QFETCH(QString, text);
+        QCOMPARE(Formatting::formatByteCount(bytes), text);
+    }
+
+    void errorSummaries_data()
+    {
+        QTest::addColumn<QString>("log");
+        QTest::addColumn<QString>("summary");
+        QTest::newRow("first line") << "r:x — failed\nmore" << "r:x — failed";
+        QTest::newRow("leading blank lines, blanks kept") << "\n  \t\n   first real line  \nsecond"
+                                                           << "   first real line  ";
+        QTest::newRow("carriage returns") << "\r\n\rline\r\n" << "line";
+        QTest::newRow("empty") << "" << "Unknown error";
+        QTest::newRow("only blanks") << " \n\t\n  " << "Unknown error";
+    }
+    void errorSummaries()
+    {
+        QFETCH(QString, log);
+        QFETCH(QString, summary);
+        QCOMPARE(Formatting::errorSummary(log), summary);
+    }
+
+    void percentages()
+    {
+        QCOMPARE(Formatting::percentage(0.425), "42%");
+        QCOMPARE(Formatting::percentage(0.0), "0%");
+        QCOMPARE(Formatting::percentage(0.999), "99%");
+        QCOMPARE(Formatting::percentage(1.0), "100%");
+        QCOMPARE(Formatting::percentage(std::numeric_limits<double>::quiet_NaN()), "0%");
+    }
+
+    void statisticsWalk()
+    {
+        QTemporaryDir tree;
+        QCOMPARE(FolderStatistics::of(tree.path()), (FolderStatistics{0, 0})); // empty
+        QCOMPARE(FolderStatistics::of(tree.filePath("missing")), (FolderStatistics{0, 0}));
+
+        writeFile(tree.filePath("a.txt"), "12345");
+        writeFile(tree.filePath(".hidden"), "12");
+        writeFile(tree.filePath("sub/deeper/nested.bin"), QByteArray(1000, 'x'));
+        writeFile(tree.filePath("sub/.git/config"), "abc");
+        QVERIFY(QDir().mkpath(tree.filePath("empty/dirs/only")));
+        QVERIFY(QFile::link(tree.filePath("sub"), tree.filePath("link-to-sub"))); // a link, not followed
+        const qint64 linkSize = QFileInfo(tree.filePath("sub")).absoluteFilePath().toUtf8().size();
+        QCOMPARE(FolderStatistics::of(tree.path()), (FolderStatistics{5, 5 + 2 + 1000 + 3 + linkSize}));
+    }
+
+    void statisticsOnAWorker()
+    {
+        QTemporaryDir tree;
+        writeFile(tree.filePath("x/y.txt"), "hello");
+        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
+        SyncFolder folder;
+        folder.name = "T";
+        folder.localPath = tree.path();
+        app.syncManager()->addFolder(folder);
+        FolderDetailController pane;
+        pane.setApp(&app);
+        pane.setFolderId(uuidString(folder.id));
+        QVERIFY(pane.isLoadingStats());
+        QCOMPARE(pane.fileCount(), QVariant());
+        QTRY_VERIFY(!pane.isLoadingStats());
+        QCOMPARE(pane.fileCount().toLongLong(), 1);
+        QCOMPARE(pane.totalSize().toLongLong(), 5);
+    }
+
+    void creatingAFolder()
+    {
+        QTemporaryDir local;
+        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
+        FolderDetailController pane;
+        pane.setApp(&app);
+        QVERIFY(pane.isEditing()); // a new folder opens in the editor
+        QVERIFY(!pane.canConfirm());
+
+        pane.setEditLocalPath(local.path());
+        pane.addTarget();
+        pane.setTargetRemote(0, "gdrive");
+        pane.addTarget();
+        pane.setTargetRemote(1, "box");
+        pane.setTargetPath(1, ""); // an empty path: dropped on save
+        pane.addTarget();          // no remote name: dropped on save
+        QVERIFY(!pane.canConfirm()); // no name yet
+        pane.setEditName("Docs");
+        QVERIFY(pane.canConfirm());
+        pane.setEditName("");
+        pane.setExcludeHidden(true);
+        pane.setExcludeGit(false);
+        pane.setEditConflictResolution(2);
+
+        // With an empty name the button is off; the model still names an
+        // unnamed folder "Untitled" when asked to save.
+        pane.save();
+        QCOMPARE(app.syncManager()->folders().size(), 1);
+        const SyncFolder created = app.syncManager()->folders().first();
+        QCOMPARE(created.name, "Untitled");
+        QCOMPARE(created.localPath, local.path());
+        QCOMPARE(created.remoteTargets.size(), 1);
+        QCOMPARE(created.remoteTargets[0].remoteName, "gdrive");
+        QCOMPARE(created.remoteTargets[0].remotePath, "/");
+        QCOMPARE(created.filters, SyncFilterOptions()); // the switches do not carry over on create
+        QCOMPARE(created.conflictResolution, ConflictResolution::localWins);
+        QVERIFY(created.localPathBookmarkData.has_value());
+        QCOMPARE(app.navigation()->selection(), SidebarSelection::syncFolder(created.id));
+    }
+
+    void savingAnExistingFolderKeepsItsRun()
+    {
+        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
+        SyncFolder folder;
+        folder.name = "Docs";
+        folder.localPath = "/nowhere";
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "gdrive", "Docs", true}};
+        folder.status = SyncStatus::syncing;
+        folder.progress = 0.5;
+        folder.periodicIntervalMinutes = 30;
+        app.syncManager()->addFolder(folder);
+
+        FolderDetailController pane;
+        pane.setApp(&app);
+        pane.setFolderId(uuidString(folder.id));
+        QVERIFY(!pane.isEditing());
+        pane.startEditing();
+        QCOMPARE(pane.editName(), "Docs");
+        pane.setEditName("Documents");
+        pane.setExcludeHidden(true);
+        pane.save();
+        QVERIFY(!pane.isEditing());
+        const SyncFolder saved = app.syncManager()->folders().first();
+        QCOMPARE(saved.name, "Documents");
+        QVERIFY(saved.filters.excludeHidden); // an edit takes the switches
+        QCOMPARE(saved.status, SyncStatus::syncing);
+        QCOMPARE(saved.progress, 0.5);
+        QCOMPARE(saved.periodicIntervalMinutes, 30);
+        QVERIFY(saved.remoteTargets[0].hasResynced);
+        QCOMPARE(saved.localPathBookmarkData, std::nullopt); // no such folder to bookmark
+
+        // The folder vanishes while the editor is open: saving does nothing.
+        pane.startEditing();
+        pane.setEditName("Gone");
+        app.syncManager()->deleteFolder(folder.id);
+        pane.save();
+        QVERIFY(pane.isEditing());
+        QVERIFY(app.syncManager()->folders().isEmpty());
+    }
+
+    void cancellingAndDeleting()
+    {
+        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
+        FolderDetailController pane;
+        pane.setApp(&app);
+        app.navigation()->showNewSyncFolder();
+        pane.cancel(); // a new folder: the pane goes away
+        QCOMPARE(app.navigation()->selection(), std::nullopt);
+
+        SyncFolder folder;
+        folder.name = "Docs";
+        app.syncManager()->addFolder(folder);
+        pane.setFolderId(uuidString(folder.id));
+        pane.startEditing();
+        pane.setEditName("Changed");
+        pane.cancel();
+        QVERIFY(!pane.isEditing());
+        QCOMPARE(pane.editName(), "Docs");
+        QCOMPARE(app.syncManager()->folders().first().name, "Docs");
+
+        app.navigation()->showFolder(uuidString(folder.id));
+        pane.deleteFolder();
+        QVERIFY(app.syncManager()->folders().isEmpty());
+        QCOMPARE(app.navigation()->selection(), std::nullopt);
+    }
+
+    void targetRows()
+    {
+        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
+        FolderDetailController pane;
+        pane.setApp(&app);
+        pane.addTarget(); // no remotes listed: an empty name
+        QCOMPARE(pane.editTargetList()[0].remoteName, QString());
+        pane.setTargetRemote(0, "a");
+        pane.addTarget();
+        pane.setTargetRemote(1, "b");
+        pane.moveTarget(0, 1);
+        QCOMPARE(pane.editTargetList()[0].remoteName, "b");
+        pane.moveTarget(0, -1); // nothing above the first row
+        QCOMPARE(pane.editTargetList()[0].remoteName, "b");
+        pane.removeTarget(0);
+        QCOMPARE(pane.editTargetList().size(), 1);
+        QCOMPARE(pane.editTargetList()[0].remoteName, "a");
+    }
+
+    void pathWarnings()
+    {
+        QTemporaryDir dir;
+        writeFile(dir.filePath("file.txt"), "x");
+        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
+        FolderDetailController pane;
+        pane.setApp(&app);
+        pane.setEditLocalPath(dir.path());
+        QCOMPARE(pane.pathWarning(), QString());
+        pane.setEditLocalPath("relative/path");
+        QCOMPARE(pane.pathWarning(), "Use a full path that starts with \"/\".");
+        pane.setEditLocalPath(dir.filePath("missing"));
+        QCOMPARE(pane.pathWarning(), "This folder does not exist.");
+        pane.setEditLocalPath(dir.filePath("file.txt"));
+        QCOMPARE(pane.pathWarning(), "This is a file, not a folder.");
+        // The warning never decides the button.
+        pane.setEditName("x");
+        pane.addTarget();
+        QVERIFY(pane.canConfirm());
+    }
+
+    void dashboardSummary()
+    {
+        using S = FolderListModel::Summary;
+        QCOMPARE(FolderListModel::summaryFor(1, 1), S::NeedsAttention); // errors before syncing
+        QCOMPARE(FolderListModel::summaryFor(0, 2), S::Syncing);
+        QCOMPARE(FolderListModel::summaryFor(0, 0), S::AllGood);
+
+        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
+        SyncFolder syncing, failed, idle;
+        syncing.status = SyncStatus::syncing;
+        failed.status = SyncStatus::error;
+        failed.name = "Broken";
+        app.syncManager()->addFolder(syncing);
+        app.syncManager()->addFolder(failed);
+        app.syncManager()->addFolder(idle);
+        FolderListModel &model = *app.folders();
+        QCOMPARE(model.activeCount(), 1);
+        QCOMPARE(model.errorCount(), 1);
+        QCOMPARE(model.idleCount(), 1);
+        QCOMPARE(model.healthyCount(), 0);
+        QCOMPARE(model.summary(), S::NeedsAttention);
+        QCOMPARE(model.errorFolders().value(0).toMap().value("name"), "Broken");
+    }
+};
+
+QTEST_MAIN(TestFolderDetail)
+#include "tst_folderdetail.moc"
