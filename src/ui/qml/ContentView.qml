@@ -200,7 +200,7 @@ Item {
     }
     Component {
         id: dashboardPane
-        PlaceholderPane { title: "Dashboard"; subtitle: "The dashboard is on its way." }
+        DashboardView { app: content.app }
     }
     Component {
         id: folderPane
