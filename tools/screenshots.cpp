@@ -178,6 +178,20 @@ void shoot(const QString &appearance, bool withData)
     save(main, QStringLiteral("main-remote-selected") + suffix);
     app.navigation()->showFolder(uuidStringOf(app, 0));
     save(main, QStringLiteral("main-folder-selected") + suffix);
+    app.navigation()->showFolder(uuidStringOf(app, 1));
+    save(main, QStringLiteral("folder-syncing") + suffix);
+    app.navigation()->showFolder(uuidStringOf(app, 2));
+    save(main, QStringLiteral("folder-error") + suffix);
+    invoke(main, "errorLogSheet", "open");
+    save(main, QStringLiteral("folder-error-log") + suffix);
+    invoke(main, "errorLogSheet", "close");
+    invoke(main, "folderController", "startEditing");
+    save(main, QStringLiteral("folder-editing") + suffix);
+    app.navigation()->showNewSyncFolder();
+    wait(100); // the earlier pane goes away
+    if (QObject *controller = main->findChild<QObject *>(QStringLiteral("folderController")))
+        controller->setProperty("editLocalPath", QStringLiteral("relative/path"));
+    save(main, QStringLiteral("folder-new") + suffix);
     app.navigation()->clear();
     save(main, QStringLiteral("main-no-selection") + suffix);
 

@@ -204,7 +204,7 @@ Item {
     }
     Component {
         id: folderPane
-        PlaceholderPane { title: "Sync Folder"; subtitle: "Folder details are on their way." }
+        SyncFolderDetailView { app: content.app; folderId: nav.folderId }
     }
     Component {
         id: remotePane
@@ -212,7 +212,7 @@ Item {
     }
     Component {
         id: newFolderPane
-        PlaceholderPane { title: "New Sync Folder"; subtitle: "The folder editor is on its way." }
+        SyncFolderDetailView { app: content.app; folderId: "" }
     }
 
     Dialog {
