@@ -1,0 +1,284 @@
+// The dashboard and the folder pane as a user meets them: their texts in each
+// state, and a folder created, synced with the real rclone, edited, aborted
+// and deleted by clicking and typing.
+#include "engine/RcloneEngine.h"
+#include "fakes/FakeFileEventService.h"
+#include "fakes/FakeLoginItem.h"
+#include "fakes/MemorySettingsStore.h"
+#include "model/FolderStore.h"
+#include "model/UuidString.h"
+#include "support/RcloneSandbox.h"
+#include "support/TestFiles.h"
+#include "sync/SyncManager.h"
+#include "ui/AppSetup.h"
+#include "ui/NavigationState.h"
+#include "ui/NimbrellApp.h"
+#include "ui/RemoteListModel.h"
+
+#include <QClipboard>
+#include <QGuiApplication>
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QTest>
+
+namespace {
+
+void collectTexts(QQuickItem *item, QStringList &texts)
+{
+    if (!item->isVisible())
+        return;
+    if (item->inherits("QQuickText")) {
+        const QString text = item->property("text").toString();
+        if (!text.isEmpty())
+            texts.append(text);
+    }
+    for (QQuickItem *child : item->childItems())
+        collectTexts(child, texts);
+}
+
+QStringList visibleTexts(QQuickWindow *window)
+{
+    QStringList texts;
+    collectTexts(window->contentItem(), texts);
+    return texts;
+}
+
+// The visible item with this object name (the newest one, when a pane was replaced).
+QQuickItem *item(QQuickWindow *window, const char *name)
+{
+    QQuickItem *found = nullptr;
+    for (QQuickItem *candidate : window->findChildren<QQuickItem *>(QLatin1String(name))) {
+        if (candidate->isVisible())
+            found = candidate;
+    }
+    return found;
+}
+
+void click(QQuickWindow *window, QQuickItem *target)
+{
+    QVERIFY(target);
+    QVERIFY(target->isEnabled());
+    const QPointF center = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+    QTest::mouseClick(window, Qt::LeftButton, {}, center.toPoint());
+}
+
+void type(QQuickWindow *window, QQuickItem *field, const QString &text)
+{
+    click(window, field);
+    QTRY_VERIFY(field->hasActiveFocus());
+    for (const QChar c : text)
+        QTest::keyClick(window, c.toLatin1());
+}
+
+} // namespace
+
+class TestFolderScreens : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<RcloneSandbox> m_sandbox;
+    MemorySettingsStore m_settings;
+    FakeFileEventService m_fileEvents;
+    FakeLoginItem m_loginItem;
+    std::unique_ptr<RcloneEngine> m_engine;
+    std::unique_ptr<NimbrellApp> m_app;
+
+    void writeStore(const QList<SyncFolder> &folders)
+    {
+        writeFile(m_sandbox->home() + "/.config/rclone/rclone_sync_folders.json", FolderStore::encode(folders).value());
+    }
+
+    QQuickWindow *startApp()
+    {
+        m_engine = std::make_unique<RcloneEngine>(RcloneSandbox::rclone());
+        m_app = std::make_unique<NimbrellApp>(AppServices{m_settings, *m_engine, m_fileEvents, m_loginItem});
+        m_app->start();
+        QQuickWindow *main = m_app->window("main");
+        if (main && !QTest::qWaitForWindowExposed(main))
+            return nullptr;
+        return main;
+    }
+
+private Q_SLOTS:
+    void initTestCase() { setUpApplication(); }
+    void init()
+    {
+        QTest::failOnWarning(QRegularExpression("^(?!This plugin does not support).*"));
+        m_sandbox = std::make_unique<RcloneSandbox>();
+        m_settings = MemorySettingsStore();
+    }
+    void cleanup()
+    {
+        m_app.reset();
+        m_engine.reset();
+        m_sandbox.reset();
+    }
+
+    void dashboardWithoutFolders()
+    {
+        QQuickWindow *main = startApp();
+        QTRY_VERIFY(!m_app->remotes()->isLoading());
+        const QStringList texts = visibleTexts(main);
+        for (const char *expected :
+             {"Welcome to Nimbrell", "Manage and monitor all your cloud synchronizations in one place.", "Global Sync",
+              "Paused", "Configured Remotes", "Sync Folders", "Active Syncs", "No Sync Folders Configured",
+              "Get started by adding a cloud remote and creating your first sync folder.", "Create Sync Folder",
+              "Sync All Now"})
+            QVERIFY2(texts.contains(expected), expected);
+        QVERIFY(!texts.contains("System Status"));
+        QCOMPARE(texts.count("0"), 3); // the three cards
+    }
+
+    void dashboardPutsErrorsFirst()
+    {
+        SyncFolder busy, broken, quiet;
+        busy.name = "Busy";
+        busy.status = SyncStatus::syncing;
+        broken.name = "Broken";
+        broken.status = SyncStatus::error;
+        quiet.name = "Quiet";
+        writeStore({busy, broken, quiet});
+        QQuickWindow *main = startApp();
+        QStringList texts = visibleTexts(main);
+        QVERIFY(texts.contains("Needs Attention"));
+        QVERIFY(texts.contains("View Details"));
+        QVERIFY(!texts.contains("Sync in progress..."));
+        QVERIFY(!texts.contains("All systems go. Your files are up to date."));
+
+        // The active-syncs icon turns while a sync runs and stands upright once none does.
+        QQuickItem *activeCard = item(main, "activeSyncsCard");
+        QTRY_VERIFY(activeCard->property("iconRotation").toDouble() > 0);
+        m_app->syncManager()->cancelSync(busy.id);
+        QCOMPARE(activeCard->property("iconRotation").toDouble(), 0.0);
+        QTest::qWait(100);
+        QCOMPARE(activeCard->property("iconRotation").toDouble(), 0.0);
+
+        m_app->syncManager()->cancelSync(broken.id); // back to idle: nothing needs attention
+        QTRY_VERIFY(visibleTexts(main).contains("All systems go. Your files are up to date."));
+        QVERIFY(!visibleTexts(main).contains("Needs Attention"));
+    }
+
+    void errorBannerAndLog()
+    {
+        SyncFolder broken;
+        broken.name = "Broken";
+        broken.status = SyncStatus::error;
+        broken.lastError = "\n   \nbackup:x — first line\nsecond line";
+        writeStore({broken});
+        QQuickWindow *main = startApp();
+        m_app->navigation()->showFolder(uuidString(broken.id));
+        QTRY_VERIFY(visibleTexts(main).contains("Last sync failed"));
+        QVERIFY(visibleTexts(main).contains("Sync Error"));
+        QVERIFY(visibleTexts(main).contains("backup:x — first line"));
+        QVERIFY(visibleTexts(main).contains("Never synced"));
+
+        QGuiApplication::clipboard()->setText("something else");
+        QObject *sheet = main->findChild<QObject *>("errorLogSheet");
+        QMetaObject::invokeMethod(sheet, "open");
+        QTRY_VERIFY(visibleTexts(main).contains("Error Log"));
+        QVERIFY(visibleTexts(main).contains("Select text above to copy a portion of the log."));
+        QQuickItem *copy = item(main, "copyButton");
+        QCOMPARE(copy->property("text").toString(), "Copy Full Log");
+        click(main, copy);
+        QCOMPARE(QGuiApplication::clipboard()->text(), *broken.lastError);
+        QCOMPARE(copy->property("text").toString(), "Copied!");
+        QTest::qWait(1700);
+        QCOMPARE(copy->property("text").toString(), "Copied!");
+        QTRY_COMPARE_WITH_TIMEOUT(copy->property("text").toString(), "Copy Full Log", 1000);
+    }
+
+    void idleFolderWithoutTargets()
+    {
+        SyncFolder lonely;
+        lonely.name = "Lonely";
+        lonely.localPath = "/nonexistent/folder";
+        writeStore({lonely});
+        QQuickWindow *main = startApp();
+        m_app->navigation()->showFolder(uuidString(lonely.id));
+        QTRY_VERIFY(visibleTexts(main).contains("Idle — ready to sync"));
+        QVERIFY(visibleTexts(main).contains("No remote targets configured"));
+        // A folder that does not exist holds nothing.
+        QTRY_COMPARE(item(main, "filesCard")->property("value").toString(), "0");
+        QCOMPARE(item(main, "sizeCard")->property("value").toString(), "0 B");
+    }
+
+    void createSyncEditAbortDelete()
+    {
+        // A user's real folder, an alias remote and a paced WebDAV remote.
+        const QString local = m_sandbox->makeDirectory("home/My Documents");
+        writeFile(local + "/notes.txt", "hello");
+        const QString backup = m_sandbox->makeDirectory("backup");
+        m_sandbox->addAlias("backup", backup);
+        QQuickWindow *main = startApp();
+        QTRY_COMPARE(m_app->remotes()->count(), 1);
+
+        // Create: the plus menu's entry, then the editor.
+        m_app->navigation()->showNewSyncFolder();
+        QTRY_VERIFY(item(main, "editName"));
+        QVERIFY(!item(main, "confirmEdit")->isEnabled());
+        type(main, item(main, "editName"), "Documents");
+        type(main, item(main, "editLocalPath"), local);
+        QVERIFY(!item(main, "pathWarning"));
+        click(main, item(main, "addTarget"));
+        QTRY_VERIFY(item(main, "confirmEdit")->isEnabled());
+        click(main, item(main, "confirmEdit"));
+        QTRY_COMPARE(m_app->syncManager()->folders().size(), 1);
+        const SyncFolder created = m_app->syncManager()->folders().first();
+        QCOMPARE(created.name, "Documents");
+        QCOMPARE(created.remoteTargets.value(0).remoteName, "backup");
+        QCOMPARE(m_app->navigation()->selection(), SidebarSelection::syncFolder(created.id));
+        QTRY_VERIFY(visibleTexts(main).contains("Never synced"));
+        QTRY_COMPARE(item(main, "filesCard")->property("value").toString(), "1");
+
+        // Sync with the real rclone.
+        click(main, item(main, "syncNow"));
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Sync completed successfully"), 30000);
+        QCOMPARE(readFile(backup + "/notes.txt"), QByteArray("hello"));
+        QTRY_VERIFY(visibleTexts(main).contains("Last synced just now"));
+
+        // Edit the name.
+        click(main, item(main, "editFolder"));
+        QTRY_VERIFY(item(main, "editName"));
+        QQuickItem *name = item(main, "editName");
+        click(main, name);
+        QTest::keyClick(main, Qt::Key_End);
+        for (const char c : QByteArray(" 2026"))
+            QTest::keyClick(main, c);
+        click(main, item(main, "confirmEdit"));
+        QTRY_COMPARE(m_app->syncManager()->folders().first().name, "Documents 2026");
+        QTRY_VERIFY(visibleTexts(main).contains("Documents 2026"));
+
+        // Abort a sync that runs long enough to be aborted.
+        for (int i = 0; i < 300; ++i)
+            writeFile(local + QStringLiteral("/many/f%1.txt").arg(i), QByteArray::number(i));
+        m_sandbox->addWebDav("slow", m_sandbox->makeDirectory("served"), true);
+        SyncFolder slow = m_app->syncManager()->folders().first();
+        slow.remoteTargets.append(RemoteTarget{QUuid::createUuid(), "slow", "docs", false});
+        m_app->syncManager()->updateFolder(slow);
+        click(main, item(main, "syncNow"));
+        QTRY_VERIFY_WITH_TIMEOUT(item(main, "abortSync"), 5000);
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("2 of 2"), 30000);
+        click(main, item(main, "abortSync"));
+        QTRY_VERIFY(visibleTexts(main).contains("Idle — ready to sync"));
+        QCOMPARE(m_app->syncManager()->folders().first().status, SyncStatus::idle);
+
+        // Delete, after the confirmation.
+        click(main, item(main, "deleteSync"));
+        QTRY_VERIFY(visibleTexts(main).contains("This sync folder and its configuration will be permanently removed."));
+        QObject *dialog = main->findChild<QObject *>("folderDeleteDialog");
+        QVERIFY(dialog);
+        QQuickItem *deleteButton = nullptr;
+        for (QQuickItem *candidate : main->findChildren<QQuickItem *>()) {
+            if (candidate->isVisible() && candidate->inherits("QQuickAbstractButton") &&
+                candidate->property("text").toString() == "Delete")
+                deleteButton = candidate;
+        }
+        click(main, deleteButton);
+        QTRY_VERIFY(m_app->syncManager()->folders().isEmpty());
+        QCOMPARE(m_app->navigation()->selection(), std::nullopt);
+        QTRY_VERIFY(visibleTexts(main).contains("No sync folders"));
+    }
+};
+
+QTEST_MAIN(TestFolderScreens)
+#include "tst_folderscreens.moc"
