@@ -35,6 +35,7 @@ QString windowFile(const QString &id)
 
 NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     : QObject(parent)
+    , m_engine(services.engine)
     , m_qml(std::make_unique<QQmlEngine>())
     , m_syncManager(std::make_unique<SyncManager>(SyncEnvironment{services.settings, services.engine, services.fileEvents}))
     , m_navigation(new NavigationState(this))

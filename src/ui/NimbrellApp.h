@@ -60,6 +60,7 @@ public:
     ~NimbrellApp() override;
 
     SyncManager *syncManager() const { return m_syncManager.get(); }
+    RcloneEngine *engine() const { return &m_engine; }
     NavigationState *navigation() const { return m_navigation; }
     FolderListModel *folders() const { return m_folders; }
     RemoteListModel *remotes() const { return m_remotes; }
@@ -86,6 +87,7 @@ public:
     void start();
 
 private:
+    RcloneEngine &m_engine;
     std::unique_ptr<QQmlEngine> m_qml;
     std::unique_ptr<SyncManager> m_syncManager;
     NavigationState *m_navigation;

@@ -208,7 +208,7 @@ Item {
     }
     Component {
         id: remotePane
-        PlaceholderPane { title: nav.remoteName; subtitle: "Remote details are on their way." }
+        RemoteDetailView { app: content.app; remoteName: nav.remoteName }
     }
     Component {
         id: newFolderPane
@@ -257,36 +257,8 @@ Item {
         onClosed: content.folderToDelete = ""
     }
 
-    Dialog {
+    AddRemoteView {
         id: addRemoteSheet
-        objectName: "addRemoteSheet"
-        anchors.centerIn: parent
-        modal: true
-        padding: 20
-        topPadding: 12
-        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
-        header: Label {
-            text: addRemoteSheet.title
-            font.pixelSize: 15
-            font.weight: Font.DemiBold
-            padding: 20
-            bottomPadding: 0
-        }
-        title: "Add Remote"
-        contentWidth: 400
-        Label {
-            id: addRemoteMessage
-            width: 400
-            text: "Adding remotes from here is on its way. Remotes set up with rclone show up in the sidebar."
-            wrapMode: Text.Wrap
-        }
-        footer: DialogButtonBox {
-            Button {
-                text: "Close"
-                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
-            }
-        }
-        // However it closes, the remotes are listed again.
-        onClosed: app.remotes.reload()
+        app: content.app
     }
 }

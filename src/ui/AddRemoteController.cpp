@@ -1,0 +1,122 @@
+#include "ui/AddRemoteController.h"
+
+#include "engine/RcloneEngine.h"
+
+#include <QColor>
+#include <QVariantMap>
+
+AddRemoteController::AddRemoteController(QObject *parent)
+    : QObject(parent)
+{
+}
+
+AddRemoteController::~AddRemoteController()
+{
+    abandon();
+}
+
+void AddRemoteController::setName(const QString &name)
+{
+    if (name == m_name)
+        return;
+    m_name = name;
+    Q_EMIT stateChanged();
+}
+
+void AddRemoteController::setType(const QString &type)
+{
+    if (type == m_type)
+        return;
+    m_type = type;
+    Q_EMIT stateChanged();
+}
+
+QString AddRemoteController::buttonText() const
+{
+    switch (m_step) {
+    case ConfigStep::Creating:
+        return QStringLiteral("Creating…");
+    case ConfigStep::Authenticating:
+        return QStringLiteral("Waiting for Browser…");
+    case ConfigStep::Idle:
+        break;
+    }
+    return QStringLiteral("Add & Authenticate");
+}
+
+QVariantList AddRemoteController::providers()
+{
+    struct Provider
+    {
+        const char *label;
+        const char *type;
+        QColor color;
+    };
+    static const Provider kProviders[] = {
+        {"Google Drive", "drive", QColor(0x28, 0xA7, 0x45)}, {"Dropbox", "dropbox", QColor(0x00, 0x61, 0xFF)},
+        {"OneDrive", "onedrive", QColor(0x32, 0xAD, 0xE6)},  {"Amazon S3", "s3", QColor(0xFF, 0x95, 0x00)},
+        {"WebDAV", "webdav", QColor(0xAF, 0x52, 0xDE)},
+    };
+    QVariantList providers;
+    for (const Provider &provider : kProviders)
+        providers.append(QVariantMap{{QStringLiteral("label"), QString::fromLatin1(provider.label)},
+                                     {QStringLiteral("type"), QString::fromLatin1(provider.type)},
+                                     {QStringLiteral("color"), provider.color}});
+    return providers;
+}
+
+void AddRemoteController::setStep(ConfigStep step)
+{
+    m_step = step;
+    Q_EMIT stateChanged();
+}
+
+void AddRemoteController::fail(const QString &message)
+{
+    m_errorMessage = message;
+    setStep(ConfigStep::Idle);
+}
+
+void AddRemoteController::submit()
+{
+    if (!canSubmit() || !m_app)
+        return;
+    const QString name = m_name; // as typed: rclone's own rules apply
+    m_errorMessage.clear();
+    setStep(ConfigStep::Creating);
+    // The callbacks live as long as the application, not the sheet: a run the
+    // closed sheet cancelled still removes the remote it made.
+    const QPointer<AddRemoteController> self(this);
+    const QPointer<NimbrellApp> app = m_app;
+    m_job = app->engine()->createRemote(name, m_type, app, [self, app, name](const RcloneStatus &created) {
+        if (created.isCancelled()) {
+            app->engine()->run({QStringLiteral("config"), QStringLiteral("delete"), name}, nullptr, {});
+            return;
+        }
+        if (!self)
+            return;
+        if (!created.ok())
+            return self->fail(created.error().description);
+        self->setStep(ConfigStep::Authenticating);
+        self->m_job = app->engine()->reconnectRemote(name, app, [self, app, name](const RcloneStatus &signedIn) {
+            if (!signedIn.ok()) // refused, failed, or abandoned with the sheet
+                app->engine()->run({QStringLiteral("config"), QStringLiteral("delete"), name}, nullptr, {});
+            if (!self || signedIn.isCancelled())
+                return;
+            if (!signedIn.ok())
+                return self->fail(signedIn.error().description);
+            self->setStep(ConfigStep::Idle);
+            Q_EMIT self->finished();
+        });
+    });
+}
+
+void AddRemoteController::abandon()
+{
+    if (!isConfiguring())
+        return;
+    if (m_job)
+        m_job->cancel(); // its end removes the half-made remote
+    m_step = ConfigStep::Idle;
+    Q_EMIT stateChanged();
+}

@@ -1,0 +1,93 @@
+#pragma once
+
+#include "model/CloudRemote.h"
+#include "model/RemoteSpaceInfo.h"
+#include "model/SyncFolder.h"
+
+#include <QObject>
+#include <QPointer>
+#include <QVariant>
+#include <QtQml/qqmlregistration.h>
+
+#include "engine/RcloneJob.h"
+#include "ui/NimbrellApp.h"
+
+// One remote's pane: what is known of it, its storage figures, and its
+// deletion, which is refused while a folder has it as its only target.
+class RemoteDetailController : public QObject
+{
+    Q_OBJECT
+    QML_ELEMENT
+    Q_PROPERTY(NimbrellApp *app READ app WRITE setApp NOTIFY appChanged)
+    Q_PROPERTY(QString remoteName READ remoteName WRITE setRemoteName NOTIFY remoteChanged)
+    Q_PROPERTY(QString typeName READ typeName NOTIFY remoteChanged)
+    Q_PROPERTY(QString backend READ backend NOTIFY remoteChanged)
+    Q_PROPERTY(QString iconName READ iconName NOTIFY remoteChanged)
+    Q_PROPERTY(bool isLoading READ isLoading NOTIFY storageChanged)
+    Q_PROPERTY(QString loadError READ loadError NOTIFY storageChanged)
+    Q_PROPERTY(bool hasSpaceInfo READ hasSpaceInfo NOTIFY storageChanged)
+    Q_PROPERTY(QVariant total READ total NOTIFY storageChanged)
+    Q_PROPERTY(QVariant used READ used NOTIFY storageChanged)
+    Q_PROPERTY(QVariant free READ free NOTIFY storageChanged)
+    Q_PROPERTY(QVariant trashed READ trashed NOTIFY storageChanged)
+    Q_PROPERTY(QVariant usageFraction READ usageFractionValue NOTIFY storageChanged)
+    Q_PROPERTY(bool usageCritical READ usageCritical NOTIFY storageChanged)
+
+public:
+    explicit RemoteDetailController(QObject *parent = nullptr);
+
+    NimbrellApp *app() const { return m_app; }
+    void setApp(NimbrellApp *app);
+    const QString &remoteName() const { return m_remoteName; }
+    void setRemoteName(const QString &name);
+
+    std::optional<CloudRemote> remote() const;
+    QString typeName() const;
+    QString backend() const;
+    QString iconName() const;
+
+    bool isLoading() const { return m_isLoading; }
+    const QString &loadError() const { return m_loadError; }
+    bool hasSpaceInfo() const { return m_spaceInfo.has_value(); }
+    QVariant total() const { return figure(&RemoteSpaceInfo::total); }
+    QVariant used() const { return figure(&RemoteSpaceInfo::used); }
+    QVariant free() const { return figure(&RemoteSpaceInfo::free); }
+    QVariant trashed() const { return figure(&RemoteSpaceInfo::trashed); }
+    QVariant usageFractionValue() const;
+    bool usageCritical() const;
+    void setSpaceInfo(const std::optional<RemoteSpaceInfo> &info);
+
+    // used / total, when there is a total of at least one byte.
+    static std::optional<double> usageFraction(const RemoteSpaceInfo &info);
+    // The folders with a target on the remote, in list order; and of those,
+    // the ones it is the only target of.
+    static QList<SyncFolder> dependentFolders(const QList<SyncFolder> &folders, const QString &remoteName);
+    static QList<SyncFolder> blockingFolders(const QList<SyncFolder> &dependent);
+    static QString folderList(const QList<SyncFolder> &folders);
+    static QString confirmationMessage(const QString &remoteName, const QList<SyncFolder> &dependent);
+    static QString refusalMessage(const QList<SyncFolder> &blocking);
+
+    Q_INVOKABLE void loadSpaceInfo();
+    // "Delete Remote": asks for confirmation, or explains why it cannot be.
+    Q_INVOKABLE void requestDelete();
+    Q_INVOKABLE void confirmDelete();
+
+Q_SIGNALS:
+    void appChanged();
+    void remoteChanged();
+    void storageChanged();
+    void confirmationRequested(const QString &message);
+    void refusalShown(const QString &message);
+    // The remote is gone; the remote list wants reloading.
+    void deleted();
+
+private:
+    QVariant figure(std::optional<qint64> RemoteSpaceInfo::*field) const;
+
+    QPointer<NimbrellApp> m_app;
+    QString m_remoteName;
+    std::optional<RemoteSpaceInfo> m_spaceInfo;
+    bool m_isLoading = false;
+    QString m_loadError;
+    QPointer<RcloneJob> m_job;
+};

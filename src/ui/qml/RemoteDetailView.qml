@@ -1,0 +1,221 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import Nimbrell
+
+// A remote: what it is, its storage figures, and its guarded deletion.
+Item {
+    id: pane
+    required property NimbrellApp app
+    property string remoteName
+
+    RemoteDetailController {
+        id: controller
+        objectName: "remoteController"
+        app: pane.app
+        remoteName: pane.remoteName
+        onConfirmationRequested: message => { confirmDialog.message = message; confirmDialog.open() }
+        onRefusalShown: message => { refusalDialog.message = message; refusalDialog.open() }
+        onDeleted: app.remotes.reload()
+    }
+
+    ScrollView {
+        id: scroll
+        anchors.fill: parent
+        contentWidth: availableWidth
+
+        ColumnLayout {
+            width: scroll.availableWidth
+            spacing: 16
+
+            RowLayout {
+                Layout.fillWidth: true
+                Layout.margins: 24
+                Layout.bottomMargin: 0
+                spacing: 12
+                Icon { name: controller.iconName; color: app.theme.blue; size: 40 }
+                ColumnLayout {
+                    Layout.fillWidth: true
+                    spacing: 2
+                    Label {
+                        Layout.fillWidth: true
+                        text: pane.remoteName
+                        textFormat: Text.PlainText
+                        elide: Text.ElideRight
+                        font.pixelSize: 22
+                        font.bold: true
+                    }
+                    Label { text: controller.typeName; color: app.theme.secondary }
+                }
+                Button {
+                    objectName: "deleteRemote"
+                    text: "Delete Remote"
+                    palette.buttonText: app.theme.red
+                    icon.source: "image://icon/trash?color=" + encodeURIComponent(app.theme.red.toString())
+                    ToolTip.visible: hovered
+                    ToolTip.text: "Delete this remote"
+                    onClicked: controller.requestDelete()
+                }
+            }
+
+            Card {
+                Layout.fillWidth: true
+                Layout.leftMargin: 24
+                Layout.rightMargin: 24
+                app: pane.app
+                GridLayout {
+                    width: parent.width
+                    columns: 3
+                    columnSpacing: 10
+                    rowSpacing: 10
+                    Icon { name: "tag.fill"; color: app.theme.secondary }
+                    Label { text: "Name"; color: app.theme.secondary }
+                    Label { Layout.fillWidth: true; text: pane.remoteName; textFormat: Text.PlainText; elide: Text.ElideRight }
+                    Icon { name: "cloud.fill"; color: app.theme.secondary }
+                    Label { text: "Type"; color: app.theme.secondary }
+                    Label { Layout.fillWidth: true; text: controller.typeName; elide: Text.ElideRight }
+                    Icon { name: "gearshape.fill"; color: app.theme.secondary }
+                    Label { text: "Backend"; color: app.theme.secondary }
+                    Label { Layout.fillWidth: true; text: controller.backend; textFormat: Text.PlainText; elide: Text.ElideRight }
+                }
+            }
+
+            Card {
+                objectName: "storageCard"
+                Layout.fillWidth: true
+                Layout.leftMargin: 24
+                Layout.rightMargin: 24
+                app: pane.app
+                ColumnLayout {
+                    width: parent.width
+                    spacing: 10
+                    Label { text: "Storage"; font.weight: Font.DemiBold }
+
+                    RowLayout {
+                        visible: controller.isLoading
+                        spacing: 8
+                        BusyIndicator { Layout.preferredWidth: 18; Layout.preferredHeight: 18; padding: 0; running: parent.visible }
+                        Label { text: "Loading storage info..." }
+                    }
+                    ColumnLayout {
+                        visible: !controller.isLoading && controller.loadError !== ""
+                        Layout.fillWidth: true
+                        spacing: 4
+                        RowLayout {
+                            spacing: 8
+                            Icon { name: "exclamationmark.triangle"; color: app.theme.orange }
+                            Label { text: "Could not load storage info" }
+                        }
+                        Label {
+                            objectName: "storageError"
+                            Layout.fillWidth: true
+                            text: controller.loadError
+                            textFormat: Text.PlainText
+                            wrapMode: Text.Wrap
+                            maximumLineCount: 6
+                            elide: Text.ElideRight
+                            color: app.theme.secondary
+                            font.pixelSize: 11
+                        }
+                    }
+                    ColumnLayout {
+                        visible: !controller.isLoading && controller.loadError === "" && controller.hasSpaceInfo
+                        Layout.fillWidth: true
+                        spacing: 8
+                        ColumnLayout {
+                            visible: controller.usageFraction !== undefined
+                            Layout.fillWidth: true
+                            spacing: 6
+                            SyncProgressBar {
+                                Layout.fillWidth: true
+                                app: pane.app
+                                value: controller.usageFraction || 0
+                            }
+                            RowLayout {
+                                Layout.fillWidth: true
+                                Label {
+                                    Layout.fillWidth: true
+                                    text: app.format.byteCount(controller.used || 0) + " of "
+                                          + app.format.byteCount(controller.total || 0) + " used"
+                                    color: app.theme.secondary
+                                }
+                                Label {
+                                    objectName: "usagePercentage"
+                                    text: app.format.percentage(controller.usageFraction || 0)
+                                    color: controller.usageCritical ? app.theme.red : palette.windowText
+                                    font.weight: Font.DemiBold
+                                }
+                            }
+                        }
+                        Repeater {
+                            model: [
+                                { label: "Total", icon: "externaldrive.fill", color: app.theme.blue, value: controller.total },
+                                { label: "Used", icon: "chart.bar.fill", color: app.theme.orange, value: controller.used },
+                                { label: "Free", icon: "checkmark.circle.fill", color: app.theme.green, value: controller.free },
+                                { label: "Trash", icon: "trash.fill", color: app.theme.secondary, value: controller.trashed }
+                            ]
+                            delegate: RowLayout {
+                                required property var modelData
+                                visible: modelData.value !== undefined
+                                Layout.fillWidth: true
+                                spacing: 8
+                                Icon { name: modelData.icon; color: modelData.color }
+                                Label { Layout.fillWidth: true; text: modelData.label }
+                                Label { text: app.format.byteCount(modelData.value || 0); font.family: "monospace" }
+                            }
+                        }
+                    }
+                    RowLayout {
+                        visible: !controller.isLoading && controller.loadError === "" && !controller.hasSpaceInfo
+                        spacing: 8
+                        Icon { name: "info.circle"; color: app.theme.secondary }
+                        Label { text: "Storage info not available for this remote type"; color: app.theme.secondary }
+                    }
+                }
+            }
+            Item { Layout.preferredHeight: 16 }
+        }
+    }
+
+    Dialog {
+        id: confirmDialog
+        objectName: "remoteDeleteDialog"
+        property string message
+        anchors.centerIn: parent
+        modal: true
+        title: "Delete Remote?"
+        padding: 20
+        topPadding: 12
+        contentWidth: 400
+        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
+        header: Label { text: confirmDialog.title; font.pixelSize: 15; font.weight: Font.DemiBold; padding: 20; bottomPadding: 0 }
+        Label { width: 400; text: confirmDialog.message; textFormat: Text.PlainText; wrapMode: Text.Wrap }
+        footer: DialogButtonBox {
+            Button { text: "Cancel"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole }
+            Button {
+                objectName: "confirmRemoteDelete"
+                text: "Delete"
+                palette.buttonText: app.theme.red
+                DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole
+                onClicked: { confirmDialog.close(); controller.confirmDelete() }
+            }
+        }
+    }
+    Dialog {
+        id: refusalDialog
+        objectName: "remoteRefusalDialog"
+        property string message
+        anchors.centerIn: parent
+        modal: true
+        title: "Cannot Delete Remote"
+        padding: 20
+        topPadding: 12
+        contentWidth: 400
+        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
+        header: Label { text: refusalDialog.title; font.pixelSize: 15; font.weight: Font.DemiBold; padding: 20; bottomPadding: 0 }
+        Label { width: 400; text: refusalDialog.message; textFormat: Text.PlainText; wrapMode: Text.Wrap }
+        footer: DialogButtonBox {
+            Button { text: "OK"; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole }
+        }
+    }
+}
