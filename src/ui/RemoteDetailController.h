@@ -48,7 +48,8 @@ public:
 
     bool isLoading() const { return m_isLoading; }
     const QString &loadError() const { return m_loadError; }
-    bool hasSpaceInfo() const { return m_spaceInfo.has_value(); }
+    // Figures to show: a backend that reports none (an empty answer) has none.
+    bool hasSpaceInfo() const { return m_spaceInfo && *m_spaceInfo != RemoteSpaceInfo(); }
     QVariant total() const { return figure(&RemoteSpaceInfo::total); }
     QVariant used() const { return figure(&RemoteSpaceInfo::used); }
     QVariant free() const { return figure(&RemoteSpaceInfo::free); }

@@ -46,10 +46,16 @@ QStringList visibleTexts(QQuickWindow *window)
 // The visible item with this object name (the newest one, when a pane was replaced).
 QQuickItem *item(QQuickWindow *window, const char *name)
 {
+    // The visual tree: delegates and popup contents are not all QObject children of the window.
     QQuickItem *found = nullptr;
-    for (QQuickItem *candidate : window->findChildren<QQuickItem *>(QLatin1String(name))) {
-        if (candidate->isVisible())
+    QList<QQuickItem *> pending{window->contentItem()};
+    while (!pending.isEmpty()) {
+        QQuickItem *candidate = pending.takeFirst();
+        if (!candidate->isVisible())
+            continue;
+        if (candidate->objectName() == QLatin1String(name))
             found = candidate;
+        pending.append(candidate->childItems());
     }
     return found;
 }
@@ -200,6 +206,49 @@ private Q_SLOTS:
         // A folder that does not exist holds nothing.
         QTRY_COMPARE(item(main, "filesCard")->property("value").toString(), "0");
         QCOMPARE(item(main, "sizeCard")->property("value").toString(), "0 B");
+    }
+
+    void remotePanes()
+    {
+        m_sandbox->addRemote("scratch", {"type = local"});
+        m_sandbox->addWebDav("dav", m_sandbox->makeDirectory("served"));
+        QQuickWindow *main = startApp();
+        QTRY_COMPARE(m_app->remotes()->count(), 2);
+
+        m_app->navigation()->showRemote("scratch");
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Total"), 20000);
+        for (const char *expected : {"scratch", "Local", "Name", "Type", "Backend", "local", "Storage", "Used", "Free",
+                                     "Delete Remote"})
+            QVERIFY2(visibleTexts(main).contains(expected), expected);
+        QVERIFY(item(main, "usagePercentage"));
+
+        m_app->navigation()->showRemote("dav"); // rclone's WebDAV server reports no figures
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Storage info not available for this remote type"), 20000);
+        QVERIFY(visibleTexts(main).contains("WebDAV"));
+
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code"));
+        m_app->navigation()->showRemote("gone"); // no longer configured
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Could not load storage info"), 20000);
+        QVERIFY(visibleTexts(main).contains("Unknown"));
+    }
+
+    void addRemoteSheet()
+    {
+        QQuickWindow *main = startApp();
+        QObject *sheet = main->findChild<QObject *>("addRemoteSheet");
+        QMetaObject::invokeMethod(sheet, "open");
+        QTRY_VERIFY(visibleTexts(main).contains("Connect a cloud storage provider to sync."));
+        for (const char *expected : {"Add Remote", "Remote Name", "Provider", "Google Drive", "Dropbox", "OneDrive",
+                                     "Amazon S3", "WebDAV", "Cancel"})
+            QVERIFY2(visibleTexts(main).contains(expected), expected);
+        QQuickItem *button = item(main, "addAndAuthenticate");
+        QCOMPARE(button->property("text").toString(), "Add && Authenticate"); // shown as "Add & Authenticate"
+        QVERIFY(!button->isEnabled());
+        type(main, item(main, "remoteName"), "My Drive");
+        QTRY_VERIFY(button->isEnabled());
+        click(main, item(main, "provider-webdav"));
+        QCOMPARE(item(main, "provider-webdav")->property("isSelected").toBool(), true);
+        QCOMPARE(item(main, "provider-drive")->property("isSelected").toBool(), false);
     }
 
     void createSyncEditAbortDelete()
