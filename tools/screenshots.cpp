@@ -175,7 +175,12 @@ void shoot(const QString &appearance, bool withData)
     save(main, QStringLiteral("main-dashboard") + suffix);
 
     app.navigation()->showRemote(QStringLiteral("gdrive"));
-    save(main, QStringLiteral("main-remote-selected") + suffix);
+    save(main, QStringLiteral("remote-loading") + suffix);
+    waitFor([main] {
+        QObject *pane = main->findChild<QObject *>(QStringLiteral("remoteController"));
+        return pane && !pane->property("isLoading").toBool();
+    });
+    save(main, QStringLiteral("remote-storage-error") + suffix);
     app.navigation()->showFolder(uuidStringOf(app, 0));
     save(main, QStringLiteral("main-folder-selected") + suffix);
     app.navigation()->showFolder(uuidStringOf(app, 1));
@@ -199,8 +204,35 @@ void shoot(const QString &appearance, bool withData)
     save(main, QStringLiteral("main-delete-confirmation") + suffix);
     invoke(main, "deleteDialog", "close");
     invoke(main, "addRemoteSheet", "open");
-    save(main, QStringLiteral("main-add-remote") + suffix);
-    invoke(main, "addRemoteSheet", "close");
+    save(main, QStringLiteral("add-remote") + suffix);
+    if (QObject *sheet = main->findChild<QObject *>(QStringLiteral("addRemoteController"))) {
+        sheet->setProperty("name", QStringLiteral("-bad \"name\""));
+        QMetaObject::invokeMethod(sheet, "submit");
+        waitFor([sheet] { return !sheet->property("isConfiguring").toBool(); });
+        save(main, QStringLiteral("add-remote-refused") + suffix);
+        sheet->setProperty("name", QStringLiteral("My Drive"));
+        QMetaObject::invokeMethod(sheet, "submit");
+        waitFor([sheet] { return sheet->property("buttonText").toString().startsWith(u"Waiting"); });
+        save(main, QStringLiteral("add-remote-waiting-for-browser") + suffix);
+    }
+    invoke(main, "addRemoteSheet", "close"); // stops the sign-in and removes "My Drive" again
+
+    app.navigation()->showRemote(QStringLiteral("scratch"));
+    waitFor([main] {
+        QObject *pane = main->findChild<QObject *>(QStringLiteral("remoteController"));
+        return pane && !pane->property("isLoading").toBool();
+    });
+    save(main, QStringLiteral("remote-storage") + suffix);
+    app.navigation()->showRemote(QStringLiteral("Work Dropbox"));
+    wait(100);
+    invoke(main, "remoteController", "requestDelete");
+    save(main, QStringLiteral("remote-delete-confirmation") + suffix);
+    invoke(main, "remoteDeleteDialog", "close");
+    app.navigation()->showRemote(QStringLiteral("nas"));
+    wait(100);
+    invoke(main, "remoteController", "requestDelete");
+    save(main, QStringLiteral("remote-delete-refused") + suffix);
+    invoke(main, "remoteRefusalDialog", "close");
 
     QQuickWindow *settingsWindow = app.openWindow(QStringLiteral("settings"));
     save(settingsWindow, QStringLiteral("settings-loading") + suffix);
