@@ -2,6 +2,7 @@
 // being drawn and the memory in use after 10 s idle, with 0 and with 500
 // folders (the real program, started as a user would), and the main window's
 // frame times while 20 folders report progress.
+#include "BenchSupport.h"
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
 #include "platform/InotifyFileEventService.h"
@@ -9,7 +10,6 @@
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
 #include "ui/NimbrellApp.h"
-#include "platform/LoginItemService.h"
 
 #include <QApplication>
 #include <QDir>
@@ -31,36 +31,9 @@ Q_IMPORT_QML_PLUGIN(NimbrellPlugin)
 
 namespace {
 
-void wait(int ms)
-{
-    QEventLoop loop;
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    loop.exec();
-}
 
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
-double percentile(std::vector<double> values, double p)
-{
-    std::sort(values.begin(), values.end());
-    return values[std::min(values.size() - 1, size_t(p * double(values.size())))];
-}
 
-long residentKiB(qint64 pid)
-{
-    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
-    }
-    return 0;
-}
 
 void writeStore(const QString &home, int count)
 {
@@ -122,7 +95,7 @@ void measureStartup(int folders)
     QProcess program;
     startProgram(program, home.path());
     wait(10000);
-    const long rss = residentKiB(program.processId());
+    const long rss = residentKiB(QString::number(program.processId()));
     program.terminate();
     program.waitForFinished();
     std::printf("  %3d folders: main window drawn after %.3f s (median of %zu starts, best %.3f s); "
@@ -131,22 +104,14 @@ void measureStartup(int folders)
                 double(rss) / 1024.0);
 }
 
-class NoLoginItem final : public LoginItemService
-{
-public:
-    bool isEnabled() const override { return false; }
-    std::optional<QString> registerItem() override { return std::nullopt; }
-    std::optional<QString> unregisterItem() override { return std::nullopt; }
-};
 
-class Settings final : public SettingsStore
+// Automatic sync on, so every folder syncs at start.
+BenchSettings syncingSettings()
 {
-public:
-    bool boolValue(const QString &key) const override { return key == SyncManager::kGlobalSyncEnabledKey; }
-    qint64 integerValue(const QString &) const override { return 60; }
-    void setBoolValue(const QString &, bool) override {}
-    void setIntegerValue(const QString &, qint64) override {}
-};
+    BenchSettings settings;
+    settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+    return settings;
+}
 
 void measureFrames()
 {
@@ -166,7 +131,7 @@ void measureFrames()
     qputenv("HOME", QFile::encodeName(root.path()));
     writeStore(root.path(), 20);
 
-    Settings settings;
+    BenchSettings settings = syncingSettings();
     RcloneEngine engine(fake);
     InotifyFileEventService fileEvents;
     NoLoginItem loginItem;

@@ -2,6 +2,7 @@
 // files in 5,000 directories next to `du -sb` on the same tree, the main
 // window's frame times while the walk runs, and the time to open a 1 MB error
 // log.
+#include "BenchSupport.h"
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
 #include "platform/InotifyFileEventService.h"
@@ -35,35 +36,9 @@ Q_IMPORT_QML_PLUGIN(NimbrellPlugin)
 
 namespace {
 
-void wait(int ms)
-{
-    QEventLoop loop;
-    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
-    loop.exec();
-}
 
-double median(std::vector<double> values)
-{
-    std::sort(values.begin(), values.end());
-    return values[values.size() / 2];
-}
 
-class NoLoginItem final : public LoginItemService
-{
-public:
-    bool isEnabled() const override { return false; }
-    std::optional<QString> registerItem() override { return std::nullopt; }
-    std::optional<QString> unregisterItem() override { return std::nullopt; }
-};
 
-class Settings final : public SettingsStore
-{
-public:
-    bool boolValue(const QString &) const override { return false; }
-    qint64 integerValue(const QString &) const override { return 60; }
-    void setBoolValue(const QString &, bool) override {}
-    void setIntegerValue(const QString &, qint64) override {}
-};
 
 // Drops the tree from the page cache's point of view as far as we can: both
 // tools read it warm, one after the other, several times.
@@ -125,7 +100,7 @@ int main(int argc, char *argv[])
         if (store.open(QIODevice::WriteOnly))
             store.write(FolderStore::encode({folder}).value());
     }
-    Settings settings;
+    BenchSettings settings;
     RcloneEngine engine(QStringLiteral("/bin/false"));
     InotifyFileEventService fileEvents;
     NoLoginItem loginItem;

@@ -1,6 +1,7 @@
 // Prints what watching costs: the time and memory to watch a tree of 10,000
 // directories, the CPU the program uses while 100 watched folders sit idle,
 // and the delay from the last change in a folder to the start of its sync.
+#include "BenchSupport.h"
 #include "engine/RcloneEngine.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/SettingsStore.h"
@@ -24,27 +25,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-class Settings final : public SettingsStore
-{
-public:
-    QHash<QString, QVariant> values;
-    bool boolValue(const QString &key) const override { return values.value(key).toBool(); }
-    qint64 integerValue(const QString &key) const override { return values.value(key).toLongLong(); }
-    void setBoolValue(const QString &key, bool value) override { values.insert(key, value); }
-    void setIntegerValue(const QString &key, qint64 value) override { values.insert(key, value); }
-};
 
-long residentKiB()
-{
-    QFile status(QStringLiteral("/proc/self/status"));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
-    }
-    return 0;
-}
 
 double cpuSeconds()
 {
@@ -54,12 +35,6 @@ double cpuSeconds()
            double(usage.ru_utime.tv_usec + usage.ru_stime.tv_usec) / 1e6;
 }
 
-void wait(std::chrono::milliseconds duration)
-{
-    QEventLoop loop;
-    QTimer::singleShot(duration, &loop, &QEventLoop::quit);
-    loop.exec();
-}
 
 void touch(const QString &path)
 {
@@ -99,7 +74,7 @@ int main(int argc, char *argv[])
     // 2. 100 watched folders, idle for 60 s.
     const QString home = root.filePath(QStringLiteral("home"));
     qputenv("HOME", QFile::encodeName(home));
-    Settings settings;
+    BenchSettings settings;
     settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
     RcloneEngine engine(QStringLiteral(RCLONE_PATH));
     InotifyFileEventService fileEvents;
@@ -121,7 +96,7 @@ int main(int argc, char *argv[])
         const double cpuBefore = cpuSeconds();
         QElapsedTimer timer;
         timer.start();
-        wait(60s);
+        wait(60000);
         const double cpu = cpuSeconds() - cpuBefore;
         std::printf("100 watched folders (2,100 directories) idle for %.0f s\n", double(timer.elapsed()) / 1000.0);
         std::printf("  CPU:     %.3f s (%.4f %%)\n", cpu, cpu * 100.0 / (double(timer.elapsed()) / 1000.0));
@@ -159,15 +134,15 @@ int main(int argc, char *argv[])
             for (int i = 0; i < 5; ++i) { // a burst of changes over about 2 s
                 touch(QStringLiteral("%1/file%2-%3").arg(folder.localPath).arg(round).arg(i));
                 sinceLastChange.start();
-                wait(400ms);
+                wait(400);
             }
             while (!started)
-                wait(50ms);
+                wait(50);
             QObject::disconnect(connection);
             std::printf("  round %d: %.2f s\n", round + 1, delay);
             while (manager.folders().at(0).status == SyncStatus::syncing)
-                wait(50ms);
-            wait(3s); // let the run's own follow-up window pass
+                wait(50);
+            wait(3000); // let the run's own follow-up window pass
         }
     }
     return 0;

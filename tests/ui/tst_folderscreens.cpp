@@ -8,6 +8,7 @@
 #include "model/FolderStore.h"
 #include "model/UuidString.h"
 #include "support/RcloneSandbox.h"
+#include "support/QuickInspection.h"
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
@@ -21,62 +22,6 @@
 #include <QQuickWindow>
 #include <QTest>
 
-namespace {
-
-void collectTexts(QQuickItem *item, QStringList &texts)
-{
-    if (!item->isVisible())
-        return;
-    if (item->inherits("QQuickText")) {
-        const QString text = item->property("text").toString();
-        if (!text.isEmpty())
-            texts.append(text);
-    }
-    for (QQuickItem *child : item->childItems())
-        collectTexts(child, texts);
-}
-
-QStringList visibleTexts(QQuickWindow *window)
-{
-    QStringList texts;
-    collectTexts(window->contentItem(), texts);
-    return texts;
-}
-
-// The visible item with this object name (the newest one, when a pane was replaced).
-QQuickItem *item(QQuickWindow *window, const char *name)
-{
-    // The visual tree: delegates and popup contents are not all QObject children of the window.
-    QQuickItem *found = nullptr;
-    QList<QQuickItem *> pending{window->contentItem()};
-    while (!pending.isEmpty()) {
-        QQuickItem *candidate = pending.takeFirst();
-        if (!candidate->isVisible())
-            continue;
-        if (candidate->objectName() == QLatin1String(name))
-            found = candidate;
-        pending.append(candidate->childItems());
-    }
-    return found;
-}
-
-void click(QQuickWindow *window, QQuickItem *target)
-{
-    QVERIFY(target);
-    QVERIFY(target->isEnabled());
-    const QPointF center = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
-    QTest::mouseClick(window, Qt::LeftButton, {}, center.toPoint());
-}
-
-void type(QQuickWindow *window, QQuickItem *field, const QString &text)
-{
-    click(window, field);
-    QTRY_VERIFY(field->hasActiveFocus());
-    for (const QChar c : text)
-        QTest::keyClick(window, c.toLatin1());
-}
-
-} // namespace
 
 class TestFolderScreens : public QObject
 {

@@ -6,6 +6,7 @@
 #include "fakes/MemorySettingsStore.h"
 #include "model/FolderStore.h"
 #include "model/UuidString.h"
+#include "support/QuickInspection.h"
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
@@ -20,42 +21,6 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-namespace {
-
-void collectTexts(QQuickItem *item, QStringList &texts)
-{
-    if (!item->isVisible())
-        return;
-    if (item->inherits("QQuickText")) {
-        const QString text = item->property("text").toString();
-        if (!text.isEmpty())
-            texts.append(text);
-    }
-    for (QQuickItem *child : item->childItems())
-        collectTexts(child, texts);
-}
-
-// Every text the window shows now, popups included.
-QStringList visibleTexts(QQuickWindow *window)
-{
-    QStringList texts;
-    collectTexts(window->contentItem(), texts);
-    return texts;
-}
-
-QQuickItem *textItem(QQuickWindow *window, const QString &startingWith)
-{
-    QList<QQuickItem *> pending{window->contentItem()};
-    while (!pending.isEmpty()) {
-        QQuickItem *item = pending.takeFirst();
-        if (item->isVisible() && item->inherits("QQuickText") && item->property("text").toString().startsWith(startingWith))
-            return item;
-        pending.append(item->childItems());
-    }
-    return nullptr;
-}
-
-} // namespace
 
 class TestScreens : public QObject
 {

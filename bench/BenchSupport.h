@@ -1,0 +1,65 @@
+#pragma once
+
+#include "platform/LoginItemService.h"
+#include "platform/SettingsStore.h"
+
+#include <QEventLoop>
+#include <QFile>
+#include <QHash>
+#include <QTimer>
+#include <QVariant>
+
+#include <algorithm>
+#include <vector>
+
+// What the benchmarks share: waiting on the event loop, medians, and
+// stand-ins for the services that do not matter to what they measure.
+
+inline void wait(int ms)
+{
+    QEventLoop loop;
+    QTimer::singleShot(ms, &loop, &QEventLoop::quit);
+    loop.exec();
+}
+
+inline double percentile(std::vector<double> values, double p)
+{
+    std::sort(values.begin(), values.end());
+    return values[std::min(values.size() - 1, size_t(p * double(values.size())))];
+}
+
+inline double median(std::vector<double> values)
+{
+    return percentile(std::move(values), 0.5);
+}
+
+// Resident memory of a process, from /proc; KiB.
+inline long residentKiB(const QString &pid = QStringLiteral("self"))
+{
+    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("VmRSS:"))
+            return line.mid(6).trimmed().split(' ').value(0).toLong();
+    }
+    return 0;
+}
+
+class BenchSettings final : public SettingsStore
+{
+public:
+    QHash<QString, QVariant> values;
+    bool boolValue(const QString &key) const override { return values.value(key).toBool(); }
+    qint64 integerValue(const QString &key) const override { return values.value(key).toLongLong(); }
+    void setBoolValue(const QString &key, bool value) override { values.insert(key, value); }
+    void setIntegerValue(const QString &key, qint64 value) override { values.insert(key, value); }
+};
+
+class NoLoginItem final : public LoginItemService
+{
+public:
+    bool isEnabled() const override { return false; }
+    std::optional<QString> registerItem() override { return std::nullopt; }
+    std::optional<QString> unregisterItem() override { return std::nullopt; }
+};

@@ -1,0 +1,81 @@
+#pragma once
+
+#include <QQuickItem>
+#include <QQuickWindow>
+#include <QTest>
+
+// Looking at a Qt Quick window the way a user does: the texts it shows and its
+// controls, by walking the visual tree (delegates and popup contents are not
+// all QObject children of the window).
+
+inline void collectTexts(QQuickItem *item, QStringList &texts)
+{
+    if (!item->isVisible())
+        return;
+    if (item->inherits("QQuickText")) {
+        const QString text = item->property("text").toString();
+        if (!text.isEmpty())
+            texts.append(text);
+    }
+    for (QQuickItem *child : item->childItems())
+        collectTexts(child, texts);
+}
+
+// Every text the window shows now, popups included.
+inline QStringList visibleTexts(QQuickWindow *window)
+{
+    QStringList texts;
+    collectTexts(window->contentItem(), texts);
+    return texts;
+}
+
+// The first visible item that matches, in the order of the visual tree.
+inline QQuickItem *findItem(QQuickWindow *window, const std::function<bool(QQuickItem *)> &matches)
+{
+    QList<QQuickItem *> pending{window->contentItem()};
+    while (!pending.isEmpty()) {
+        QQuickItem *candidate = pending.takeFirst();
+        if (!candidate->isVisible())
+            continue;
+        if (matches(candidate))
+            return candidate;
+        pending.append(candidate->childItems());
+    }
+    return nullptr;
+}
+
+// The visible text item whose text starts so.
+inline QQuickItem *textItem(QQuickWindow *window, const QString &startingWith)
+{
+    return findItem(window, [&](QQuickItem *item) {
+        return item->inherits("QQuickText") && item->property("text").toString().startsWith(startingWith);
+    });
+}
+
+// The visible item with this object name (the last one, when a pane was replaced).
+inline QQuickItem *item(QQuickWindow *window, const char *name)
+{
+    QQuickItem *found = nullptr;
+    findItem(window, [&](QQuickItem *candidate) {
+        if (candidate->objectName() == QLatin1String(name))
+            found = candidate;
+        return false;
+    });
+    return found;
+}
+
+inline void click(QQuickWindow *window, QQuickItem *target)
+{
+    QVERIFY(target);
+    QVERIFY(target->isEnabled());
+    const QPointF center = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
+    QTest::mouseClick(window, Qt::LeftButton, {}, center.toPoint());
+}
+
+inline void type(QQuickWindow *window, QQuickItem *field, const QString &text)
+{
+    click(window, field);
+    QTRY_VERIFY(field->hasActiveFocus());
+    for (const QChar c : text)
+        QTest::keyClick(window, c.toLatin1());
+}
