@@ -91,6 +91,7 @@ void measureStartup(int folders)
         times.push_back(seconds);
         program.terminate();
         program.waitForFinished();
+        wait(500); // the rclone it started at the end is gone before the next start
     }
     QProcess program;
     startProgram(program, home.path());

@@ -203,7 +203,7 @@ void shoot(const QString &appearance, bool withData)
     invoke(main, "deleteDialog", "open");
     save(main, QStringLiteral("main-delete-confirmation") + suffix);
     invoke(main, "deleteDialog", "close");
-    invoke(main, "addRemoteSheet", "open");
+    invoke(main, "contentView", "openAddRemote");
     save(main, QStringLiteral("add-remote") + suffix);
     if (QObject *sheet = main->findChild<QObject *>(QStringLiteral("addRemoteController"))) {
         sheet->setProperty("name", QStringLiteral("-bad \"name\""));

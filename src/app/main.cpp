@@ -32,20 +32,15 @@ int main(int argc, char *argv[])
            NIMBRELL_VERSION, static_cast<long long>(nimbrell.syncManager()->folders().size()),
            nimbrell.syncManager()->isGlobalSyncEnabled() ? "on" : "off",
            static_cast<long long>(nimbrell.syncManager()->globalSyncIntervalMinutes()));
-    engine.getVersion(&app, [](const RcloneResult<QString> &version) {
-        qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
+    QObject::connect(&nimbrell, &NimbrellApp::mainWindowShown, &app, [&engine, &app] {
+        // For the start-up benchmark: say when the main window has been drawn.
+        if (qEnvironmentVariableIsSet("NIMBRELL_REPORT_STARTUP"))
+            std::fputs("nimbrell: main window shown\n", stderr);
+        engine.getVersion(&app, [](const RcloneResult<QString> &version) {
+            qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
+        });
     });
     nimbrell.start();
-    // For the start-up benchmark: say when the main window has been drawn.
-    if (qEnvironmentVariableIsSet("NIMBRELL_REPORT_STARTUP")) {
-        if (QQuickWindow *main = nimbrell.window(QStringLiteral("main"))) {
-            QObject::connect(main, &QQuickWindow::frameSwapped, &app, [] {
-                static bool reported = false;
-                if (!std::exchange(reported, true))
-                    std::fputs("nimbrell: main window shown\n", stderr);
-            });
-        }
-    }
     // Without a tray, closing the main window ends the program.
     if (!QSystemTrayIcon::isSystemTrayAvailable())
         QApplication::setQuitOnLastWindowClosed(true);

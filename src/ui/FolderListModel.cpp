@@ -12,20 +12,21 @@ FolderListModel::FolderListModel(SyncManager &manager, QObject *parent)
     connect(&manager, &SyncManager::folderInserted, this, [this] {
         endInsertRows();
         Q_EMIT countChanged();
-        Q_EMIT statusCountsChanged();
+        statusesMayHaveChanged();
     });
     connect(&manager, &SyncManager::folderAboutToBeRemoved, this,
             [this](qsizetype row) { beginRemoveRows({}, int(row), int(row)); });
     connect(&manager, &SyncManager::folderRemoved, this, [this] {
         endRemoveRows();
         Q_EMIT countChanged();
-        Q_EMIT statusCountsChanged();
+        statusesMayHaveChanged();
     });
     connect(&manager, &SyncManager::folderChanged, this, [this](qsizetype row) {
         const QModelIndex changed = index(int(row));
         Q_EMIT dataChanged(changed, changed);
-        Q_EMIT statusCountsChanged();
+        statusesMayHaveChanged();
     });
+    statusesMayHaveChanged();
 }
 
 int FolderListModel::rowCount(const QModelIndex &parent) const
@@ -65,6 +66,18 @@ QHash<int, QByteArray> FolderListModel::roleNames() const
         {IdRole, "folderId"},   {NameRole, "name"},         {StatusRole, "status"},       {RemoteCountRole, "remoteCount"},
         {LastSyncRole, "lastSync"}, {ProgressRole, "progress"}, {LocalPathRole, "localPath"},
     };
+}
+
+void FolderListModel::statusesMayHaveChanged()
+{
+    QList<std::pair<SyncStatus, QString>> statuses;
+    statuses.reserve(m_manager.folders().size());
+    for (const SyncFolder &folder : m_manager.folders())
+        statuses.append({folder.status, folder.status == SyncStatus::error ? folder.name : QString()});
+    if (statuses == m_statuses)
+        return;
+    m_statuses = statuses;
+    Q_EMIT statusCountsChanged();
 }
 
 FolderListModel::Summary FolderListModel::summaryFor(int errorCount, int activeCount)

@@ -59,6 +59,11 @@ Q_SIGNALS:
 
 private:
     int countOf(SyncStatus status) const;
+    // Tells the dashboard only when the statuses really changed: progress
+    // reports arrive many times a second.
+    void statusesMayHaveChanged();
 
     SyncManager &m_manager;
+    // The statuses, with the names of the folders in error, as last told.
+    QList<std::pair<SyncStatus, QString>> m_statuses;
 };

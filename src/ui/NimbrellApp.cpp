@@ -68,7 +68,14 @@ QQmlEngine *NimbrellApp::qmlEngine() const
 
 void NimbrellApp::start()
 {
-    openWindow(QStringLiteral("main"));
+    if (QQuickWindow *main = openWindow(QStringLiteral("main"))) {
+        auto connection = std::make_shared<QMetaObject::Connection>();
+        *connection = connect(main, &QQuickWindow::frameSwapped, this, [this, connection] {
+            disconnect(*connection);
+            m_remotes->reload();
+            Q_EMIT mainWindowShown();
+        });
+    }
     m_tray->show();
 }
 
@@ -89,6 +96,9 @@ QQuickWindow *NimbrellApp::openWindow(const QString &id)
             return nullptr;
         }
         QQmlEngine::setObjectOwnership(window, QQmlEngine::CppOwnership);
+        // Asynchronous loaders make progress between the frames of a window.
+        if (!m_qml->incubationController())
+            m_qml->setIncubationController(window->incubationController());
     }
     window->show();
     window->raise();

@@ -83,8 +83,13 @@ public:
     // Replaces the clipboard's content with plain text.
     Q_INVOKABLE void copyToClipboard(const QString &text);
 
-    // Shows the main window and the tray.
+    // Shows the main window and the tray; once the window is on screen the
+    // remotes are listed (rclone's start-up would only slow down the window's).
     void start();
+
+Q_SIGNALS:
+    // The main window has been drawn for the first time.
+    void mainWindowShown();
 
 private:
     RcloneEngine &m_engine;

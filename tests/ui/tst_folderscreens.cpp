@@ -180,8 +180,7 @@ private Q_SLOTS:
     void addRemoteSheet()
     {
         QQuickWindow *main = startApp();
-        QObject *sheet = main->findChild<QObject *>("addRemoteSheet");
-        QMetaObject::invokeMethod(sheet, "open");
+        QMetaObject::invokeMethod(main->findChild<QObject *>("contentView"), "openAddRemote");
         QTRY_VERIFY(visibleTexts(main).contains("Connect a cloud storage provider to sync."));
         for (const char *expected : {"Add Remote", "Remote Name", "Provider", "Google Drive", "Dropbox", "OneDrive",
                                      "Amazon S3", "WebDAV", "Cancel"})

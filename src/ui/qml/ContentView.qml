@@ -7,12 +7,11 @@ import Nimbrell
 // the detail of whatever it has selected.
 Item {
     id: content
+    objectName: "contentView"
     required property NimbrellApp app
     readonly property NavigationState nav: app.navigation
 
     property string folderToDelete: ""
-
-    Component.onCompleted: app.remotes.reload()
 
     function confirmDelete(folderId) {
         folderToDelete = folderId
@@ -62,7 +61,7 @@ Item {
                             MenuItem {
                                 text: "Add Remote"
                                 icon.source: "image://icon/cloud.badge.plus?color=" + encodeURIComponent(palette.text.toString())
-                                onTriggered: addRemoteSheet.open()
+                                onTriggered: content.openAddRemote()
                             }
                         }
                     }
@@ -159,19 +158,49 @@ Item {
         }
 
         // ---- detail ----
-        Loader {
-            id: detail
-            objectName: "detail"
+        // Each pane is loaded by its file the first time it is shown, so the
+        // window does not wait for screens it does not show yet.
+        Item {
             Layout.fillWidth: true
             Layout.fillHeight: true
-            sourceComponent: {
-                switch (nav.page) {
-                case NavigationState.Dashboard: return dashboardPane
-                case NavigationState.SyncFolder: return folderPane
-                case NavigationState.Remote: return remotePane
-                case NavigationState.NewSyncFolder: return newFolderPane
-                default: return emptyDetail
+            Loader {
+                id: detail
+                objectName: "detail"
+                anchors.fill: parent
+                asynchronous: true
+                readonly property string file: {
+                    switch (nav.page) {
+                    case NavigationState.Dashboard: return "DashboardView.qml"
+                    case NavigationState.SyncFolder:
+                    case NavigationState.NewSyncFolder: return "SyncFolderDetailView.qml"
+                    case NavigationState.Remote: return "RemoteDetailView.qml"
+                    default: return ""
+                    }
                 }
+                onFileChanged: {
+                    if (file === "")
+                        setSource("")
+                    else
+                        setSource(file, { app: content.app })
+                }
+                Component.onCompleted: fileChanged()
+            }
+            Binding {
+                target: detail.item
+                property: "folderId"
+                value: nav.page === NavigationState.SyncFolder ? nav.folderId : ""
+                when: detail.file === "SyncFolderDetailView.qml" && detail.status === Loader.Ready
+            }
+            Binding {
+                target: detail.item
+                property: "remoteName"
+                value: nav.remoteName
+                when: detail.file === "RemoteDetailView.qml" && detail.status === Loader.Ready
+            }
+            Loader {
+                anchors.fill: parent
+                active: nav.page === NavigationState.None
+                sourceComponent: emptyDetail
             }
         }
     }
@@ -197,22 +226,6 @@ Item {
                 }
             }
         }
-    }
-    Component {
-        id: dashboardPane
-        DashboardView { app: content.app }
-    }
-    Component {
-        id: folderPane
-        SyncFolderDetailView { app: content.app; folderId: nav.folderId }
-    }
-    Component {
-        id: remotePane
-        RemoteDetailView { app: content.app; remoteName: nav.remoteName }
-    }
-    Component {
-        id: newFolderPane
-        SyncFolderDetailView { app: content.app; folderId: "" }
     }
 
     Dialog {
@@ -257,8 +270,14 @@ Item {
         onClosed: content.folderToDelete = ""
     }
 
-    AddRemoteView {
-        id: addRemoteSheet
-        app: content.app
+    // Made the first time it is asked for: the window shows sooner.
+    function openAddRemote() {
+        addRemoteLoader.active = true
+        addRemoteLoader.item.open()
+    }
+    Loader {
+        id: addRemoteLoader
+        active: false
+        sourceComponent: AddRemoteView { app: content.app }
     }
 }

@@ -146,11 +146,19 @@ Item {
                         Layout.fillWidth: true
                         spacing: 6
                         Label { text: "Needs Attention"; color: app.theme.red; font.weight: Font.DemiBold }
-                        Repeater {
+                        // A long list scrolls within the card; only the rows in view are made.
+                        ListView {
+                            id: attentionList
+                            Layout.fillWidth: true
+                            Layout.preferredHeight: Math.min(contentHeight, 6 * 40)
+                            clip: true
+                            boundsBehavior: Flickable.StopAtBounds
                             model: folders.errorFolders
+                            ScrollBar.vertical: ScrollBar {}
                             delegate: RowLayout {
                                 required property var modelData
-                                Layout.fillWidth: true
+                                width: attentionList.width
+                                height: 40
                                 spacing: 8
                                 Icon { name: "exclamationmark.triangle.fill"; color: app.theme.red }
                                 Label {
