@@ -14,6 +14,7 @@
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
 
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -285,6 +286,16 @@ private Q_SLOTS:
         QCOMPARE(model.healthyCount(), 0);
         QCOMPARE(model.summary(), S::NeedsAttention);
         QCOMPARE(model.errorFolders().value(0).toMap().value("name"), "Broken");
+
+        // Progress alone does not disturb the dashboard; a renamed folder in error does.
+        QSignalSpy told(&model, &FolderListModel::statusCountsChanged);
+        SyncFolder progressed = app.syncManager()->folders().at(0);
+        app.syncManager()->updateFolder(progressed);
+        QCOMPARE(told.count(), 0);
+        failed.name = "Broken still";
+        app.syncManager()->updateFolder(failed);
+        QCOMPARE(told.count(), 1);
+        QCOMPARE(model.errorFolders().value(0).toMap().value("name"), "Broken still");
     }
 };
 
