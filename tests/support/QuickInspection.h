@@ -74,8 +74,14 @@ inline void click(QQuickWindow *window, QQuickItem *target)
 
 inline void type(QQuickWindow *window, QQuickItem *field, const QString &text)
 {
-    click(window, field);
-    QTRY_VERIFY(field->hasActiveFocus());
+    QVERIFY(field);
+    // A pane that was just loaded may still be settling into place.
+    QTRY_VERIFY_WITH_TIMEOUT(([&] {
+                                 if (!field->hasActiveFocus())
+                                     click(window, field);
+                                 return field->hasActiveFocus();
+                             }()),
+                             5000);
     for (const QChar c : text)
         QTest::keyClick(window, c.toLatin1());
 }

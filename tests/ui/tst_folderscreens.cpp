@@ -208,6 +208,7 @@ private Q_SLOTS:
         // Create: the plus menu's entry, then the editor.
         m_app->navigation()->showNewSyncFolder();
         QTRY_VERIFY(item(main, "editName"));
+        QTRY_COMPARE(main->findChild<QObject *>("detail")->property("status").toInt(), 1); // Loader.Ready
         QVERIFY(!item(main, "confirmEdit")->isEnabled());
         type(main, item(main, "editName"), "Documents");
         type(main, item(main, "editLocalPath"), local);
@@ -232,8 +233,8 @@ private Q_SLOTS:
         // Edit the name.
         click(main, item(main, "editFolder"));
         QTRY_VERIFY(item(main, "editName"));
-        QQuickItem *name = item(main, "editName");
-        click(main, name);
+        QTest::qWait(50);
+        type(main, item(main, "editName"), QString()); // focus
         QTest::keyClick(main, Qt::Key_End);
         for (const char c : QByteArray(" 2026"))
             QTest::keyClick(main, c);
