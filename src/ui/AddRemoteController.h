@@ -1,12 +1,12 @@
 #pragma once
 
+#include "engine/RcloneJob.h"
+#include "ui/NimbrellApp.h"
+
 #include <QObject>
 #include <QPointer>
 #include <QVariantList>
 #include <QtQml/qqmlregistration.h>
-
-#include "engine/RcloneJob.h"
-#include "ui/NimbrellApp.h"
 
 // The add-remote sheet: creates a remote with rclone, then runs its browser
 // sign-in; a failed sign-in removes the half-made remote again.

@@ -1,15 +1,14 @@
 #pragma once
 
 #include "model/SyncFolder.h"
+#include "ui/FolderStatistics.h"
+#include "ui/NimbrellApp.h"
 
 #include <QFutureWatcher>
 #include <QObject>
 #include <QPointer>
 #include <QVariant>
 #include <QtQml/qqmlregistration.h>
-
-#include "ui/FolderStatistics.h"
-#include "ui/NimbrellApp.h"
 
 // The state of one folder's detail pane: the folder as the manager has it now,
 // the statistics of its local directory, and the editor that creates or

@@ -1,16 +1,15 @@
 #pragma once
 
+#include "engine/RcloneJob.h"
 #include "model/CloudRemote.h"
 #include "model/RemoteSpaceInfo.h"
 #include "model/SyncFolder.h"
+#include "ui/NimbrellApp.h"
 
 #include <QObject>
 #include <QPointer>
 #include <QVariant>
 #include <QtQml/qqmlregistration.h>
-
-#include "engine/RcloneJob.h"
-#include "ui/NimbrellApp.h"
 
 // One remote's pane: what is known of it, its storage figures, and its
 // deletion, which is refused while a folder has it as its only target.
