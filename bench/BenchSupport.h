@@ -1,13 +1,11 @@
 #pragma once
 
 #include "platform/LoginItemService.h"
-#include "platform/SettingsStore.h"
+#include "platform/MemorySettingsStore.h"
 
 #include <QEventLoop>
 #include <QFile>
-#include <QHash>
 #include <QTimer>
-#include <QVariant>
 
 #include <algorithm>
 #include <vector>
@@ -46,15 +44,6 @@ inline long residentKiB(const QString &pid = QStringLiteral("self"))
     return 0;
 }
 
-class BenchSettings final : public SettingsStore
-{
-public:
-    QHash<QString, QVariant> values;
-    bool boolValue(const QString &key) const override { return values.value(key).toBool(); }
-    qint64 integerValue(const QString &key) const override { return values.value(key).toLongLong(); }
-    void setBoolValue(const QString &key, bool value) override { values.insert(key, value); }
-    void setIntegerValue(const QString &key, qint64 value) override { values.insert(key, value); }
-};
 
 class NoLoginItem final : public LoginItemService
 {

@@ -107,9 +107,9 @@ void measureStartup(int folders)
 
 
 // Automatic sync on, so every folder syncs at start.
-BenchSettings syncingSettings()
+MemorySettingsStore syncingSettings()
 {
-    BenchSettings settings;
+    MemorySettingsStore settings;
     settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
     return settings;
 }
@@ -132,7 +132,7 @@ void measureFrames()
     qputenv("HOME", QFile::encodeName(root.path()));
     writeStore(root.path(), 20);
 
-    BenchSettings settings = syncingSettings();
+    MemorySettingsStore settings = syncingSettings();
     RcloneEngine engine(fake);
     InotifyFileEventService fileEvents;
     NoLoginItem loginItem;

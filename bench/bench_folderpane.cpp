@@ -100,7 +100,7 @@ int main(int argc, char *argv[])
         if (store.open(QIODevice::WriteOnly))
             store.write(FolderStore::encode({folder}).value());
     }
-    BenchSettings settings;
+    MemorySettingsStore settings;
     RcloneEngine engine(QStringLiteral("/bin/false"));
     InotifyFileEventService fileEvents;
     NoLoginItem loginItem;

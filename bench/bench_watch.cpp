@@ -4,7 +4,6 @@
 #include "BenchSupport.h"
 #include "engine/RcloneEngine.h"
 #include "platform/InotifyFileEventService.h"
-#include "platform/SettingsStore.h"
 #include "sync/SyncManager.h"
 
 #include <QCoreApplication>
@@ -12,11 +11,9 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
-#include <QHash>
 #include <QLoggingCategory>
 #include <QTemporaryDir>
 #include <QTimer>
-#include <QVariant>
 
 #include <cstdio>
 #include <sys/resource.h>
@@ -74,7 +71,7 @@ int main(int argc, char *argv[])
     // 2. 100 watched folders, idle for 60 s.
     const QString home = root.filePath(QStringLiteral("home"));
     qputenv("HOME", QFile::encodeName(home));
-    BenchSettings settings;
+    MemorySettingsStore settings;
     settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
     RcloneEngine engine(QStringLiteral(RCLONE_PATH));
     InotifyFileEventService fileEvents;

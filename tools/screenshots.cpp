@@ -4,7 +4,7 @@
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
 #include "platform/InotifyFileEventService.h"
-#include "platform/SettingsStore.h"
+#include "platform/MemorySettingsStore.h"
 #include "platform/XdgAutostartLoginItem.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
@@ -22,7 +22,6 @@
 #include <QQuickItem>
 #include <QTemporaryDir>
 #include <QTimer>
-#include <QVariant>
 #include <QtQml/qqmlextensionplugin.h>
 
 #include <cstdio>
@@ -44,15 +43,6 @@ void countWarnings(QtMsgType type, const QMessageLogContext &context, const QStr
     g_previousHandler(type, context, message);
 }
 
-class Settings final : public SettingsStore
-{
-public:
-    QHash<QString, QVariant> values;
-    bool boolValue(const QString &key) const override { return values.value(key).toBool(); }
-    qint64 integerValue(const QString &key) const override { return values.value(key).toLongLong(); }
-    void setBoolValue(const QString &key, bool value) override { values.insert(key, value); }
-    void setIntegerValue(const QString &key, qint64 value) override { values.insert(key, value); }
-};
 
 void wait(int ms)
 {
@@ -88,6 +78,15 @@ void save(QQuickWindow *window, const QString &name)
         return;
     }
     std::printf("%s\n", qPrintable(path));
+}
+
+// Waits until the remote pane has its storage figures (or knows it has none).
+void waitForRemotePane(QQuickWindow *window)
+{
+    waitFor([window] {
+        QObject *pane = window->findChild<QObject *>(QStringLiteral("remoteController"));
+        return pane && !pane->property("isLoading").toBool();
+    });
 }
 
 void invoke(QQuickWindow *window, const char *objectName, const char *method)
@@ -158,7 +157,7 @@ void shoot(const QString &appearance, bool withData)
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(root.filePath(QStringLiteral("home/.config"))));
     qputenv("RCLONE_CONFIG", QFile::encodeName(root.filePath(QStringLiteral("rclone.conf"))));
 
-    Settings settings;
+    MemorySettingsStore settings;
     RcloneEngine engine(QStringLiteral(RCLONE_PATH));
     InotifyFileEventService fileEvents;
     XdgAutostartLoginItem loginItem;
@@ -176,10 +175,7 @@ void shoot(const QString &appearance, bool withData)
 
     app.navigation()->showRemote(QStringLiteral("gdrive"));
     save(main, QStringLiteral("remote-loading") + suffix);
-    waitFor([main] {
-        QObject *pane = main->findChild<QObject *>(QStringLiteral("remoteController"));
-        return pane && !pane->property("isLoading").toBool();
-    });
+    waitForRemotePane(main);
     save(main, QStringLiteral("remote-storage-error") + suffix);
     app.navigation()->showFolder(uuidStringOf(app, 0));
     save(main, QStringLiteral("main-folder-selected") + suffix);
@@ -218,10 +214,7 @@ void shoot(const QString &appearance, bool withData)
     invoke(main, "addRemoteSheet", "close"); // stops the sign-in and removes "My Drive" again
 
     app.navigation()->showRemote(QStringLiteral("scratch"));
-    waitFor([main] {
-        QObject *pane = main->findChild<QObject *>(QStringLiteral("remoteController"));
-        return pane && !pane->property("isLoading").toBool();
-    });
+    waitForRemotePane(main);
     save(main, QStringLiteral("remote-storage") + suffix);
     app.navigation()->showRemote(QStringLiteral("Work Dropbox"));
     wait(100);

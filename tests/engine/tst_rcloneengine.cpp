@@ -1,7 +1,7 @@
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
-#include "support/Outcome.h"
 #include "fakes/FakeRclone.h"
+#include "support/Outcome.h"
 
 #include <QEventLoop>
 #include <QPointer>

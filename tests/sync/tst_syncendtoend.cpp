@@ -2,9 +2,9 @@
 // program's own timings: a change in a local folder reaches both of its remotes
 // without anyone asking.
 #include "engine/RcloneEngine.h"
-#include "fakes/MemorySettingsStore.h"
 #include "model/FolderStore.h"
 #include "platform/InotifyFileEventService.h"
+#include "platform/MemorySettingsStore.h"
 #include "support/LogCapture.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"

@@ -1,7 +1,7 @@
 #include "engine/RcloneEngine.h"
 #include "fakes/FakeFileEventService.h"
-#include "fakes/MemorySettingsStore.h"
 #include "model/FolderStore.h"
+#include "platform/MemorySettingsStore.h"
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 

@@ -4,7 +4,7 @@
 #include "fakes/FakeFileEventService.h"
 #include "fakes/FakeLoginItem.h"
 #include "fakes/FakeRclone.h"
-#include "fakes/MemorySettingsStore.h"
+#include "platform/MemorySettingsStore.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"

@@ -4,7 +4,7 @@
 #include "fakes/FakeFileEventService.h"
 #include "fakes/FakeLoginItem.h"
 #include "fakes/FakeRclone.h"
-#include "fakes/MemorySettingsStore.h"
+#include "platform/MemorySettingsStore.h"
 #include "platform/XdgAutostartLoginItem.h"
 #include "support/LogCapture.h"
 #include "support/TestFiles.h"

@@ -5,7 +5,8 @@
 #include <QHash>
 #include <QVariant>
 
-// Settings kept in memory, with a count of writes.
+// Settings that last as long as the program: for the tools, benchmarks and
+// tests that must not touch the user's settings file. Counts its writes.
 class MemorySettingsStore final : public SettingsStore
 {
 public:
