@@ -1,7 +1,9 @@
 #include "engine/RcloneEngine.h"
 #include "platform/AppLogger.h"
 #include "platform/InotifyFileEventService.h"
+#include "platform/InstanceChannel.h"
 #include "platform/QSettingsStore.h"
+#include "platform/UnixSignalNotifier.h"
 #include "platform/XdgAutostartLoginItem.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
@@ -9,29 +11,65 @@
 
 #include <QApplication>
 #include <QSystemTrayIcon>
-
-#include <cstdio>
+#include <QTimer>
 #include <QtQml/qqmlextensionplugin.h>
+
+#include <csignal>
+#include <cstdio>
 
 Q_IMPORT_QML_PLUGIN(NimbrellPlugin)
 
+using namespace std::chrono_literals;
 
 int main(int argc, char *argv[])
 {
+    // A reader of ours that went away must not end the program.
+    std::signal(SIGPIPE, SIG_IGN);
+
+    // One Nimbrell per user and configuration: a second start brings the
+    // running one's window forward and leaves, before any window system work.
+    InstanceChannel instance;
+    if (!instance.tryLock()) {
+        const std::optional<QJsonObject> reply = InstanceChannel::send(QStringLiteral("raise"), {}, 3s);
+        if (reply && reply->value(QStringLiteral("ok")).toBool())
+            return 0;
+        std::fputs("nimbrell: another instance is running but does not answer\n", stderr);
+        return 1;
+    }
+
     prepareGraphics();
     QApplication app(argc, argv);
     setUpApplication();
-    QApplication::setQuitOnLastWindowClosed(false); // the tray keeps it running
+    // Closing the last window never ends the program behind the quit path's back.
+    QApplication::setQuitOnLastWindowClosed(false);
 
     RcloneEngine engine; // stops the program when the bundled rclone is missing
     QSettingsStore settings;
     InotifyFileEventService fileEvents;
     XdgAutostartLoginItem loginItem;
     NimbrellApp nimbrell({settings, engine, fileEvents, loginItem});
+    SyncManager &manager = *nimbrell.syncManager();
     qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
-           NIMBRELL_VERSION, static_cast<long long>(nimbrell.syncManager()->folders().size()),
-           nimbrell.syncManager()->isGlobalSyncEnabled() ? "on" : "off",
-           static_cast<long long>(nimbrell.syncManager()->globalSyncIntervalMinutes()));
+           NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),
+           manager.isGlobalSyncEnabled() ? "on" : "off", static_cast<long long>(manager.globalSyncIntervalMinutes()));
+
+    instance.setHandler(QStringLiteral("raise"), [&nimbrell](const QJsonObject &) {
+        nimbrell.openWindow(QStringLiteral("main"));
+        return QJsonObject();
+    });
+    instance.setHandler(QStringLiteral("quit"), [&nimbrell](const QJsonObject &) {
+        QTimer::singleShot(0, &nimbrell, &NimbrellApp::quit);
+        return QJsonObject();
+    });
+    instance.listen();
+
+    // Logout, `kill` and Ctrl+C take the same way out as "Quit Nimbrell".
+    UnixSignalNotifier quitSignals({SIGTERM, SIGINT, SIGHUP});
+    QObject::connect(&quitSignals, &UnixSignalNotifier::received, &nimbrell, [&nimbrell](int signal) {
+        qCInfo(lcGeneral, "Received signal %d: quitting", signal);
+        nimbrell.quit();
+    });
+
     QObject::connect(&nimbrell, &NimbrellApp::mainWindowShown, &app, [&engine, &app] {
         // For the start-up benchmark: say when the main window has been drawn.
         if (qEnvironmentVariableIsSet("NIMBRELL_REPORT_STARTUP"))
@@ -43,6 +81,6 @@ int main(int argc, char *argv[])
     nimbrell.start();
     // Without a tray, closing the main window ends the program.
     if (!QSystemTrayIcon::isSystemTrayAvailable())
-        QApplication::setQuitOnLastWindowClosed(true);
+        QObject::connect(&app, &QGuiApplication::lastWindowClosed, &nimbrell, &NimbrellApp::quit);
     return app.exec();
 }

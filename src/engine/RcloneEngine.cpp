@@ -17,12 +17,20 @@
 
 #include <cerrno>
 #include <csignal>
+#include <cstring>
 #include <limits>
+
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
 using namespace std::chrono_literals;
 
 namespace {
 
+// How often a wait for an earlier bisync looks whether it has ended.
+constexpr auto kEarlierBisyncPollInterval = 500ms;
 // A short command's output is kept up to this size per stream; the rest is
 // read and dropped, so a runaway rclone cannot exhaust memory.
 constexpr qsizetype kMaxCapturedBytes = 8 * 1024 * 1024;
@@ -30,8 +38,6 @@ constexpr qsizetype kMaxCapturedBytes = 8 * 1024 * 1024;
 constexpr qsizetype kMaxLineBytes = 64 * 1024;
 // The error text of a failed bisync is built from its last lines only.
 constexpr qsizetype kTailLines = 15;
-// How long a terminated child may take to stop before it is killed.
-constexpr auto kKillDelay = 5s;
 
 const QRegularExpression &ansiExpression()
 {
@@ -81,17 +87,28 @@ QStringList nonEmptyLines(const QString &text)
     return text.split(lineBreak, Qt::SkipEmptyParts);
 }
 
+// A process that is alive and is rclone. A process id of a dead bisync may
+// since have gone to another program, and a dead rclone that is not yet
+// reaped (a zombie) still has its name.
 bool isRunningRclone(qint64 pid)
 {
     if (pid <= 0 || pid > std::numeric_limits<pid_t>::max())
         return false;
     if (::kill(static_cast<pid_t>(pid), 0) != 0 && errno != EPERM)
         return false;
-    // A process id of a dead bisync may since have gone to another program.
     QFile comm(QStringLiteral("/proc/%1/comm").arg(pid));
     if (!comm.open(QIODevice::ReadOnly))
         return true;
-    return comm.readAll().startsWith("rclone");
+    if (!comm.readAll().startsWith("rclone"))
+        return false;
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return true;
+    // "pid (comm) S ...": the state follows the last parenthesis.
+    const QByteArray line = stat.readAll();
+    const qsizetype close = line.lastIndexOf(')');
+    const char state = close >= 0 && close + 2 < line.size() ? line.at(close + 2) : '?';
+    return state != 'Z' && state != 'X';
 }
 
 // A lock is stale when it is a lock file of our work directory and the
@@ -115,6 +132,20 @@ bool isStaleLock(const QString &lockPath)
     return !isRunningRclone(id);
 }
 
+// rclone reports that one side of the pair lists no files at all. A resync
+// would then fill that side from the other: an unmounted drive or a folder
+// the user emptied would get everything back.
+bool reportsEmptySide(const QString &output)
+{
+    return output.contains(QLatin1String("empty current Path1 listing"), Qt::CaseInsensitive)
+        || output.contains(QLatin1String("empty current Path2 listing"), Qt::CaseInsensitive);
+}
+
+bool isEmptyDirectory(const QString &path)
+{
+    return QDir(path).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+}
+
 // Calls back only while the caller's context object exists (always, when the
 // call had none).
 class Receiver
@@ -128,7 +159,17 @@ private:
     bool m_hadContext;
 };
 
-// One rclone child process: its launch, its output and its termination.
+// One rclone child process: its launch, its output and its stop.
+//
+// Every child gets a process group of its own, so a Ctrl+C in the terminal
+// reaches this program and not rclone: rclone takes a second interrupt as an
+// order to stop at once, and the program already asks it once. A child whose
+// parent dies gets SIGTERM from the kernel and stops gracefully.
+//
+// A bisync writes into an anonymous in-memory file rather than a pipe: when
+// this program dies, a pipe would kill rclone with SIGPIPE on its next line,
+// leaving its lock behind, while the file lets it finish its graceful stop.
+// The file is read as it grows, and what has been read is freed.
 class Child final : public QObject
 {
 public:
@@ -150,13 +191,35 @@ public:
     {
         m_process.setProgram(program);
         m_process.setArguments(arguments);
-        m_process.setProcessChannelMode(output == Output::merged ? QProcess::MergedChannels
-                                                                 : QProcess::SeparateChannels);
-        // Both streams are read as they arrive, so neither pipe can fill up.
-        connect(&m_process, &QProcess::readyReadStandardOutput, this, [this] { readOutput(); });
-        if (output == Output::separate)
+        m_process.setStandardInputFile(QProcess::nullDevice());
+        if (output == Output::merged) {
+            m_outputFd = ::memfd_create("rclone-output", MFD_CLOEXEC);
+            if (m_outputFd >= 0)
+                ::fcntl(m_outputFd, F_SETFL, O_APPEND);
+            m_process.setProcessChannelMode(QProcess::ForwardedChannels);
+            m_poll.setInterval(kOutputPollInterval);
+            connect(&m_poll, &QTimer::timeout, this, [this] { readOutput(); });
+        } else {
+            // Both streams are read as they arrive, so neither pipe can fill up.
+            m_process.setProcessChannelMode(QProcess::SeparateChannels);
+            connect(&m_process, &QProcess::readyReadStandardOutput, this, [this] { readOutput(); });
             connect(&m_process, &QProcess::readyReadStandardError, this, [this] { readError(); });
+        }
+        const pid_t parentPid = ::getpid();
+        const int outputFd = m_outputFd;
+        m_process.setChildProcessModifier([parentPid, outputFd] {
+            ::setpgid(0, 0);
+            ::signal(SIGPIPE, SIG_DFL); // the program ignores it; rclone gets the usual
+            ::prctl(PR_SET_PDEATHSIG, SIGTERM);
+            if (::getppid() != parentPid) // the parent died before the line above
+                ::_exit(127);
+            if (outputFd >= 0) {
+                ::dup2(outputFd, STDOUT_FILENO);
+                ::dup2(outputFd, STDERR_FILENO);
+            }
+        });
         connect(&m_process, &QProcess::finished, this, [this](int code, QProcess::ExitStatus) {
+            m_poll.stop();
             readOutput();
             if (m_output == Output::separate)
                 readError();
@@ -170,27 +233,44 @@ public:
                 finish({m_cancelled ? Exit::How::cancelled : Exit::How::launchFailed, 0, m_process.errorString()});
         });
         m_killTimer.setSingleShot(true);
-        m_killTimer.setInterval(kKillDelay);
-        connect(&m_killTimer, &QTimer::timeout, &m_process, &QProcess::kill);
+        m_killTimer.setInterval(RcloneEngine::kGracefulStopBound);
+        connect(&m_killTimer, &QTimer::timeout, this, [this] {
+            qCCritical(lcEngine, "rclone did not stop within %lld s; killing it",
+                       static_cast<long long>(RcloneEngine::kGracefulStopBound.count()));
+            m_process.kill();
+        });
     }
 
-    // Destroyed with a child still running (the program quits): ask rclone to
-    // stop gracefully, so it leaves no lock behind, before QProcess kills it.
+    // The program waits for its children before it ends, so a child still
+    // running here is a last resort: it is asked once to stop and given the
+    // time a graceful stop takes, rather than killed with its lock in place.
     ~Child() override
     {
         m_process.disconnect(this);
         if (m_process.state() != QProcess::NotRunning) {
-            m_process.terminate();
-            m_process.waitForFinished(2000);
+            if (!m_cancelled)
+                m_process.terminate();
+            m_process.waitForFinished(int(std::chrono::milliseconds(RcloneEngine::kGracefulStopBound).count()));
         }
+        if (m_outputFd >= 0)
+            ::close(m_outputFd);
     }
 
     QProcess *process() { return &m_process; }
     const QByteArray &standardOutput() const { return m_standardOutput; }
     const QByteArray &standardError() const { return m_standardError; }
 
-    void start() { m_process.start(QIODevice::ReadOnly); }
+    void start()
+    {
+        if (m_output == Output::merged && m_outputFd < 0)
+            return finish({Exit::How::launchFailed, 0, QStringLiteral("No buffer for rclone's output: %1").arg(QString::fromLocal8Bit(std::strerror(errno)))});
+        m_process.start(QIODevice::ReadOnly);
+        if (m_output == Output::merged)
+            m_poll.start();
+    }
 
+    // One SIGTERM, never a second: rclone takes a second one as an order to
+    // stop at once.
     void cancel()
     {
         if (m_finished || m_cancelled)
@@ -203,6 +283,10 @@ public:
     }
 
 private:
+    static constexpr std::chrono::milliseconds kOutputPollInterval{100};
+    // Read output is given back to the system in steps of this size.
+    static constexpr off_t kFreeStep = 1024 * 1024;
+
     void finish(const Exit &exit)
     {
         if (std::exchange(m_finished, true))
@@ -213,11 +297,27 @@ private:
 
     void readOutput()
     {
-        const QByteArray chunk = m_process.readAllStandardOutput();
         if (m_output == Output::separate) {
-            capture(m_standardOutput, chunk);
+            capture(m_standardOutput, m_process.readAllStandardOutput());
             return;
         }
+        if (m_outputFd < 0)
+            return;
+        char buffer[64 * 1024];
+        ssize_t length;
+        while ((length = ::pread(m_outputFd, buffer, sizeof buffer, m_readOffset)) > 0) {
+            m_readOffset += length;
+            splitLines(QByteArrayView(buffer, length));
+        }
+        if (m_readOffset - m_freedOffset >= kFreeStep) {
+            const off_t upTo = m_readOffset - m_readOffset % kFreeStep;
+            ::fallocate(m_outputFd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, upTo);
+            m_freedOffset = upTo;
+        }
+    }
+
+    void splitLines(QByteArrayView chunk)
+    {
         m_pending.append(chunk);
         qsizetype start = 0;
         for (qsizetype end = m_pending.indexOf('\n'); end >= 0; end = m_pending.indexOf('\n', start)) {
@@ -248,7 +348,11 @@ private:
 
     QProcess m_process;
     QTimer m_killTimer;
+    QTimer m_poll;
     Output m_output;
+    int m_outputFd = -1;
+    off_t m_readOffset = 0;
+    off_t m_freedOffset = 0;
     QByteArray m_standardOutput;
     QByteArray m_standardError;
     QByteArray m_pending;
@@ -360,6 +464,18 @@ private:
         qCInfo(lcEngine, "Starting bisync. Local: %s, Remote: %s, Initial: %s, Retry: %s",
                qUtf8Printable(m_request.localPath), qUtf8Printable(m_request.remoteSpec),
                AppLogger::boolText(isInitialSync), AppLogger::boolText(isRetry));
+        // bisync would create a missing local folder and fill it from the
+        // remote: an unplugged drive would fill the system disk, a folder the
+        // user removed would come back.
+        if (!QFileInfo(m_request.localPath).isDir()) {
+            const QString message = QStringLiteral("Local folder not found: ") + m_request.localPath;
+            qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
+            return deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
+        }
+        // A bisync of this pair left running by an earlier run of the
+        // program holds the pair's lock until it has stopped.
+        if (const qint64 pid = m_engine->earlierBisync(m_request.localPath, m_request.remoteSpec))
+            return waitFor(pid);
         QDir().mkpath(RcloneEngine::workDirectory()); // rclone reports the failure, if any
         // The remote directory may already exist: the outcome is ignored.
         m_mkdir = m_engine->run({QStringLiteral("mkdir"), m_request.remoteSpec}, this,
@@ -367,6 +483,23 @@ private:
                                     m_mkdir = nullptr;
                                     launch();
                                 });
+    }
+
+    void waitFor(qint64 pid)
+    {
+        qCInfo(lcEngine, "Waiting for the earlier bisync %lld of %s", static_cast<long long>(pid),
+               qUtf8Printable(m_request.remoteSpec));
+        Q_EMIT waitingChanged(true);
+        auto *poll = new QTimer(this);
+        poll->setInterval(kEarlierBisyncPollInterval);
+        connect(poll, &QTimer::timeout, this, [this, poll, pid] {
+            if (isRunningRclone(pid) && !m_cancelled)
+                return;
+            poll->deleteLater();
+            Q_EMIT waitingChanged(false);
+            attempt(m_isInitialSync, m_isRetry);
+        });
+        poll->start();
     }
 
     void launch()
@@ -386,6 +519,8 @@ private:
 
     void readLine(const QString &line)
     {
+        if (m_cancelled)
+            return; // a cancelled run shows no more progress
         m_tail.append(line);
         if (m_tail.size() > kTailLines)
             m_tail.removeFirst();
@@ -408,25 +543,31 @@ private:
             return deliver(std::monostate());
 
         const QString output = RcloneEngine::stripAnsi(m_tail.join(u'\n'));
-        if (!m_isRetry) {
-            if (output.contains(QLatin1String("prior lock file found:"))) {
-                const QRegularExpressionMatch match = lockExpression().match(output);
-                const QString lockPath = match.hasMatch() ? trimBlanks(match.capturedView(1)).toString() : QString();
-                if (!lockPath.isEmpty() && isStaleLock(lockPath)) {
-                    qCCritical(lcEngine, "Found bisync lock file at %s. Deleting and retrying...",
-                               qUtf8Printable(lockPath));
-                    QFile::remove(lockPath);
-                    return attempt(m_isInitialSync, true);
-                }
-            }
-            if (output.contains(QLatin1String("Must run --resync to recover"))) {
-                qCCritical(lcEngine, "Bisync requires --resync. Retrying with isInitialSync=true...");
-                return attempt(true, true);
-            }
+        const auto fail = [&](RcloneError::Kind kind) {
+            qCCritical(lcEngine, "Bisync failed with status %d: %s", exit.code, qUtf8Printable(output));
+            deliver(RcloneError{kind, exit.code, output.isEmpty() ? QStringLiteral("Unknown Error") : output});
+        };
+        if (m_isRetry)
+            return fail(RcloneError::Kind::exitStatus);
+        if (output.contains(QLatin1String("prior lock file found:"))) {
+            const QRegularExpressionMatch match = lockExpression().match(output);
+            const QString lockPath = match.hasMatch() ? trimBlanks(match.capturedView(1)).toString() : QString();
+            // A lock of a live bisync ends the attempt: no resync is made against it.
+            if (lockPath.isEmpty() || !isStaleLock(lockPath))
+                return fail(RcloneError::Kind::exitStatus);
+            qCCritical(lcEngine, "Found bisync lock file at %s. Deleting and retrying...", qUtf8Printable(lockPath));
+            QFile::remove(lockPath);
+            return attempt(m_isInitialSync, true);
         }
-        qCCritical(lcEngine, "Bisync failed with status %d: %s", exit.code, qUtf8Printable(output));
-        deliver(RcloneError{RcloneError::Kind::exitStatus, exit.code,
-                            output.isEmpty() ? QStringLiteral("Unknown Error") : output});
+        if (output.contains(QLatin1String("Must run --resync to recover"))) {
+            if (reportsEmptySide(output) || isEmptyDirectory(m_request.localPath)) {
+                qCCritical(lcEngine, "Bisync requires --resync, which would fill an empty side; not retrying");
+                return fail(RcloneError::Kind::resyncWithheld);
+            }
+            qCCritical(lcEngine, "Bisync requires --resync. Retrying with isInitialSync=true...");
+            return attempt(true, true);
+        }
+        fail(RcloneError::Kind::exitStatus);
     }
 
     void deliverCancelled() { deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")}); }
@@ -482,17 +623,61 @@ RcloneEngine::RcloneEngine(const QString &rclonePath, QObject *parent)
     : QObject(parent)
     , m_rclonePath(rclonePath)
 {
+    // Bisyncs of our work directory that run already: children of an earlier
+    // run of the program that died, still stopping or finishing.
+    const QString workDirectory = RcloneEngine::workDirectory();
+    for (const QString &entry : QDir(QStringLiteral("/proc")).entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        bool isPid = false;
+        const qint64 pid = entry.toLongLong(&isPid);
+        if (!isPid || pid == QCoreApplication::applicationPid() || !isRunningRclone(pid))
+            continue;
+        QFile file(QStringLiteral("/proc/%1/cmdline").arg(pid));
+        if (!file.open(QIODevice::ReadOnly))
+            continue;
+        const QList<QByteArray> arguments = file.readAll().split('\0');
+        const qsizetype workdir = arguments.indexOf("--workdir");
+        if (arguments.size() > 3 && arguments.at(1) == "bisync" && workdir > 0 && workdir + 1 < arguments.size()
+            && QFile::decodeName(arguments.at(workdir + 1)) == workDirectory) {
+            m_earlierBisyncs.append({pid, QFile::decodeName(arguments.at(2)), QString::fromUtf8(arguments.at(3))});
+        }
+    }
+}
+
+template <typename Job>
+Job *RcloneEngine::track(Job *job)
+{
+    ++m_activeJobs;
+    connect(job, &QObject::destroyed, this, [this] {
+        if (--m_activeJobs == 0)
+            Q_EMIT allJobsFinished();
+    });
+    return job;
 }
 
 RcloneJob *RcloneEngine::run(const QStringList &arguments, const QObject *context, Done<QString> done)
 {
-    return new RunJob(m_rclonePath, arguments, context, std::move(done), this);
+    return track(new RunJob(m_rclonePath, arguments, context, std::move(done), this));
 }
 
 RcloneJob *RcloneEngine::bisync(const BisyncRequest &request, const QObject *context, ProgressHandler onProgress,
                                 Done<std::monostate> done)
 {
-    return new BisyncJob(this, request, context, std::move(onProgress), std::move(done));
+    return track(new BisyncJob(this, request, context, std::move(onProgress), std::move(done)));
+}
+
+void RcloneEngine::cancelAll()
+{
+    for (RcloneJob *job : findChildren<RcloneJob *>(Qt::FindDirectChildrenOnly))
+        job->cancel();
+}
+
+qint64 RcloneEngine::earlierBisync(const QString &localPath, const QString &remoteSpec) const
+{
+    for (const EarlierBisync &earlier : m_earlierBisyncs) {
+        if (earlier.localPath == localPath && earlier.remoteSpec == remoteSpec && isRunningRclone(earlier.pid))
+            return earlier.pid;
+    }
+    return 0;
 }
 
 RcloneJob *RcloneEngine::listRemotes(const QObject *context, Done<QList<CloudRemote>> done)

@@ -12,6 +12,7 @@
 #include <QString>
 #include <QStringList>
 
+#include <chrono>
 #include <functional>
 #include <optional>
 
@@ -42,6 +43,12 @@ public:
     using Done = std::function<void(const RcloneResult<T> &)>;
     using ProgressHandler = std::function<void(const SyncProgress &)>;
 
+    // How long a child asked to stop may take before it is killed. rclone's
+    // graceful stop lets transfers in flight finish (up to 30 s), then takes
+    // up to 60 s more to save bisync's listings; a kill before that leaves
+    // the lock and can cost the pair a resync.
+    static constexpr std::chrono::seconds kGracefulStopBound{120};
+
     // The rclone bundled beside the program (../libexec/nimbrell/rclone); the
     // program stops when it is missing.
     explicit RcloneEngine(QObject *parent = nullptr);
@@ -64,6 +71,17 @@ public:
     RcloneJob *getSpaceInfo(const QString &name, const QObject *context, Done<RemoteSpaceInfo> done);
     RcloneJob *getVersion(const QObject *context, Done<QString> done);
 
+    // Calls under way; a cancelled one counts until its child has exited.
+    int activeJobCount() const { return m_activeJobs; }
+    // Cancels every call under way; allJobsFinished() follows once their
+    // children have stopped.
+    void cancelAll();
+
+    // The process id of a running bisync of this pair that was already
+    // running when this engine was made (left behind by an earlier run of the
+    // program), or 0.
+    qint64 earlierBisync(const QString &localPath, const QString &remoteSpec) const;
+
     // ~/.config/rclone/bisync_workdir, absolute.
     static QString workDirectory();
     static QStringList bisyncArguments(const BisyncRequest &request, const QString &workDirectory);
@@ -74,6 +92,20 @@ public:
     static RcloneResult<RemoteSpaceInfo> parseSpaceInfo(const QString &output);
     static QString parseVersion(const QString &output);
 
+Q_SIGNALS:
+    void allJobsFinished();
+
 private:
+    struct EarlierBisync
+    {
+        qint64 pid;
+        QString localPath;
+        QString remoteSpec;
+    };
+    template <typename Job>
+    Job *track(Job *job);
+
     QString m_rclonePath;
+    int m_activeJobs = 0;
+    QList<EarlierBisync> m_earlierBisyncs;
 };

@@ -13,6 +13,8 @@ struct RcloneError
         launchFailed, // the executable could not be started
         badOutput,    // rclone succeeded but printed something unreadable
         cancelled,    // the caller cancelled; not an rclone failure
+        localFolderMissing, // bisync was not started: its local folder does not exist
+        resyncWithheld, // rclone demands a resync that would fill an empty side; left to the user
     };
     static inline const QString domain = QStringLiteral("RcloneError");
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QString>
+#include <QStringList>
 
 #include <functional>
 #include <memory>
@@ -21,7 +22,10 @@ public:
     virtual ~FileEventService() = default;
 
     // Starts watching `path` and everything below it; `onChange` is called
-    // once per batch. Returns a watch even when nothing could be watched (the
-    // periodic sync still covers such a folder).
-    virtual std::unique_ptr<FileWatch> watch(const QString &path, std::function<void()> onChange) = 0;
+    // once per batch. Changes to `ignored` paths, to what lies below them and
+    // to their siblings that start with their name and a dot (temporary and
+    // backup copies of a file) are not reported. Returns a watch even when
+    // nothing could be watched (the periodic sync still covers such a folder).
+    virtual std::unique_ptr<FileWatch> watch(const QString &path, const QStringList &ignored,
+                                             std::function<void()> onChange) = 0;
 };

@@ -7,6 +7,7 @@
 #include <QSocketNotifier>
 #include <QTimer>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -26,11 +27,14 @@ constexpr uint32_t kEventMask = IN_CREATE | IN_DELETE | IN_MODIFY | IN_CLOSE_WRI
 class InotifyWatch final : public FileWatch
 {
 public:
-    InotifyWatch(InotifyFileEventService *service, const QByteArray &root, std::function<void()> onChange)
+    InotifyWatch(InotifyFileEventService *service, const QByteArray &root, const QStringList &ignored,
+                 std::function<void()> onChange)
         : m_service(service)
         , m_root(root)
         , m_onChange(std::move(onChange))
     {
+        for (const QString &path : ignored)
+            m_ignored.append(QFile::encodeName(path));
         m_batch.setSingleShot(true);
         m_batch.setInterval(service->m_latency);
         m_batch.callOnTimeout([this] {
@@ -58,6 +62,14 @@ public:
             m_batch.start();
     }
 
+    bool isIgnored(const QByteArray &path) const
+    {
+        return std::any_of(m_ignored.begin(), m_ignored.end(), [&path](const QByteArray &ignored) {
+            return path.startsWith(ignored)
+                && (path.size() == ignored.size() || path.at(ignored.size()) == '/' || path.at(ignored.size()) == '.');
+        });
+    }
+
     // Watches a directory and everything below it, each directory before its
     // entries are read, so nothing created meanwhile goes unseen.
     void addTree(const QByteArray &path)
@@ -72,6 +84,10 @@ public:
             std::error_code typeError;
             if (entry.is_symlink(typeError) || !entry.is_directory(typeError))
                 continue;
+            if (isIgnored(QByteArray::fromStdString(entry.path().native()))) {
+                it.disable_recursion_pending();
+                continue;
+            }
             if (!add(QByteArray::fromStdString(entry.path().native()))) {
                 if (m_limitReached)
                     return;
@@ -118,6 +134,7 @@ private:
     QPointer<InotifyFileEventService> m_service;
     QByteArray m_root;
     std::function<void()> m_onChange;
+    QList<QByteArray> m_ignored;
     QSet<int> m_wds;
     QTimer m_batch;
     bool m_limitReached = false;
@@ -145,9 +162,10 @@ InotifyFileEventService::~InotifyFileEventService()
         ::close(m_fd);
 }
 
-std::unique_ptr<FileWatch> InotifyFileEventService::watch(const QString &path, std::function<void()> onChange)
+std::unique_ptr<FileWatch> InotifyFileEventService::watch(const QString &path, const QStringList &ignored,
+                                                          std::function<void()> onChange)
 {
-    return std::make_unique<InotifyWatch>(this, QFile::encodeName(path), std::move(onChange));
+    return std::make_unique<InotifyWatch>(this, QFile::encodeName(path), ignored, std::move(onChange));
 }
 
 int InotifyFileEventService::addDirectory(InotifyWatch *owner, const QByteArray &path)
@@ -213,12 +231,14 @@ void InotifyFileEventService::readEvents()
             }
             const QByteArray directory = it->path;
             const QList<InotifyWatch *> owners = it->owners;
-            for (InotifyWatch *owner : owners)
-                owner->noteChange();
+            const QByteArray child = event->len > 0 ? directory + '/' + QByteArray(event->name) : directory;
+            for (InotifyWatch *owner : owners) {
+                if (!owner->isIgnored(child))
+                    owner->noteChange();
+            }
             if ((event->mask & IN_ISDIR) && event->len > 0) {
-                const QByteArray child = directory + '/' + QByteArray(event->name);
                 for (InotifyWatch *owner : owners) {
-                    if (!m_watches.contains(owner))
+                    if (!m_watches.contains(owner) || owner->isIgnored(child))
                         continue;
                     if (event->mask & (IN_CREATE | IN_MOVED_TO))
                         owner->addTree(child);

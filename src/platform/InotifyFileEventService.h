@@ -32,7 +32,8 @@ public:
                                      QObject *parent = nullptr);
     ~InotifyFileEventService() override;
 
-    std::unique_ptr<FileWatch> watch(const QString &path, std::function<void()> onChange) override;
+    std::unique_ptr<FileWatch> watch(const QString &path, const QStringList &ignored,
+                                     std::function<void()> onChange) override;
 
     // Directories watched for all trees together.
     int watchCount() const { return int(m_directories.size()); }

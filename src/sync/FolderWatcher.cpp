@@ -13,6 +13,9 @@ FolderWatcher::FolderWatcher(const QUuid &folderId, const QString &localPath, Fi
     m_debounceTimer.setSingleShot(true);
     m_debounceTimer.setInterval(m_timings.debounce);
     connect(&m_debounceTimer, &QTimer::timeout, this, &FolderWatcher::trigger);
+    m_followUpTimer.setSingleShot(true);
+    m_followUpTimer.setInterval(m_timings.followUp);
+    connect(&m_followUpTimer, &QTimer::timeout, this, &FolderWatcher::trigger);
 }
 
 FolderWatcher::~FolderWatcher()
@@ -20,15 +23,16 @@ FolderWatcher::~FolderWatcher()
     stop();
 }
 
-void FolderWatcher::start()
+void FolderWatcher::start(const QStringList &ignoredPaths)
 {
-    m_stream = m_fileEvents.watch(m_localPath, [this] { changesArrived(); });
+    m_stream = m_fileEvents.watch(m_localPath, ignoredPaths, [this] { changesArrived(); });
 }
 
 void FolderWatcher::stop()
 {
     m_stream.reset();
     m_debounceTimer.stop();
+    m_followUpTimer.stop();
 }
 
 void FolderWatcher::changesArrived()
@@ -45,8 +49,8 @@ void FolderWatcher::trigger()
     }
     m_isSyncing = true;
     m_isDirty = false;
-    if (onTriggerSync)
-        onTriggerSync();
+    if (onTriggerSync && !onTriggerSync())
+        m_isSyncing = false;
 }
 
 void FolderWatcher::syncDidFinish()
@@ -56,5 +60,13 @@ void FolderWatcher::syncDidFinish()
         return;
     // However many changes came during the run, they give one more run.
     m_isDirty = false;
-    QTimer::singleShot(m_timings.followUp, this, &FolderWatcher::trigger);
+    m_followUpTimer.start();
+}
+
+void FolderWatcher::syncWasCancelled()
+{
+    m_isSyncing = false;
+    m_isDirty = false;
+    m_debounceTimer.stop();
+    m_followUpTimer.stop();
 }

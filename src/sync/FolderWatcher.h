@@ -28,18 +28,21 @@ public:
     const QUuid &folderId() const { return m_folderId; }
     const QString &localPath() const { return m_localPath; }
 
-    // Starts a run for the folder; set by the manager.
-    std::function<void()> onTriggerSync;
+    // Starts a run for the folder, false when none will run; set by the manager.
+    std::function<bool()> onTriggerSync;
 
-    void start();
+    // Changes under `ignoredPaths` (the program's own files) are not changes.
+    void start(const QStringList &ignoredPaths = {});
     void stop();
 
     bool isSyncing() const { return m_isSyncing; }
     void setSyncing(bool syncing) { m_isSyncing = syncing; }
     bool isDirty() const { return m_isDirty; }
 
-    // A run of the folder ended or was cancelled.
+    // A run of the folder ended.
     void syncDidFinish();
+    // The folder's run was cancelled: changes seen so far start nothing.
+    void syncWasCancelled();
 
     // A batch of changes arrived (the file-event service calls this).
     void changesArrived();
@@ -53,6 +56,7 @@ private:
     SyncTimings m_timings;
     std::unique_ptr<FileWatch> m_stream;
     QTimer m_debounceTimer;
+    QTimer m_followUpTimer;
     bool m_isSyncing = false;
     bool m_isDirty = false;
 };

@@ -1,5 +1,6 @@
 #include "sync/SyncManager.h"
 
+#include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
@@ -12,7 +13,10 @@
 #include <QFileInfo>
 #include <QSaveFile>
 #include <QSet>
+#include <QStandardPaths>
+#include <QThread>
 
+#include <algorithm>
 #include <filesystem>
 
 namespace {
@@ -28,6 +32,11 @@ void resetRunState(SyncFolder &folder, SyncStatus status)
 }
 } // namespace
 
+int defaultConcurrentSyncs()
+{
+    return std::clamp(QThread::idealThreadCount(), kMinConcurrentSyncs, kMaxConcurrentSyncs);
+}
+
 SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     : QObject(parent)
     , m_isGlobalSyncEnabled(environment.settings.boolValue(kGlobalSyncEnabledKey))
@@ -38,6 +47,7 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     , m_fileEvents(environment.fileEvents)
     , m_timings(environment.timings)
     , m_clock(environment.clock)
+    , m_concurrentSyncs(std::max(1, environment.concurrentSyncs))
 {
     // Absent and 0 both mean "never chosen".
     if (m_globalSyncIntervalMinutes == 0)
@@ -54,8 +64,8 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
         syncAllFolders();
 }
 
-// Runs still under way leave their rclone children running; destroying the
-// manager only drops its bookkeeping.
+// Runs still under way leave their rclone children to the engine, which lets
+// them stop gracefully; destroying the manager only drops its bookkeeping.
 SyncManager::~SyncManager() = default;
 
 std::optional<SyncFolder> SyncManager::folder(const QUuid &id) const
@@ -116,6 +126,14 @@ void SyncManager::updateFolder(const SyncFolder &folder)
     updated.transferSpeed = stored.transferSpeed;
     updated.lastSync = stored.lastSync;
     updated.lastError = stored.lastError;
+    // Whether a target has had its first sync is the run's bookkeeping, not
+    // the editor's: an editor opened before a first sync ended must not undo it.
+    for (RemoteTarget &target : updated.remoteTargets) {
+        for (const RemoteTarget &before : stored.remoteTargets) {
+            if (before.id == target.id)
+                target.hasResynced = before.hasResynced;
+        }
+    }
     replaceFolder(row, updated);
     saveFolders();
     updateWatchers();
@@ -152,25 +170,110 @@ void SyncManager::saveFolders()
     file.commit();
 }
 
-void SyncManager::syncFolder(const QUuid &id)
+bool SyncManager::syncFolder(const QUuid &id, SyncTrigger trigger)
 {
     const qsizetype row = indexOf(id);
-    if (row < 0 || m_folders.at(row).remoteTargets.isEmpty())
-        return;
+    if (row < 0 || m_folders.at(row).remoteTargets.isEmpty() || m_runsSuspended)
+        return false;
+    if (const auto it = m_runs.find(id); it != m_runs.end()) {
+        if (it->second->state() == SyncRun::State::running) {
+            m_followUps.insert(id);
+        } else if (trigger == SyncTrigger::user) {
+            // Already queued: a user's request moves it ahead of automatic ones.
+            m_queue.removeIf([&id](const auto &entry) { return entry.first == id; });
+            const auto firstAutomatic = std::find_if(m_queue.begin(), m_queue.end(), [](const auto &entry) {
+                return entry.second == SyncTrigger::automatic;
+            });
+            m_queue.insert(firstAutomatic, {id, trigger});
+            startQueuedRuns();
+        }
+        return true;
+    }
     SyncFolder folder = m_folders.at(row);
     qCInfo(lcSyncManager, "Starting sync for folder: %s to %lld target(s)", qUtf8Printable(folder.name),
            static_cast<long long>(folder.remoteTargets.size()));
     resetRunState(folder, SyncStatus::syncing);
     folder.lastError.reset();
-    replaceFolder(row, folder);
     // Changes made during any run, not only a watcher's, make the watcher dirty.
     if (FolderWatcher *watcher = findWatcher(id))
         watcher->setSyncing(true);
-    // A run already under way is not cancelled; it only stops being the one
-    // that a cancel reaches.
-    auto *run = new SyncRun(*this, m_engine, folder);
-    m_runs[id] = run;
-    run->start();
+    m_runs[id] = makeRun(id);
+    if (trigger == SyncTrigger::user) {
+        const auto firstAutomatic = std::find_if(m_queue.begin(), m_queue.end(), [](const auto &entry) {
+            return entry.second == SyncTrigger::automatic;
+        });
+        m_queue.insert(firstAutomatic, {id, trigger});
+    } else {
+        m_queue.append({id, trigger});
+    }
+    replaceFolder(row, folder);
+    updateActivity();
+    startQueuedRuns();
+    return true;
+}
+
+SyncRun *SyncManager::makeRun(const QUuid &id)
+{
+    auto *run = new SyncRun(m_engine, id, this);
+    connect(run, &SyncRun::targetStarted, this, [this, id](qsizetype index) {
+        changeFolder(id, [index](SyncFolder &folder) {
+            folder.currentTargetIndex = index;
+            folder.transferredSize.reset();
+            folder.transferredFiles.reset();
+            folder.transferSpeed.reset();
+        });
+    });
+    connect(run, &SyncRun::progressed, this, [this, id](const SyncProgress &progress) {
+        changeFolder(id, [&progress](SyncFolder &folder) {
+            if (progress.percentage)
+                folder.progress = *progress.percentage;
+            if (progress.sizeString)
+                folder.transferredSize = progress.sizeString;
+            if (progress.fileString)
+                folder.transferredFiles = progress.fileString;
+            if (progress.speedAndETA)
+                folder.transferSpeed = progress.speedAndETA;
+        });
+    });
+    connect(run, &SyncRun::resyncStateChanged, this, [this, id](const QUuid &targetId, bool hasResynced) {
+        changeFolder(id, [&](SyncFolder &folder) {
+            for (RemoteTarget &target : folder.remoteTargets) {
+                if (target.id == targetId)
+                    target.hasResynced = hasResynced;
+            }
+        });
+    });
+    connect(run, &SyncRun::finished, this, [this, run](const QStringList &errors) { runFinished(run, errors); });
+    connect(run, &SyncRun::stopped, this, [this, run] { runStopped(run); });
+    connect(run, &SyncRun::waitingChanged, this, [this, id] { notifyFolder(id); });
+    return run;
+}
+
+bool SyncManager::isWaiting(const QUuid &id) const
+{
+    const auto it = m_runs.find(id);
+    return it != m_runs.end() && it->second->isWaiting();
+}
+
+void SyncManager::startQueuedRuns()
+{
+    const auto busy = [this] {
+        return std::count_if(m_runs.begin(), m_runs.end(),
+                             [](const auto &entry) { return entry.second->state() == SyncRun::State::running; })
+            + qsizetype(m_stopping.size());
+    };
+    for (qsizetype i = 0; i < m_queue.size() && busy() < m_concurrentSyncs;) {
+        const QUuid id = m_queue.at(i).first;
+        // A folder whose previous rclone is still stopping waits for it.
+        if (m_stopping.count(id)) {
+            ++i;
+            continue;
+        }
+        m_queue.removeAt(i);
+        const std::optional<SyncFolder> folder = this->folder(id);
+        if (const auto it = m_runs.find(id); it != m_runs.end() && folder)
+            it->second->start(*folder);
+    }
 }
 
 void SyncManager::syncAllFolders()
@@ -182,20 +285,29 @@ void SyncManager::syncAllFolders()
             due.append(folder.id);
     }
     for (const QUuid &id : std::as_const(due))
-        syncFolder(id);
+        syncFolder(id, SyncTrigger::automatic);
 }
 
 void SyncManager::cancelSync(const QUuid &id)
 {
     qCInfo(lcSyncManager, "Canceling sync for folder ID: %s", qPrintable(uuidString(id)));
+    m_followUps.remove(id);
     if (const auto it = m_runs.find(id); it != m_runs.end()) {
-        it->second->cancel();
+        SyncRun *run = it->second;
         m_runs.erase(it);
+        m_queue.removeIf([&id](const auto &entry) { return entry.first == id; });
+        if (run->cancel())
+            m_stopping[id] = run;
+        else
+            run->deleteLater();
     }
     if (changeFolder(id, [](SyncFolder &folder) { resetRunState(folder, SyncStatus::idle); }))
         saveFolders();
+    // Nothing restarts by itself after a cancel until the next change.
     if (FolderWatcher *watcher = findWatcher(id))
-        watcher->syncDidFinish();
+        watcher->syncWasCancelled();
+    updateActivity();
+    startQueuedRuns();
 }
 
 void SyncManager::cancelAllSyncs()
@@ -206,6 +318,30 @@ void SyncManager::cancelAllSyncs()
         ids.append(folder.id);
     for (const QUuid &id : std::as_const(ids))
         cancelSync(id);
+}
+
+void SyncManager::suspendRuns()
+{
+    if (std::exchange(m_runsSuspended, true))
+        return;
+    for (const auto &[id, run] : m_runs)
+        m_suspendedRuns.append(id);
+    m_periodicTimer.stop();
+    for (const SyncFolder &folder : std::as_const(m_folders)) {
+        if (folder.status == SyncStatus::syncing && !m_suspendedRuns.contains(folder.id))
+            m_suspendedRuns.append(folder.id);
+    }
+    for (const QUuid &id : std::as_const(m_suspendedRuns))
+        cancelSync(id);
+}
+
+void SyncManager::resumeRuns()
+{
+    if (!std::exchange(m_runsSuspended, false))
+        return;
+    m_periodicTimer.start();
+    for (const QUuid &id : std::exchange(m_suspendedRuns, {}))
+        syncFolder(id, SyncTrigger::automatic);
 }
 
 void SyncManager::updateWatchers()
@@ -224,8 +360,10 @@ void SyncManager::updateWatchers()
         if (it != m_watchers.end() && it->second->localPath() == folder.localPath)
             continue;
         auto watcher = std::make_unique<FolderWatcher>(folder.id, folder.localPath, m_fileEvents, m_timings);
-        watcher->onTriggerSync = [this, id = folder.id] { syncFolder(id); };
-        watcher->start();
+        watcher->onTriggerSync = [this, id = folder.id] { return syncFolder(id, SyncTrigger::automatic); };
+        // rclone's own writes during a run under way must not start another.
+        watcher->setSyncing(isRunning(folder.id));
+        watcher->start(ownPaths());
         m_watchers[folder.id] = std::move(watcher);
     }
 }
@@ -251,7 +389,16 @@ void SyncManager::periodicCheck()
             due.append(folder.id);
     }
     for (const QUuid &id : std::as_const(due))
-        syncFolder(id);
+        syncFolder(id, SyncTrigger::automatic);
+}
+
+QStringList SyncManager::ownPaths() const
+{
+    const QString nimbrell = QStringLiteral("/nimbrell");
+    return {RcloneEngine::workDirectory(), m_dataFilePath,
+            QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + nimbrell,
+            QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + nimbrell,
+            QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + nimbrell};
 }
 
 void SyncManager::runFinished(SyncRun *run, const QStringList &errors)
@@ -283,6 +430,32 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors)
     }
     if (FolderWatcher *watcher = findWatcher(id))
         watcher->syncDidFinish();
+    if (m_followUps.remove(id))
+        syncFolder(id, SyncTrigger::automatic);
+    updateActivity();
+    startQueuedRuns();
+}
+
+void SyncManager::runStopped(SyncRun *run)
+{
+    if (const auto it = m_stopping.find(run->folderId()); it != m_stopping.end() && it->second == run)
+        m_stopping.erase(it);
+    run->deleteLater();
+    updateActivity();
+    startQueuedRuns();
+}
+
+void SyncManager::notifyFolder(const QUuid &id)
+{
+    if (const qsizetype row = indexOf(id); row >= 0)
+        emit folderChanged(row);
+}
+
+void SyncManager::updateActivity()
+{
+    const bool active = isSyncActive();
+    if (std::exchange(m_wasSyncActive, active) != active)
+        emit syncActivityChanged(active);
 }
 
 void SyncManager::loadFolders()
@@ -302,6 +475,11 @@ void SyncManager::loadFolders()
         return;
     }
     m_folders = *std::move(folders);
+    // A folder saved mid-run by a program that then ended is not syncing now.
+    for (SyncFolder &folder : m_folders) {
+        if (folder.status == SyncStatus::syncing)
+            resetRunState(folder, SyncStatus::idle);
+    }
 }
 
 bool SyncManager::setAsideUnreadableStore()

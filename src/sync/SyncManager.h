@@ -9,6 +9,8 @@
 #include <QTimer>
 #include <QUuid>
 
+#include <QSet>
+
 #include <functional>
 #include <map>
 #include <memory>
@@ -19,6 +21,13 @@ class RcloneEngine;
 class SettingsStore;
 class SyncRun;
 
+// How many folders sync at once: each rclone takes about 55 MB and a core's
+// share, so hundreds at once would exhaust a machine. The number of cores,
+// within these bounds.
+constexpr int kMinConcurrentSyncs = 2;
+constexpr int kMaxConcurrentSyncs = 4;
+int defaultConcurrentSyncs();
+
 // What the manager works with.
 struct SyncEnvironment
 {
@@ -27,7 +36,11 @@ struct SyncEnvironment
     FileEventService &fileEvents;
     SyncTimings timings = {};
     std::function<QDateTime()> clock = &QDateTime::currentDateTimeUtc;
+    int concurrentSyncs = defaultConcurrentSyncs();
 };
+
+// Who asked for a run: a user's runs start before automatic ones that wait.
+enum class SyncTrigger { user, automatic };
 
 // Owns the sync folders, the two automatic-sync settings, the folder store on
 // disk and (as they land) the runs and watchers of every folder. Lives on the
@@ -39,6 +52,7 @@ class SyncManager final : public QObject
                    isGlobalSyncEnabledChanged)
     Q_PROPERTY(qint64 globalSyncIntervalMinutes READ globalSyncIntervalMinutes WRITE setGlobalSyncIntervalMinutes
                    NOTIFY globalSyncIntervalMinutesChanged)
+    Q_PROPERTY(bool isSyncActive READ isSyncActive NOTIFY syncActivityChanged)
 
 public:
     static inline const QString kGlobalSyncEnabledKey = QStringLiteral("isGlobalSyncEnabled");
@@ -67,18 +81,34 @@ public:
     void deleteFolder(const QUuid &id);
     void saveFolders();
 
-    // Runs bisync for the folder against each of its targets in turn.
-    void syncFolder(const QUuid &id);
+    // Runs bisync for the folder against each of its targets in turn, once a
+    // slot is free and any earlier run of the folder has stopped. A request
+    // while the folder's run is under way adds one run after it. False when
+    // nothing will run (no such folder, no targets, runs suspended).
+    bool syncFolder(const QUuid &id, SyncTrigger trigger = SyncTrigger::user);
     // Syncs every folder that is not syncing already.
     void syncAllFolders();
-    // Terminates the folder's run; the folder goes back to idle.
+    // Stops the folder's run; the folder goes back to idle at once, while its
+    // rclone finishes stopping in the background.
     void cancelSync(const QUuid &id);
     void cancelAllSyncs();
     // Watches every folder while automatic sync is on, and nothing otherwise.
     void updateWatchers();
 
+    // Stops every run and starts none until resumeRuns(), which syncs again
+    // the folders that were stopped (for sleep, shutdown and quitting).
+    void suspendRuns();
+    void resumeRuns();
+
+    // A run of the folder is queued or under way.
     bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }
+    // The folder's run waits for a slot or for an earlier run of its pair.
+    bool isWaiting(const QUuid &id) const;
+    // Some run is queued, under way or still stopping.
+    bool isSyncActive() const { return !m_runs.empty() || !m_stopping.empty(); }
     const FolderWatcher *watcher(const QUuid &id) const { return findWatcher(id); }
+    // Where the program itself writes; changes there never start a run.
+    QStringList ownPaths() const;
 
 signals:
     void isGlobalSyncEnabledChanged(bool enabled);
@@ -90,9 +120,9 @@ signals:
     void folderChanged(qsizetype row);
     void folderAboutToBeRemoved(qsizetype row);
     void folderRemoved(qsizetype row);
+    void syncActivityChanged(bool active);
 
 private:
-    friend class SyncRun;
 
     void loadFolders();
     bool setAsideUnreadableStore();
@@ -102,7 +132,12 @@ private:
     // Applies `change` to the stored folder with this id, if it still exists.
     bool changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change);
     FolderWatcher *findWatcher(const QUuid &id) const;
+    SyncRun *makeRun(const QUuid &id);
+    void startQueuedRuns();
     void runFinished(SyncRun *run, const QStringList &errors);
+    void runStopped(SyncRun *run);
+    void notifyFolder(const QUuid &id);
+    void updateActivity();
 
     QList<SyncFolder> m_folders;
     bool m_isGlobalSyncEnabled = false;
@@ -114,7 +149,15 @@ private:
     SyncTimings m_timings;
     std::function<QDateTime()> m_clock;
     QTimer m_periodicTimer;
-    std::map<QUuid, SyncRun *> m_runs; // the run of each syncing folder (children of the manager)
+    int m_concurrentSyncs;
+    std::map<QUuid, SyncRun *> m_runs;     // the queued or running run of a folder
+    std::map<QUuid, SyncRun *> m_stopping; // cancelled runs whose child has not yet exited
+    // Queued runs in the order they start: a user's first, then automatic ones.
+    QList<std::pair<QUuid, SyncTrigger>> m_queue;
+    QSet<QUuid> m_followUps; // one more run asked for while the folder's run was under way
+    bool m_runsSuspended = false;
+    QList<QUuid> m_suspendedRuns;
+    bool m_wasSyncActive = false;
     std::map<QUuid, std::unique_ptr<FolderWatcher>> m_watchers;
     // The store on disk could not be read; it is set aside before the first
     // save replaces it.

@@ -4,100 +4,88 @@
 #include "engine/RcloneJob.h"
 #include "platform/AppLogger.h"
 #include "platform/BookmarkService.h"
-#include "sync/SyncManager.h"
 
-SyncRun::SyncRun(SyncManager &manager, RcloneEngine &engine, const SyncFolder &folder)
-    : QObject(&manager)
-    , m_manager(manager)
+SyncRun::SyncRun(RcloneEngine &engine, const QUuid &folderId, QObject *parent)
+    : QObject(parent)
     , m_engine(engine)
-    , m_folder(folder)
-    , m_localPath(folder.localPath)
+    , m_folderId(folderId)
 {
 }
 
-void SyncRun::start()
+void SyncRun::start(const SyncFolder &folder)
 {
+    m_folder = folder;
+    m_localPath = folder.localPath;
+    m_state = State::running;
     // The bookmark finds the folder again after a rename in place; when it
     // cannot, the path as stored is used.
     if (m_folder.localPathBookmarkData) {
         if (const auto resolved = BookmarkService::resolve(*m_folder.localPathBookmarkData))
             m_localPath = resolved->path;
     }
+    Q_EMIT waitingChanged();
     nextTarget();
 }
 
-void SyncRun::cancel()
+bool SyncRun::cancel()
 {
-    m_cancelled = true;
-    if (m_job)
-        m_job->cancel();
-    deleteLater();
+    m_state = State::stopping;
+    if (!m_job)
+        return false;
+    m_job->cancel();
+    return true;
 }
 
 void SyncRun::nextTarget()
 {
-    if (m_cancelled)
-        return;
     if (++m_index >= m_folder.remoteTargets.size()) {
-        m_manager.runFinished(this, m_errors);
+        Q_EMIT finished(m_errors);
         return;
     }
     const RemoteTarget &target = m_folder.remoteTargets.at(m_index);
-    const qsizetype index = m_index;
-    m_manager.changeFolder(m_folder.id, [index](SyncFolder &folder) {
-        folder.currentTargetIndex = index;
-        folder.transferredSize.reset();
-        folder.transferredFiles.reset();
-        folder.transferSpeed.reset();
-    });
+    Q_EMIT targetStarted(m_index);
     const BisyncRequest request{m_localPath, target.remoteName + u':' + target.remotePath, m_folder.filters,
                                 m_folder.conflictResolution, !target.hasResynced};
     m_job = m_engine.bisync(
-        request, this, [this](const SyncProgress &progress) { progressed(progress); },
+        request, this, [this](const SyncProgress &progress) { targetProgressed(progress); },
         [this](const RcloneStatus &result) { targetFinished(result); });
+    connect(m_job, &RcloneJob::waitingChanged, this, [this](bool waiting) {
+        m_isWaitingForEarlier = waiting;
+        Q_EMIT waitingChanged();
+    });
 }
 
-void SyncRun::progressed(const SyncProgress &progress)
+void SyncRun::targetProgressed(const SyncProgress &progress)
 {
-    // Each target has an equal share of the bar.
-    const double share = 1.0 / double(m_folder.remoteTargets.size());
-    const double start = double(m_index) * share;
-    m_manager.changeFolder(m_folder.id, [&](SyncFolder &folder) {
-        if (progress.percentage)
-            folder.progress = start + *progress.percentage * share;
-        if (progress.sizeString)
-            folder.transferredSize = progress.sizeString;
-        if (progress.fileString)
-            folder.transferredFiles = progress.fileString;
-        if (progress.speedAndETA)
-            folder.transferSpeed = progress.speedAndETA;
-    });
+    if (m_state != State::running)
+        return;
+    SyncProgress overall = progress;
+    if (progress.percentage) {
+        const double share = 1.0 / double(m_folder.remoteTargets.size());
+        overall.percentage = double(m_index) * share + *progress.percentage * share;
+    }
+    Q_EMIT progressed(overall);
 }
 
 void SyncRun::targetFinished(const RcloneStatus &result)
 {
     m_job = nullptr;
-    if (m_cancelled || result.isCancelled())
+    if (m_state == State::stopping) {
+        Q_EMIT stopped();
         return;
+    }
     const RemoteTarget &target = m_folder.remoteTargets.at(m_index);
-    const auto setResynced = [&](bool resynced) {
-        m_manager.changeFolder(m_folder.id, [&](SyncFolder &folder) {
-            for (RemoteTarget &stored : folder.remoteTargets) {
-                if (stored.id == target.id)
-                    stored.hasResynced = resynced;
-            }
-        });
-    };
     if (result.ok()) {
-        setResynced(true);
+        Q_EMIT resyncStateChanged(target.id, true);
     } else {
-        const QString message = result.error().description;
+        const RcloneError &error = result.error();
         qCCritical(lcSyncManager, "Sync error for target %s:%s - %s", qUtf8Printable(target.remoteName),
-                   qUtf8Printable(target.remotePath), qUtf8Printable(message));
-        m_errors.append(target.remoteName + u':' + target.remotePath + QStringLiteral(" — ") + message);
-        // rclone lost the pair's listings: the next run starts afresh.
-        if (message.contains(QLatin1String("--resync")))
-            setResynced(false);
+                   qUtf8Printable(target.remotePath), qUtf8Printable(error.description));
+        m_errors.append(target.remoteName + u':' + target.remotePath + QStringLiteral(" — ") + error.description);
+        // rclone lost the pair's listings: the next run starts afresh, unless
+        // that would fill an empty side from the other.
+        if (error.kind == RcloneError::Kind::exitStatus && error.description.contains(QLatin1String("--resync")))
+            Q_EMIT resyncStateChanged(target.id, false);
     }
     nextTarget();
 }

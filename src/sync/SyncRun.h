@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/RcloneResult.h"
+#include "engine/SyncProgress.h"
 #include "model/SyncFolder.h"
 
 #include <QObject>
@@ -9,36 +10,57 @@
 
 class RcloneEngine;
 class RcloneJob;
-class SyncManager;
-struct SyncProgress;
 
 // One run of a folder: bisync against each of its targets in turn, with the
-// folder as it stood when the run started. A child of the manager, so it
-// ends with it; it writes progress and outcome onto the manager's folder.
+// folder as it stood when the run started. It only reports; the manager
+// writes what it reports onto the folder.
+//
+// A run is made queued, runs once started, and after a cancel goes on
+// stopping until its rclone child has exited: only then may another run of
+// the same folder start.
 class SyncRun final : public QObject
 {
     Q_OBJECT
 
 public:
-    SyncRun(SyncManager &manager, RcloneEngine &engine, const SyncFolder &folder);
+    enum class State { queued, running, stopping };
 
-    const QUuid &folderId() const { return m_folder.id; }
+    SyncRun(RcloneEngine &engine, const QUuid &folderId, QObject *parent = nullptr);
 
-    void start();
-    // Terminates the running bisync; nothing of the run happens after this.
-    void cancel();
+    const QUuid &folderId() const { return m_folderId; }
+    State state() const { return m_state; }
+    // Queued, or waiting for a bisync of the same pair that the program did
+    // not start to end.
+    bool isWaiting() const { return m_state == State::queued || m_isWaitingForEarlier; }
+
+    void start(const SyncFolder &folder);
+    // Nothing of the run happens after this. True while its child is still
+    // stopping (stopped() follows), false when nothing is left to wait for.
+    bool cancel();
+
+Q_SIGNALS:
+    void targetStarted(qsizetype index);
+    // The progress of the whole run: the percentage is the share of the run
+    // done, each target having an equal part.
+    void progressed(const SyncProgress &progress);
+    void resyncStateChanged(const QUuid &targetId, bool hasResynced);
+    // Every target was tried: one error entry per failed target.
+    void finished(const QStringList &errors);
+    void stopped();
+    void waitingChanged();
 
 private:
     void nextTarget();
-    void progressed(const SyncProgress &progress);
+    void targetProgressed(const SyncProgress &progress);
     void targetFinished(const RcloneStatus &result);
 
-    SyncManager &m_manager;
     RcloneEngine &m_engine;
+    QUuid m_folderId;
+    State m_state = State::queued;
     SyncFolder m_folder;
     QString m_localPath;
     qsizetype m_index = -1;
-    QStringList m_errors; // one entry per failed target
+    QStringList m_errors;
     QPointer<RcloneJob> m_job;
-    bool m_cancelled = false;
+    bool m_isWaitingForEarlier = false;
 };

@@ -92,6 +92,7 @@ QVariantMap FolderDetailController::folderMap() const
         {QStringLiteral("transferSpeed"), optional(f->transferSpeed)},
         {QStringLiteral("lastError"), optional(f->lastError)},
         {QStringLiteral("targets"), targets},
+        {QStringLiteral("isWaiting"), m_app && m_app->syncManager()->isWaiting(f->id)},
     };
 }
 

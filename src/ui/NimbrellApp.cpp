@@ -1,5 +1,6 @@
 #include "ui/NimbrellApp.h"
 
+#include "engine/RcloneEngine.h"
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
 #include "sync/SyncManager.h"
@@ -128,5 +129,19 @@ void NimbrellApp::copyToClipboard(const QString &text)
 
 void NimbrellApp::quit()
 {
-    QCoreApplication::quit();
+    if (std::exchange(m_isQuitting, true))
+        return;
+    Q_EMIT isQuittingChanged();
+    m_tray->setFinishing(true);
+    qCInfo(lcGeneral, "Quitting: waiting for %d rclone call(s) to stop", m_engine.activeJobCount());
+    // Folders go back to idle and are saved; no new run starts.
+    m_syncManager->suspendRuns();
+    m_engine.cancelAll();
+    const auto finish = [this] {
+        m_syncManager->saveFolders();
+        QCoreApplication::exit(0);
+    };
+    if (m_engine.activeJobCount() == 0)
+        return finish();
+    connect(&m_engine, &RcloneEngine::allJobsFinished, this, finish, Qt::SingleShotConnection);
 }

@@ -54,6 +54,8 @@ class NimbrellApp final : public QObject
     Q_PROPERTY(SettingsController *settings READ settings CONSTANT)
     Q_PROPERTY(Format *format READ format CONSTANT)
     Q_PROPERTY(AppTheme *theme READ theme CONSTANT)
+    // Quit was asked for and the program waits for its syncs to stop.
+    Q_PROPERTY(bool isQuitting READ isQuitting NOTIFY isQuittingChanged)
 
 public:
     explicit NimbrellApp(const AppServices &services, QObject *parent = nullptr);
@@ -79,7 +81,11 @@ public:
     Q_INVOKABLE void openDashboard();
     // The confirmed deletion of a folder; an open detail of it closes.
     Q_INVOKABLE void deleteFolder(const QString &id);
+    // The one way out (menus, tray, signals, a second start's request): every
+    // rclone is asked once to stop, the event loop runs on until all have
+    // exited, and the program ends with status 0.
     Q_INVOKABLE void quit();
+    bool isQuitting() const { return m_isQuitting; }
     // Replaces the clipboard's content with plain text.
     Q_INVOKABLE void copyToClipboard(const QString &text);
 
@@ -90,6 +96,7 @@ public:
 Q_SIGNALS:
     // The main window has been drawn for the first time.
     void mainWindowShown();
+    void isQuittingChanged();
 
 private:
     RcloneEngine &m_engine;
@@ -103,4 +110,5 @@ private:
     AppTheme *m_theme;
     TrayMenu *m_tray;
     QHash<QString, QPointer<QQuickWindow>> m_windows;
+    bool m_isQuitting = false;
 };

@@ -16,7 +16,7 @@ TrayMenu::TrayMenu(SyncManager &manager, QObject *parent)
 {
     const auto update = [this] {
         // Progress reports come many times a second; rebuild only when a line changes.
-        const QStringList lines = syncingLines(m_manager.folders());
+        const QStringList lines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
         if (lines != m_shownLines || m_menu->isEmpty())
             rebuild();
     };
@@ -28,7 +28,7 @@ TrayMenu::TrayMenu(SyncManager &manager, QObject *parent)
 
 TrayMenu::~TrayMenu() = default;
 
-QStringList TrayMenu::syncingLines(const QList<SyncFolder> &folders)
+QStringList TrayMenu::syncingLines(const QList<SyncFolder> &folders, const std::function<bool(const QUuid &)> &isWaiting)
 {
     QStringList lines;
     for (const SyncFolder &folder : folders) {
@@ -37,6 +37,10 @@ QStringList TrayMenu::syncingLines(const QList<SyncFolder> &folders)
         const double progress = std::isfinite(folder.progress) ? folder.progress : 0.0;
         const int percent = int(std::trunc(qBound(0.0, progress, 1.0) * 100.0));
         QString line = folder.name;
+        if (isWaiting && isWaiting(folder.id)) {
+            lines.append(line + QStringLiteral(" — ") + kWaitingText);
+            continue;
+        }
         const auto index = folder.currentTargetIndex;
         if (index && *index >= 0 && *index < folder.remoteTargets.size())
             line += QStringLiteral(" → ") + folder.remoteTargets.at(*index).remoteName;
@@ -62,10 +66,22 @@ void TrayMenu::show()
     m_icon->show();
 }
 
+void TrayMenu::setFinishing(bool finishing)
+{
+    m_isFinishing = finishing;
+    if (m_icon)
+        m_icon->setToolTip(finishing ? QStringLiteral("Nimbrell — ") + kFinishingText : QStringLiteral("Nimbrell"));
+    rebuild();
+}
+
 void TrayMenu::rebuild()
 {
-    m_shownLines = syncingLines(m_manager.folders());
+    m_shownLines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
     m_menu->clear();
+    if (m_isFinishing) {
+        m_menu->addAction(kFinishingText)->setEnabled(false);
+        m_menu->addSeparator();
+    }
     m_menu->addAction(QStringLiteral("Open Dashboard"), this, &TrayMenu::openDashboardRequested);
     m_menu->addSeparator();
     if (!m_shownLines.isEmpty()) {

@@ -5,6 +5,7 @@
 #include <QObject>
 #include <QStringList>
 
+#include <functional>
 #include <memory>
 
 class QMenu;
@@ -20,12 +21,18 @@ public:
     explicit TrayMenu(SyncManager &manager, QObject *parent = nullptr);
     ~TrayMenu() override;
 
+    static inline const QString kWaitingText = QStringLiteral("Waiting for another sync to finish…");
+    static inline const QString kFinishingText = QStringLiteral("Finishing syncs…");
+
     // One line per syncing folder: "Docs — 42%", or with its current target
-    // "Docs → gdrive — 42%".
-    static QStringList syncingLines(const QList<SyncFolder> &folders);
+    // "Docs → gdrive — 42%", or "Docs — Waiting for another sync to finish…".
+    static QStringList syncingLines(const QList<SyncFolder> &folders,
+                                    const std::function<bool(const QUuid &)> &isWaiting = {});
 
     QMenu *menu() const { return m_menu.get(); }
     void show();
+    // The program is quitting and waits for its syncs to stop.
+    void setFinishing(bool finishing);
 
 Q_SIGNALS:
     void openDashboardRequested();
@@ -40,4 +47,5 @@ private:
     std::unique_ptr<QMenu> m_menu;
     QSystemTrayIcon *m_icon = nullptr;
     QStringList m_shownLines;
+    bool m_isFinishing = false;
 };

@@ -16,9 +16,11 @@ public:
         std::function<void()> onChange;
     };
 
-    std::unique_ptr<FileWatch> watch(const QString &path, std::function<void()> onChange) override
+    std::unique_ptr<FileWatch> watch(const QString &path, const QStringList &ignored,
+                                     std::function<void()> onChange) override
     {
         ++m_created;
+        lastIgnored = ignored;
         m_streams.push_back({path, std::move(onChange)});
         return std::make_unique<Handle>(*this, std::prev(m_streams.end()));
     }
@@ -40,6 +42,8 @@ public:
             paths.append(stream.path);
         return paths;
     }
+
+    QStringList lastIgnored; // what the latest watch was told to ignore
 
     // How many watches were ever made.
     int createdCount() const { return m_created; }

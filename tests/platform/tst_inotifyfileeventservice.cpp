@@ -43,7 +43,7 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(root.filePath("a/b/c")));
         InotifyFileEventService service(kLatency);
         Counter counter;
-        const auto watch = service.watch(root.path(), counter.callback());
+        const auto watch = service.watch(root.path(), {}, counter.callback());
         QCOMPARE(service.watchCount(), 4);
 
         touch(root.filePath("a/b/c/deep.txt"));
@@ -59,7 +59,7 @@ private Q_SLOTS:
         QTemporaryDir root;
         InotifyFileEventService service(300ms);
         Counter counter;
-        const auto watch = service.watch(root.path(), counter.callback());
+        const auto watch = service.watch(root.path(), {}, counter.callback());
         for (int i = 0; i < 50; ++i)
             touch(root.filePath(QStringLiteral("f%1").arg(i)));
         QTest::qWait(150);
@@ -75,7 +75,7 @@ private Q_SLOTS:
         QTemporaryDir outside;
         InotifyFileEventService service(kLatency);
         Counter counter;
-        const auto watch = service.watch(root.path(), counter.callback());
+        const auto watch = service.watch(root.path(), {}, counter.callback());
         QCOMPARE(service.watchCount(), 1);
 
         // Created, with a subdirectory made before the watch could be added.
@@ -114,8 +114,8 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(root.filePath("inner")));
         InotifyFileEventService service(kLatency);
         Counter outer, inner;
-        auto outerWatch = service.watch(root.path(), outer.callback());
-        auto innerWatch = service.watch(root.filePath("inner"), inner.callback());
+        auto outerWatch = service.watch(root.path(), {}, outer.callback());
+        auto innerWatch = service.watch(root.filePath("inner"), {}, inner.callback());
         QCOMPARE(service.watchCount(), 2);
 
         touch(root.filePath("inner/both.txt"));
@@ -139,7 +139,7 @@ private Q_SLOTS:
         InotifyFileEventService service(kLatency, 5);
         LogCapture log;
         Counter counter;
-        const auto watch = service.watch(root.path(), counter.callback());
+        const auto watch = service.watch(root.path(), {}, counter.callback());
         QCOMPARE(service.watchCount(), 5);
         QCOMPARE(log.count("Cannot watch all of " + root.path()), 1);
 
@@ -154,7 +154,7 @@ private Q_SLOTS:
     {
         InotifyFileEventService service(kLatency);
         Counter counter;
-        const auto watch = service.watch(QStringLiteral("/nonexistent/folder"), counter.callback());
+        const auto watch = service.watch(QStringLiteral("/nonexistent/folder"), {}, counter.callback());
         QVERIFY(watch);
         QCOMPARE(service.watchCount(), 0);
     }

@@ -84,12 +84,17 @@ private Q_SLOTS:
     {
         SyncFolder busy, broken, quiet;
         busy.name = "Busy";
-        busy.status = SyncStatus::syncing;
+        busy.localPath = m_sandbox->makeDirectory("Busy");
+        for (int i = 0; i < 300; ++i)
+            writeFile(busy.localPath + QStringLiteral("/f%1.txt").arg(i), "x");
+        m_sandbox->addWebDav("slow", m_sandbox->makeDirectory("served"), true);
+        busy.remoteTargets = {RemoteTarget{QUuid::createUuid(), "slow", "busy", false}};
         broken.name = "Broken";
         broken.status = SyncStatus::error;
         quiet.name = "Quiet";
         writeStore({busy, broken, quiet});
         QQuickWindow *main = startApp();
+        m_app->syncManager()->syncFolder(busy.id);
         QStringList texts = visibleTexts(main);
         QVERIFY(texts.contains("Needs Attention"));
         QVERIFY(texts.contains("View Details"));

@@ -29,5 +29,27 @@ AppWindow {
     ContentView {
         anchors.fill: parent
         app: window.app
+        enabled: !window.app.isQuitting
+    }
+
+    // Quitting waits for every rclone to stop gracefully, which can take a while.
+    Rectangle {
+        objectName: "finishingOverlay"
+        anchors.fill: parent
+        visible: window.app.isQuitting
+        color: Qt.rgba(palette.window.r, palette.window.g, palette.window.b, 0.85)
+        Column {
+            anchors.centerIn: parent
+            spacing: 12
+            BusyIndicator {
+                anchors.horizontalCenter: parent.horizontalCenter
+                running: parent.parent.visible
+            }
+            Label {
+                text: "Finishing syncs…"
+                font.pixelSize: 16
+                font.weight: Font.DemiBold
+            }
+        }
     }
 }

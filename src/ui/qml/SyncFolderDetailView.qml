@@ -207,8 +207,14 @@ Item {
                                 color: app.theme.secondary
                             }
                         }
+                        Label {
+                            objectName: "waitingLine"
+                            visible: pane.syncing && !!folder.isWaiting
+                            text: "Waiting for another sync to finish…"
+                            color: app.theme.secondary
+                        }
                         ColumnLayout {
-                            visible: pane.syncing
+                            visible: pane.syncing && !folder.isWaiting
                             Layout.fillWidth: true
                             spacing: 6
                             SyncProgressBar {

@@ -1,0 +1,164 @@
+#include "platform/InstanceChannel.h"
+
+#include "platform/AppLogger.h"
+
+#include <QCryptographicHash>
+#include <QDeadlineTimer>
+#include <QDir>
+#include <QFile>
+#include <QJsonDocument>
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QStandardPaths>
+#include <QThread>
+
+namespace {
+
+constexpr qsizetype kMaxMessageBytes = 1024 * 1024;
+
+// The configuration an instance serves: the folder store under HOME and the
+// settings under XDG_CONFIG_HOME.
+QString configurationKey()
+{
+    const QByteArray configuration = QFile::encodeName(QDir::homePath()) + '\n'
+        + QFile::encodeName(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation));
+    return QString::fromLatin1(QCryptographicHash::hash(configuration, QCryptographicHash::Sha256).toHex().left(16));
+}
+
+QJsonObject reply(const QJsonObject &fields)
+{
+    QJsonObject message = fields;
+    message.insert(QStringLiteral("nimbrell"), InstanceChannel::kVersion);
+    message.insert(QStringLiteral("ok"), !fields.contains(QStringLiteral("error")));
+    return message;
+}
+
+QJsonObject error(const QString &text)
+{
+    return reply({{QStringLiteral("error"), text}});
+}
+
+} // namespace
+
+InstanceChannel::InstanceChannel(QObject *parent)
+    : QObject(parent)
+{
+}
+
+InstanceChannel::~InstanceChannel() = default;
+
+QString InstanceChannel::directory()
+{
+    const QString runtime = qEnvironmentVariable("XDG_RUNTIME_DIR");
+    const QString base = !runtime.isEmpty() && QFileInfo(runtime).isDir()
+        ? runtime
+        : QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation);
+    return base + QStringLiteral("/nimbrell");
+}
+
+QString InstanceChannel::socketPath()
+{
+    return directory() + QStringLiteral("/instance-") + configurationKey();
+}
+
+bool InstanceChannel::tryLock()
+{
+    QDir().mkpath(directory());
+    QFile::setPermissions(directory(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    m_lock = std::make_unique<QLockFile>(socketPath() + QStringLiteral(".lock"));
+    // Held for the whole life of the instance: never stale by age, only when
+    // its process is gone.
+    m_lock->setStaleLockTime(0);
+    if (m_lock->tryLock(0))
+        return true;
+    // Only another instance holding it keeps this one from running; a lock
+    // that cannot be made at all (a read-only directory) does not.
+    if (m_lock->error() == QLockFile::LockFailedError)
+        return false;
+    qCCritical(lcGeneral, "Cannot make the instance lock %s; running anyway", qUtf8Printable(m_lock->fileName()));
+    return true;
+}
+
+bool InstanceChannel::listen()
+{
+    m_server = new QLocalServer(this);
+    m_server->setSocketOptions(QLocalServer::UserAccessOption);
+    QLocalServer::removeServer(socketPath()); // we hold the lock: any socket there is stale
+    if (!m_server->listen(socketPath())) {
+        qCCritical(lcGeneral, "Cannot listen on %s: %s", qUtf8Printable(socketPath()),
+                   qUtf8Printable(m_server->errorString()));
+        return false;
+    }
+    connect(m_server, &QLocalServer::newConnection, this, [this] {
+        while (QLocalSocket *socket = m_server->nextPendingConnection())
+            serve(socket);
+    });
+    return true;
+}
+
+void InstanceChannel::setHandler(const QString &command, Handler handler)
+{
+    m_handlers.insert(command, std::move(handler));
+}
+
+void InstanceChannel::serve(QLocalSocket *socket)
+{
+    connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
+    connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
+        if (!socket->canReadLine()) {
+            if (socket->bytesAvailable() > kMaxMessageBytes)
+                socket->abort();
+            return;
+        }
+        const QJsonObject message = answer(socket->readLine(kMaxMessageBytes));
+        socket->write(QJsonDocument(message).toJson(QJsonDocument::Compact) + '\n');
+        socket->disconnectFromServer();
+    });
+}
+
+QJsonObject InstanceChannel::answer(const QByteArray &line) const
+{
+    QJsonParseError parseError;
+    const QJsonDocument document = QJsonDocument::fromJson(line, &parseError);
+    if (!document.isObject())
+        return error(QStringLiteral("not a JSON object"));
+    const QJsonObject request = document.object();
+    if (request.value(QStringLiteral("nimbrell")).toInt() != kVersion)
+        return error(QStringLiteral("unsupported version %1; this is version %2")
+                         .arg(request.value(QStringLiteral("nimbrell")).toVariant().toString())
+                         .arg(kVersion));
+    const QString command = request.value(QStringLiteral("command")).toString();
+    const auto handler = m_handlers.constFind(command);
+    if (handler == m_handlers.cend())
+        return error(QStringLiteral("unknown command \"%1\"").arg(command));
+    return reply((*handler)(request));
+}
+
+std::optional<QJsonObject> InstanceChannel::send(const QString &command, const QJsonObject &arguments,
+                                                 std::chrono::milliseconds timeout)
+{
+    QJsonObject request = arguments;
+    request.insert(QStringLiteral("nimbrell"), kVersion);
+    request.insert(QStringLiteral("command"), command);
+    const QDeadlineTimer deadline(timeout);
+    // The running instance may hold the lock but still be starting up.
+    for (;;) {
+        QLocalSocket socket;
+        socket.connectToServer(socketPath());
+        if (socket.waitForConnected(int(deadline.remainingTime()))) {
+            socket.write(QJsonDocument(request).toJson(QJsonDocument::Compact) + '\n');
+            QByteArray line;
+            while (!line.endsWith('\n') && socket.waitForReadyRead(int(deadline.remainingTime())))
+                line += socket.readAll();
+            if (line.isEmpty() && socket.state() == QLocalSocket::UnconnectedState)
+                line = socket.readAll();
+            const QJsonDocument document = QJsonDocument::fromJson(line);
+            if (document.isObject())
+                return document.object();
+            return std::nullopt;
+        }
+        if (deadline.hasExpired())
+            return std::nullopt;
+        QThread::msleep(20);
+    }
+}

@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QHash>
+#include <QJsonObject>
+#include <QLockFile>
+#include <QObject>
+#include <QString>
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+class QLocalServer;
+class QLocalSocket;
+
+// One running Nimbrell per user and configuration, and the local channel
+// through which later starts (and the command line) talk to it.
+//
+// The running instance holds a lock file and listens on a local socket, both
+// in $XDG_RUNTIME_DIR/nimbrell (or ~/.cache/nimbrell without one), named
+// after the configuration so that each HOME has its own. A connection
+// carries one request and its reply, each a single line of JSON:
+//   {"nimbrell": 1, "command": "raise", ...}
+//   {"nimbrell": 1, "ok": true, ...}   or   {"nimbrell": 1, "ok": false, "error": "..."}
+// "nimbrell" is the version of this format; a request of another version is
+// answered with an error.
+class InstanceChannel final : public QObject
+{
+    Q_OBJECT
+
+public:
+    static constexpr int kVersion = 1;
+    using Handler = std::function<QJsonObject(const QJsonObject &request)>;
+
+    explicit InstanceChannel(QObject *parent = nullptr);
+    ~InstanceChannel() override;
+
+    // Becomes the running instance, before any application object exists:
+    // false while another one holds the lock. A lock left by an instance that
+    // died is taken over.
+    bool tryLock();
+    // Starts answering requests (once the application object exists); a
+    // socket left by an instance that died is replaced.
+    bool listen();
+    // What a command does: its reply's fields beside "nimbrell" and "ok"
+    // (an "error" field makes "ok" false).
+    void setHandler(const QString &command, Handler handler);
+
+    // Sends one request to the running instance and returns its reply, or
+    // nothing when no instance answered in time. Blocking; it needs no
+    // application object, so a second start can ask and leave quickly.
+    static std::optional<QJsonObject> send(const QString &command, const QJsonObject &arguments,
+                                           std::chrono::milliseconds timeout);
+
+    static QString directory();
+    static QString socketPath();
+
+private:
+    void serve(QLocalSocket *socket);
+    QJsonObject answer(const QByteArray &line) const;
+
+    std::unique_ptr<QLockFile> m_lock;
+    QLocalServer *m_server = nullptr;
+    QHash<QString, Handler> m_handlers;
+};
