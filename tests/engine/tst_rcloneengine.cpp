@@ -2,6 +2,7 @@
 #include "engine/RcloneJob.h"
 #include "fakes/FakeRclone.h"
 #include "support/Outcome.h"
+#include "support/TestFiles.h"
 
 #include <QEventLoop>
 #include <QPointer>
@@ -12,6 +13,8 @@
 #include <QTest>
 
 #include <csignal>
+#include <sys/wait.h>
+#include <unistd.h>
 
 Q_DECLARE_METATYPE(std::optional<SyncFilterOptions>)
 Q_DECLARE_METATYPE(ConflictResolution)
@@ -25,6 +28,10 @@ bool processIsGone(qint64 pid)
 
 const QByteArray kLockTips = "NOTICE: Tip: this indicates that another bisync run (of these same paths) either is still running or was interrupted before completion.\n"
                              "NOTICE: Tip: If you're SURE you want to override this safety feature, you can delete the lock file with the following command, then run bisync again:\n";
+
+// Who wrote the lock file, and what the local folder holds.
+enum class Lock { none, dead, live, zombie };
+enum class Local { files, empty, missing };
 
 } // namespace
 
@@ -69,10 +76,12 @@ class TestRcloneEngine : public QObject
                "echo 'NOTICE: Failed to bisync: bisync aborted'\nexit 7\n";
     }
 
+    QString localPath() const { return m_home + QStringLiteral("/Docs"); }
+
     BisyncRequest request() const
     {
-        return BisyncRequest{QStringLiteral("/home/ann/Docs"), QStringLiteral("remote:Docs"), SyncFilterOptions(),
-                             ConflictResolution::keepBoth, false};
+        return BisyncRequest{localPath(), QStringLiteral("remote:Docs"), SyncFilterOptions(), ConflictResolution::keepBoth,
+                             false};
     }
 
 private Q_SLOTS:
@@ -87,7 +96,12 @@ private Q_SLOTS:
         qputenv("HOME", QFile::encodeName(m_home));
     }
     void cleanupTestCase() { qputenv("HOME", m_realHome); }
-    void init() { QDir(RcloneEngine::workDirectory()).removeRecursively(); }
+    void init()
+    {
+        QDir(RcloneEngine::workDirectory()).removeRecursively();
+        QDir().mkpath(localPath());
+        writeFile(localPath() + "/note.txt", "note");
+    }
 
     // ---- run(arguments:) ------------------------------------------------
 
@@ -161,48 +175,44 @@ private Q_SLOTS:
         QVERIFY(!outcome.result->error().description.isEmpty());
     }
 
-    void cancelTerminatesTheChild()
+    // One SIGTERM, then the child is given the time it takes to stop: the
+    // result comes once it has exited, and it is never killed.
+    void cancelWaitsForAGracefulStop()
     {
         FakeRclone fake;
-        fake.script("config", "trap 'exit 143' TERM\nwhile :; do sleep 0.05; done\n");
+        fake.script("config", "trap 'echo term >> \"$FAKE_RCLONE_DIR/terms\"; sleep 1; exit 143' TERM\n"
+                              "while :; do sleep 0.05; done\n");
         RcloneEngine engine(fake.path());
         Outcome<std::monostate> outcome;
         QPointer<RcloneJob> job = engine.reconnectRemote("gdrive", nullptr, outcome.callback());
         QSignalSpy started(job.data(), &RcloneJob::processStarted);
+        QSignalSpy allFinished(&engine, &RcloneEngine::allJobsFinished);
         QTRY_VERIFY(!fake.calls().isEmpty());
-        QCOMPARE(started.count(), 1);
-        const qint64 pid = started.at(0).at(0).value<QProcess *>()->processId();
+        QProcess *process = started.at(0).at(0).value<QProcess *>();
+        const qint64 pid = process->processId();
         job->cancel();
+        job->cancel();
+        engine.cancelAll();
+        QVERIFY(!outcome.result); // not before the child has exited
+        QCOMPARE(engine.activeJobCount(), 1);
         QVERIFY(outcome.wait());
         QVERIFY(outcome.result->isCancelled());
         QVERIFY(processIsGone(pid));
-        QTRY_VERIFY(job.isNull()); // the job cleans itself up
-    }
-
-    void cancelKillsAChildThatIgnoresTerminate()
-    {
-        FakeRclone fake;
-        fake.script("config", "trap '' TERM\nwhile :; do sleep 0.05; done\n");
-        RcloneEngine engine(fake.path());
-        Outcome<QString> outcome;
-        RcloneJob *job = engine.run({"config", "reconnect", "x:"}, nullptr, outcome.callback());
-        QSignalSpy started(job, &RcloneJob::processStarted);
-        QTRY_VERIFY(!fake.calls().isEmpty());
-        const qint64 pid = started.at(0).at(0).value<QProcess *>()->processId();
-        job->cancel();
-        QVERIFY(outcome.wait(15000));
-        QVERIFY(outcome.result->isCancelled());
-        QVERIFY(processIsGone(pid));
+        QCOMPARE(readFile(fake.directory() + "/terms"), QByteArray("term\n"));
+        QTRY_COMPARE(allFinished.count(), 1);
+        QCOMPARE(engine.activeJobCount(), 0);
     }
 
     void cancelBeforeTheChildStarts()
     {
         FakeRclone fake;
         RcloneEngine engine(fake.path());
-        Outcome<QString> outcome;
-        engine.run({"version"}, nullptr, outcome.callback())->cancel();
-        QVERIFY(outcome.wait());
-        QVERIFY(outcome.result->isCancelled());
+        Outcome<QString> run;
+        Outcome<std::monostate> bisync;
+        engine.run({"version"}, nullptr, run.callback())->cancel();
+        engine.bisync(request(), nullptr, {}, bisync.callback())->cancel();
+        QVERIFY(run.wait() && bisync.wait());
+        QVERIFY(run.result->isCancelled() && bisync.result->isCancelled());
         QVERIFY(fake.calls().isEmpty());
     }
 
@@ -218,19 +228,6 @@ private Q_SLOTS:
         delete context;
         QTRY_VERIFY(job.isNull());
         QVERIFY(!called);
-    }
-
-    void runawayOutputStaysBounded()
-    {
-        FakeRclone fake;
-        // 100 MB on standard output, then a failure.
-        fake.script("listremotes", "head -c 100000000 /dev/zero | tr '\\0' 'x'; echo 'bad' >&2; exit 1\n");
-        RcloneEngine engine(fake.path());
-        Outcome<QString> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, "rclone exited with code 1: bad\n");
-        engine.run({"listremotes"}, nullptr, outcome.callback());
-        QVERIFY(outcome.wait(60000));
-        QCOMPARE(outcome.result->error().description, "bad\n");
     }
 
     // ---- bisync ---------------------------------------------------------
@@ -283,7 +280,7 @@ private Q_SLOTS:
         RcloneEngine engine(fake.path());
         QList<SyncProgress> progress;
         Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtInfoMsg, "Starting bisync. Local: /home/ann/Docs, Remote: remote:Docs, Initial: true, Retry: false");
+        QTest::ignoreMessage(QtInfoMsg, qPrintable("Starting bisync. Local: " + localPath() + ", Remote: remote:Docs, Initial: true, Retry: false"));
         BisyncRequest r = request();
         r.isInitialSync = true;
         engine.bisync(r, nullptr, [&](const SyncProgress &p) { progress.append(p); }, outcome.callback());
@@ -304,31 +301,6 @@ private Q_SLOTS:
                            }));
     }
 
-    void bisyncIgnoresAFailedMkdir()
-    {
-        FakeRclone fake;
-        fake.script("mkdir", "echo 'directory exists' >&2; exit 1\n");
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, "rclone exited with code 1: directory exists\n");
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
-        QVERIFY(outcome.result->ok());
-        QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync"}));
-    }
-
-    void bisyncSucceedsOnExitZeroWhateverItPrinted()
-    {
-        FakeRclone fake;
-        fake.script("bisync", "echo 'ERROR : something odd'; echo 'Must run --resync to recover'\n");
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
-        QVERIFY(outcome.result->ok());
-        QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync"}));
-    }
-
     void bisyncErrorIsTheLastFifteenLines()
     {
         FakeRclone fake;
@@ -342,64 +314,6 @@ private Q_SLOTS:
         for (int i = 26; i <= 40; ++i)
             expected.append(QStringLiteral("line %1 red").arg(i));
         QCOMPARE(outcome.result->error(), (RcloneError{RcloneError::Kind::exitStatus, 1, expected.join('\n')}));
-    }
-
-    void bisyncWithoutOutputFailsWithUnknownError()
-    {
-        FakeRclone fake;
-        fake.script("bisync", "exit 2\n");
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, "Bisync failed with status 2: ");
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
-        QCOMPARE(outcome.result->error(), (RcloneError{RcloneError::Kind::exitStatus, 2, "Unknown Error"}));
-    }
-
-    void staleLockIsDeletedAndRetriedOnce()
-    {
-        FakeRclone fake;
-        writeLock(lockPath(), 999999999); // no such process
-        fake.script("bisync.1", lockFailure(lockPath()));
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, qPrintable("Found bisync lock file at " + lockPath() + ". Deleting and retrying..."));
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression("Retry: false$"));
-        QTest::ignoreMessage(QtInfoMsg, QRegularExpression("Initial: false, Retry: true$"));
-        RcloneJob *job = engine.bisync(request(), nullptr, {}, outcome.callback());
-        QSignalSpy started(job, &RcloneJob::processStarted);
-        QVERIFY(outcome.wait());
-        QVERIFY(outcome.result->ok());
-        QVERIFY(!QFileInfo::exists(lockPath()));
-        QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync", "mkdir", "bisync"}));
-        QCOMPARE(fake.calls()[1], fake.calls()[3]); // the same arguments again
-        QCOMPARE(started.count(), 2);
-    }
-
-    void lockOfALiveBisyncIsKept()
-    {
-        // A running program named rclone holds the lock.
-        const QString liveRclone = m_tmp.filePath("rclone");
-        QFile::remove(liveRclone);
-        QVERIFY(QFile::copy("/bin/sleep", liveRclone));
-        QProcess holder;
-        holder.start(liveRclone, {"30"});
-        QVERIFY(holder.waitForStarted());
-        writeLock(lockPath(), holder.processId());
-
-        FakeRclone fake;
-        fake.script("bisync", lockFailure(lockPath()));
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status 1: "));
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
-        QVERIFY(!outcome.result->ok());
-        QVERIFY(outcome.result->error().description.contains("prior lock file found: " + lockPath() + " \n"));
-        QVERIFY(QFileInfo::exists(lockPath()));
-        QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync"}));
-        holder.kill();
-        holder.waitForFinished();
     }
 
     void lockOutsideTheWorkDirectoryIsKept()
@@ -428,79 +342,117 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(m_home + "/.config/precious.lck"));
     }
 
-    void lockMessageBeyondTheTailIsNotSeen()
+    // What a bisync call makes of rclone's outcome: its recovery from a lock
+    // or a resync demand, at most once, and the cases where it must not.
+    void bisyncOutcomes_data()
     {
-        writeLock(lockPath(), 999999999);
-        FakeRclone fake;
-        fake.script("bisync", lockFailure(lockPath()) .replace("exit 1\n", "") + "for i in $(seq 1 15); do echo \"later $i\"; done; exit 1\n");
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status 1: later 1\n"));
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
-        QVERIFY(!outcome.result->ok());
-        QVERIFY(QFileInfo::exists(lockPath()));
-        QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync"}));
+        QTest::addColumn<QByteArray>("first");  // the first bisync
+        QTest::addColumn<QByteArray>("later");  // every later one
+        QTest::addColumn<int>("lock");          // Lock: who wrote the lock file
+        QTest::addColumn<int>("local");         // Local: the local folder
+        QTest::addColumn<QStringList>("commands");
+        QTest::addColumn<int>("kind");          // RcloneError::Kind, or -1 for success
+        QTest::addColumn<bool>("lockKept");
+        QTest::addColumn<bool>("retryResyncs");
+        const QByteArray lock = lockFailure(lockPath()), resync = resyncFailure();
+        const QByteArray empty = "echo 'ERROR : Empty current Path1 listing. Cannot sync to an empty directory: x'\n" + resync;
+        const QStringList once{"mkdir", "bisync"}, twice{"mkdir", "bisync", "mkdir", "bisync"};
+        const int ok = -1, failed = int(RcloneError::Kind::exitStatus);
+        const int withheld = int(RcloneError::Kind::resyncWithheld);
+        const int none = int(Lock::none), files = int(Local::files);
+        QTest::newRow("exit 0 whatever it printed") << QByteArray("echo 'ERROR : odd'; echo 'Must run --resync to recover'")
+            << QByteArray() << none << files << once << ok << false << false;
+        QTest::newRow("failed mkdir is ignored") << QByteArray() << QByteArray() << none << files << once << ok << false << false;
+        QTest::newRow("no output") << QByteArray("exit 2") << QByteArray() << none << files << once << failed << false << false;
+        QTest::newRow("stale lock: deleted, same call again") << lock << QByteArray() << int(Lock::dead) << files << twice
+            << ok << false << false;
+        QTest::newRow("lock of a dead, unreaped rclone") << lock << QByteArray() << int(Lock::zombie) << files << twice
+            << ok << false << false;
+        QTest::newRow("lock of a live bisync: no retry, no resync") << resync.left(resync.size() - 7) + lock
+            << QByteArray() << int(Lock::live) << files << once << failed << true << false;
+        QTest::newRow("lock beyond the last 15 lines") << lock.left(lock.size() - 7)
+            + "for i in $(seq 1 15); do echo \"later $i\"; done; exit 1\n" << QByteArray() << int(Lock::dead) << files
+            << once << failed << true << false;
+        QTest::newRow("resync demanded: retried with --resync") << resync << QByteArray() << none << files << twice << ok
+            << false << true;
+        QTest::newRow("lock before resync") << resync.left(resync.size() - 7) + lock << QByteArray() << int(Lock::dead)
+            << files << twice << ok << false << false;
+        QTest::newRow("resync demanded again") << resync << resync << none << files << twice << failed << false << true;
+        QTest::newRow("lock found again") << lock << "touch '" + lockPath().toUtf8() + "'\n" + lock << int(Lock::dead)
+            << files << twice << failed << true << false;
+        QTest::newRow("empty side: no resync") << empty << QByteArray() << none << files << once << withheld << false << false;
+        QTest::newRow("empty local folder: no resync") << resync << QByteArray() << none << int(Local::empty) << once
+            << withheld << false << false;
+        QTest::newRow("missing local folder: no rclone") << QByteArray() << QByteArray() << none << int(Local::missing)
+            << QStringList() << int(RcloneError::Kind::localFolderMissing) << false << false;
     }
+    void bisyncOutcomes()
+    {
+        QFETCH(QByteArray, first);
+        QFETCH(QByteArray, later);
+        QFETCH(int, lock);
+        QFETCH(int, local);
+        FakeRclone fake;
+        fake.script("mkdir", "echo 'directory exists' >&2; exit 1\n");
+        fake.script("bisync.1", first);
+        fake.script("bisync", later);
+        if (local == int(Local::empty))
+            QFile::remove(localPath() + "/note.txt");
+        else if (local == int(Local::missing))
+            QDir(localPath()).removeRecursively();
 
-    void resyncDemandRetriesWithResync()
-    {
-        FakeRclone fake;
-        fake.script("bisync.1", resyncFailure());
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, "Bisync requires --resync. Retrying with isInitialSync=true...");
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
-        QVERIFY(outcome.result->ok());
-        const QList<QStringList> calls = fake.calls();
-        QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync", "mkdir", "bisync"}));
-        QVERIFY(!calls[1].contains("--resync"));
-        QVERIFY(calls[3].contains("--resync"));
-    }
-
-    void retryFailsWithoutLooping_data()
-    {
-        QTest::addColumn<bool>("lock");
-        QTest::newRow("resync demanded again") << false;
-        QTest::newRow("lock found again") << true;
-    }
-    void retryFailsWithoutLooping()
-    {
-        QFETCH(bool, lock);
-        FakeRclone fake;
-        if (lock) {
+        QProcess holder;
+        pid_t zombie = 0;
+        const QString fakeRclone = m_tmp.filePath("rclone"); // a program named rclone
+        QFile::remove(fakeRclone);
+        QVERIFY(QFile::copy("/bin/sleep", fakeRclone));
+        if (lock == int(Lock::dead)) {
             writeLock(lockPath(), 999999999);
-            fake.script("bisync", "touch '" + lockPath().toUtf8() + "'\n" + lockFailure(lockPath()));
-        } else {
-            fake.script("bisync", resyncFailure());
+        } else if (lock == int(Lock::live)) {
+            holder.start(fakeRclone, {"30"});
+            QVERIFY(holder.waitForStarted());
+            writeLock(lockPath(), holder.processId());
+        } else if (lock == int(Lock::zombie)) {
+            zombie = ::fork();
+            if (zombie == 0) {
+                ::execl(QFile::encodeName(fakeRclone).constData(), "rclone", "0", nullptr);
+                ::_exit(127);
+            }
+            QTRY_VERIFY(readFile(QStringLiteral("/proc/%1/stat").arg(zombie)).contains(") Z "));
+            writeLock(lockPath(), zombie);
         }
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status [17]: "));
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
-        QCOMPARE(outcome.result->error().code, lock ? 1 : 7);
-        QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync", "mkdir", "bisync"}));
-    }
 
-    void lockComesBeforeResync()
-    {
-        writeLock(lockPath(), 999999999);
-        FakeRclone fake;
-        fake.script("bisync.1", resyncFailure().replace("exit 7\n", "") + lockFailure(lockPath()));
         RcloneEngine engine(fake.path());
         Outcome<std::monostate> outcome;
         engine.bisync(request(), nullptr, {}, outcome.callback());
         QVERIFY(outcome.wait());
-        QVERIFY(outcome.result->ok());
-        QVERIFY(!fake.calls()[3].contains("--resync")); // retried as a lock problem
+        QFETCH(QStringList, commands);
+        QFETCH(int, kind);
+        QFETCH(bool, lockKept);
+        QFETCH(bool, retryResyncs);
+        QCOMPARE(fake.commands(), commands);
+        QCOMPARE(outcome.result->ok() ? -1 : int(outcome.result->error().kind), kind);
+        if (lock != int(Lock::none))
+            QCOMPARE(QFileInfo::exists(lockPath()), lockKept);
+        const QList<QStringList> calls = fake.calls();
+        if (calls.size() == 4)
+            QCOMPARE(calls[3].contains("--resync"), retryResyncs);
+        if (!outcome.result->ok() && outcome.result->error().kind != RcloneError::Kind::localFolderMissing)
+            QVERIFY(!outcome.result->error().description.isEmpty());
+        if (local == int(Local::missing))
+            QCOMPARE(outcome.result->error().description, "Local folder not found: " + localPath());
+        holder.kill();
+        holder.waitForFinished();
+        if (zombie > 0)
+            ::waitpid(zombie, nullptr, 0);
     }
 
     void cancelStopsBisyncWithoutRetry()
     {
         FakeRclone fake;
-        fake.script("bisync", "trap 'echo \"Must run --resync to recover\"; exit 143' TERM\n"
+        // What rclone prints while it stops changes nothing.
+        fake.script("bisync", "trap 'echo \"Transferred:   \t 2 B / 2 B, 100%, 1 B/s, ETA 0s\"; "
+                              "echo \"Must run --resync to recover\"; exit 143' TERM\n"
                               "echo 'Transferred:   \t 1 B / 2 B, 50%, 1 B/s, ETA 1s'\nwhile :; do sleep 0.05; done\n");
         RcloneEngine engine(fake.path());
         Outcome<std::monostate> outcome;
@@ -512,14 +464,15 @@ private Q_SLOTS:
         QVERIFY(outcome.wait());
         QVERIFY(outcome.result->isCancelled());
         QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync"}));
+        QCOMPARE(progress, 1);
         QTRY_VERIFY(job.isNull());
     }
 
     void bisyncSurvivesGarbageOutput()
     {
         FakeRclone fake;
-        // 100 MB of binary garbage with hardly a line break, then a failure.
-        fake.script("bisync", "head -c 100000000 /dev/urandom; printf '\\nfailed at last\\n'; exit 1\n");
+        // 20 MB of binary garbage with hardly a line break, then a failure.
+        fake.script("bisync", "head -c 20000000 /dev/urandom; printf '\\nfailed at last\\n'; exit 1\n");
         RcloneEngine engine(fake.path());
         Outcome<std::monostate> outcome;
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status 1: "));
