@@ -1,0 +1,211 @@
+// The program as a user and the desktop treat it: quit or killed in the
+// middle of a slow upload, its display gone, started twice. Each time no
+// sync may be cut short: rclone stops gracefully, leaves no lock, and the
+// next start brings the folder to success by itself.
+#include "model/FolderStore.h"
+#include "support/TestFiles.h"
+
+#include <QDirIterator>
+#include <QElapsedTimer>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <csignal>
+
+class TestLifecycle : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> m_root;
+
+    QString home() const { return m_root->filePath("home"); }
+    QString local() const { return m_root->filePath("Documents"); }
+    QString remote() const { return m_root->filePath("backup/Docs"); }
+    QString workDirectory() const { return home() + "/.config/rclone/bisync_workdir"; }
+    QString storePath() const { return home() + "/.config/rclone/rclone_sync_folders.json"; }
+
+    QProcessEnvironment environment(const QString &platform = "offscreen") const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("HOME", home());
+        env.insert("XDG_CONFIG_HOME", home() + "/.config");
+        env.insert("XDG_RUNTIME_DIR", m_root->filePath("run"));
+        env.insert("RCLONE_CONFIG", m_root->filePath("rclone.conf"));
+        env.insert("RCLONE_BWLIMIT", "4M"); // a 20 MB upload takes about 5 s
+        env.insert("QT_QPA_PLATFORM", platform);
+        return env;
+    }
+
+    // One folder, never synced, with automatic sync on: the program syncs it
+    // as soon as it starts.
+    void prepare()
+    {
+        m_root = std::make_unique<QTemporaryDir>();
+        QDir().mkpath(m_root->filePath("run"));
+        QFile::setPermissions(m_root->filePath("run"), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        writeFile(local() + "/big.bin", QByteArray(20 * 1024 * 1024, 'b'));
+        writeFile(local() + "/notes/ünïcode note.txt", "note");
+        writeFile(m_root->filePath("rclone.conf"), "[backup]\ntype = alias\nremote = " + QFile::encodeName(m_root->filePath("backup")) + "\n");
+        writeFile(home() + "/.config/nimbrell/nimbrell.conf", "[General]\nisGlobalSyncEnabled=true\n");
+        SyncFolder folder;
+        folder.name = "Documents";
+        folder.localPath = local();
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", false}};
+        writeFile(storePath(), FolderStore::encode({folder}).value());
+    }
+
+    void start(QProcess &program, const QString &platform = "offscreen")
+    {
+        program.setProcessEnvironment(environment(platform));
+        program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        program.start(NIMBRELL_EXECUTABLE, {});
+        QVERIFY(program.waitForStarted());
+    }
+
+    QList<qint64> rclonesOfThisHome() const
+    {
+        QList<qint64> pids;
+        for (const QString &entry : QDir("/proc").entryList(QDir::Dirs)) {
+            const QByteArray cmdline = readFile("/proc/" + entry + "/cmdline");
+            const QByteArray stat = readFile("/proc/" + entry + "/stat");
+            if (cmdline.contains(QFile::encodeName(workDirectory())) && !stat.contains(") Z "))
+                pids.append(entry.toLongLong());
+        }
+        return pids;
+    }
+
+    QStringList locks() const { return QDir(workDirectory()).entryList({"*.lck"}, QDir::Files); }
+
+    SyncStatus storedStatus() const
+    {
+        return FolderStore::decode(readFile(storePath())).value_or(QList<SyncFolder>{}).value(0).status;
+    }
+
+    // Waits until rclone is in the middle of the upload.
+    void waitForTransfer()
+    {
+        QTRY_VERIFY_WITH_TIMEOUT(!locks().isEmpty() && QFileInfo::exists(remote()), 20000);
+        QTest::qWait(1000);
+        QVERIFY(QFileInfo(local() + "/big.bin").size() > QFileInfo(remote() + "/big.bin").size());
+    }
+
+    // The next start syncs the folder to success with no help, and quits cleanly.
+    void nextStartSucceeds()
+    {
+        QProcess program;
+        start(program);
+        QTRY_COMPARE_WITH_TIMEOUT(storedStatus(), SyncStatus::success, 60000);
+        QCOMPARE(readFile(remote() + "/big.bin"), readFile(local() + "/big.bin"));
+        QCOMPARE(readFile(remote() + "/notes/ünïcode note.txt"), QByteArray("note"));
+        program.terminate();
+        QVERIFY(program.waitForFinished(30000));
+        QCOMPARE(program.exitCode(), 0);
+    }
+
+private Q_SLOTS:
+    void quitDuringAnUpload_data()
+    {
+        QTest::addColumn<bool>("bySignal");
+        QTest::newRow("SIGTERM") << true;
+        QTest::newRow("Quit") << false;
+    }
+    void quitDuringAnUpload()
+    {
+        QFETCH(bool, bySignal);
+        prepare();
+        QProcess program;
+        start(program);
+        waitForTransfer();
+        if (bySignal) {
+            program.terminate();
+        } else { // what the menus and the tray do, asked through the instance channel
+            QLocalSocket socket;
+            const QString socketDir = m_root->filePath("run/nimbrell");
+            const QStringList sockets = QDir(socketDir).entryList({"instance-*"}, QDir::System);
+            QVERIFY(!sockets.isEmpty());
+            socket.connectToServer(socketDir + "/" + sockets.filter(QRegularExpression("^[^.]*$")).value(0));
+            QVERIFY(socket.waitForConnected(5000));
+            socket.write("{\"nimbrell\":1,\"command\":\"quit\"}\n");
+            QVERIFY(socket.waitForReadyRead(5000));
+            QCOMPARE(QJsonDocument::fromJson(socket.readLine()).object().value("ok").toBool(), true);
+        }
+        QVERIFY(program.waitForFinished(150000));
+        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(program.exitCode(), 0);
+        QVERIFY(rclonesOfThisHome().isEmpty());
+        QVERIFY(locks().isEmpty());
+        QCOMPARE(storedStatus(), SyncStatus::idle);
+        nextStartSucceeds();
+    }
+
+    // Killed outright, or its display gone (the X server ends, and with it
+    // the program): the orphaned rclone stops gracefully and leaves no lock.
+    void dyingDuringAnUpload_data()
+    {
+        QTest::addColumn<bool>("displayLost");
+        QTest::newRow("kill -9") << false;
+        QTest::newRow("display gone") << true;
+    }
+    void dyingDuringAnUpload()
+    {
+        QFETCH(bool, displayLost);
+        prepare();
+        QProcess xserver, program;
+        if (displayLost) {
+            int display = 90;
+            while (QFileInfo::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(display)))
+                ++display;
+            xserver.start("Xvfb", {QStringLiteral(":%1").arg(display), "-nolisten", "tcp", "-screen", "0", "1024x768x24"});
+            QVERIFY(xserver.waitForStarted());
+            QTRY_VERIFY(QFileInfo::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(display)));
+            QProcessEnvironment env = environment("xcb");
+            env.insert("DISPLAY", QStringLiteral(":%1").arg(display));
+            program.setProcessEnvironment(env);
+            program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+            program.start(NIMBRELL_EXECUTABLE, {});
+            QVERIFY(program.waitForStarted());
+        } else {
+            start(program);
+        }
+        waitForTransfer();
+        const QList<qint64> orphans = rclonesOfThisHome();
+        QCOMPARE(orphans.size(), 1);
+        if (displayLost) {
+            xserver.kill();
+            QVERIFY(program.waitForFinished(30000));
+        } else {
+            ::kill(pid_t(program.processId()), SIGKILL);
+            QVERIFY(program.waitForFinished(10000));
+        }
+        QTRY_VERIFY_WITH_TIMEOUT(rclonesOfThisHome().isEmpty(), 120000);
+        QVERIFY(locks().isEmpty());
+        nextStartSucceeds();
+        xserver.waitForFinished();
+    }
+
+    void secondStartHandsOver()
+    {
+        prepare();
+        writeFile(home() + "/.config/nimbrell/nimbrell.conf", "[General]\nisGlobalSyncEnabled=false\n");
+        QProcess first, second;
+        start(first);
+        QTRY_VERIFY_WITH_TIMEOUT(!QDir(m_root->filePath("run/nimbrell")).entryList({"instance-*"}, QDir::System).filter(QRegularExpression("^[^.]*$")).isEmpty(), 10000);
+        QElapsedTimer timer;
+        timer.start();
+        start(second);
+        QVERIFY(second.waitForFinished(5000));
+        qInfo("second start ended after %lld ms", static_cast<long long>(timer.elapsed()));
+        QCOMPARE(second.exitCode(), 0);
+        QCOMPARE(first.state(), QProcess::Running);
+        first.terminate();
+        QVERIFY(first.waitForFinished(30000));
+        QCOMPARE(first.exitCode(), 0);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestLifecycle)
+#include "tst_lifecycle.moc"
