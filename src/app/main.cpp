@@ -3,6 +3,7 @@
 #include "platform/InotifyFileEventService.h"
 #include "platform/InstanceChannel.h"
 #include "platform/QSettingsStore.h"
+#include "platform/SessionInhibitor.h"
 #include "platform/UnixSignalNotifier.h"
 #include "platform/XdgAutostartLoginItem.h"
 #include "sync/SyncManager.h"
@@ -69,6 +70,22 @@ int main(int argc, char *argv[])
         qCInfo(lcGeneral, "Received signal %d: quitting", signal);
         nimbrell.quit();
     });
+
+    // While a sync runs, logout, shutdown and sleep wait for it; when they
+    // come anyway, the syncs stop gracefully first and run again on waking.
+    SessionInhibitor inhibitor;
+    QObject::connect(&manager, &SyncManager::syncActivityChanged, &inhibitor, &SessionInhibitor::setHeld);
+    const auto systemGoesDown = [&nimbrell, &manager](bool starting) {
+        if (nimbrell.isQuitting())
+            return;
+        qCInfo(lcGeneral, "The system %s", starting ? "is about to sleep or shut down: stopping syncs" : "is back");
+        if (starting)
+            manager.suspendRuns();
+        else
+            manager.resumeRuns();
+    };
+    QObject::connect(&inhibitor, &SessionInhibitor::prepareForSleep, &nimbrell, systemGoesDown);
+    QObject::connect(&inhibitor, &SessionInhibitor::prepareForShutdown, &nimbrell, systemGoesDown);
 
     QObject::connect(&nimbrell, &NimbrellApp::mainWindowShown, &app, [&engine, &app] {
         // For the start-up benchmark: say when the main window has been drawn.

@@ -200,30 +200,100 @@ private Q_SLOTS:
         QCOMPARE(readFile(sandbox.root() + "/backup/note.txt"), QByteArray("note"));
     }
 
-    void cancelLeavesNoLockAndNoChild()
+    // An abort in the middle of an upload: rclone stops by itself (it is not
+    // killed), leaves no lock, and the next run brings both sides level.
+    void abortDuringAnUpload()
     {
         RcloneSandbox sandbox;
         const QString local = sandbox.makeDirectory(QStringLiteral("local"));
-        for (int i = 0; i < 300; ++i)
-            writeFile(local + QStringLiteral("/f%1.txt").arg(i), QByteArray::number(i));
-        sandbox.addWebDav(QStringLiteral("slow"), sandbox.makeDirectory(QStringLiteral("served")), true);
+        const QString backup = sandbox.makeDirectory(QStringLiteral("backup"));
+        writeFile(local + "/big.bin", QByteArray(20 * 1024 * 1024, 'b'));
+        writeFile(local + "/small.txt", "small");
+        sandbox.addAlias(QStringLiteral("backup"), backup);
+        qputenv("RCLONE_BWLIMIT", "4M");
         RcloneEngine engine(RcloneSandbox::rclone());
 
         Outcome<std::monostate> outcome;
-        QList<QPointer<QProcess>> processes;
-        int progressReports = 0;
-        QPointer<RcloneJob> job = engine.bisync(request(local, QStringLiteral("slow:target"), true), nullptr,
-                                                [&](const SyncProgress &) { ++progressReports; }, outcome.callback());
-        connect(job.data(), &RcloneJob::processStarted, this, [&](QProcess *p) { processes.append(p); });
-        QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty() && progressReports > 0, 20000);
-        const qint64 pid = processes.value(0) ? processes.value(0)->processId() : 0;
-        QVERIFY(pid > 0);
+        QPointer<QProcess> process;
+        QPointer<RcloneJob> job = engine.bisync(request(local, QStringLiteral("backup:"), true), nullptr, {},
+                                                outcome.callback());
+        connect(job.data(), &RcloneJob::processStarted, this, [&](QProcess *p) {
+            if (p->arguments().value(0) == "bisync")
+                process = p;
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty(), 20000);
+        QTest::qWait(1500); // well into the upload
+        QSignalSpy finished(process.data(), &QProcess::finished);
         job->cancel();
-        QVERIFY(outcome.wait());
+        QVERIFY(outcome.wait(150000));
+        qunsetenv("RCLONE_BWLIMIT");
         QVERIFY(outcome.result->isCancelled());
-        QVERIFY(::kill(static_cast<pid_t>(pid), 0) != 0); // the child is gone
-        QVERIFY(lockFiles().isEmpty());                   // and stopped cleanly
-        QCOMPARE(processes.size(), 1);                    // no retry after a cancel
+        QCOMPARE(finished.count(), 1);
+        QCOMPARE(finished.at(0).at(1).value<QProcess::ExitStatus>(), QProcess::NormalExit); // not killed
+        QVERIFY(lockFiles().isEmpty());
+
+        Outcome<std::monostate> next;
+        engine.bisync(request(local, QStringLiteral("backup:"), false), nullptr, {}, next.callback());
+        QVERIFY(next.wait());
+        QVERIFY2(next.result->ok(), qPrintable(next.result->errorDescription()));
+        QCOMPARE(filesUnder(backup), filesUnder(local));
+        QCOMPARE(readFile(backup + "/big.bin"), readFile(local + "/big.bin"));
+    }
+
+    // A bisync of the pair left running by an earlier run of the program is
+    // waited for, not failed on.
+    void earlierBisyncOfThePairIsWaitedFor()
+    {
+        RcloneSandbox sandbox;
+        const QString local = sandbox.makeDirectory(QStringLiteral("local"));
+        sandbox.addAlias(QStringLiteral("backup"), sandbox.makeDirectory(QStringLiteral("backup")));
+        writeFile(local + "/big.bin", QByteArray(8 * 1024 * 1024, 'b'));
+        const BisyncRequest r = request(local, QStringLiteral("backup:"), true);
+        QDir().mkpath(RcloneEngine::workDirectory());
+        QProcess earlier;
+        earlier.start(RcloneSandbox::rclone(), RcloneEngine::bisyncArguments(r, RcloneEngine::workDirectory())
+                                                   << QStringLiteral("--bwlimit") << QStringLiteral("2M"));
+        QVERIFY(earlier.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty(), 20000);
+
+        RcloneEngine engine(RcloneSandbox::rclone());
+        Outcome<std::monostate> outcome;
+        QPointer<RcloneJob> job = engine.bisync(r, nullptr, {}, outcome.callback());
+        QSignalSpy waiting(job.data(), &RcloneJob::waitingChanged);
+        QTRY_COMPARE(waiting.count(), 1);
+        QCOMPARE(waiting.at(0).at(0).toBool(), true);
+        earlier.terminate(); // it stops gracefully; then ours runs
+        QVERIFY(outcome.wait(150000));
+        QVERIFY2(outcome.result->ok(), qPrintable(outcome.result->errorDescription()));
+        QCOMPARE(waiting.count(), 2);
+        QCOMPARE(readFile(sandbox.root() + "/backup/big.bin").size(), 8 * 1024 * 1024);
+    }
+
+    // A side that lists no files (an unmounted drive, a folder emptied) is
+    // never filled from the other by an automatic resync, on the run that
+    // finds it nor on later ones.
+    void emptySideIsNeverRefilled()
+    {
+        RcloneSandbox sandbox;
+        const QString local = sandbox.makeDirectory(QStringLiteral("mount point"));
+        const QString backup = sandbox.makeDirectory(QStringLiteral("backup"));
+        writeFile(local + "/a.txt", "a");
+        sandbox.addAlias(QStringLiteral("backup"), backup);
+        RcloneEngine engine(RcloneSandbox::rclone());
+        Outcome<std::monostate> first;
+        engine.bisync(request(local, QStringLiteral("backup:"), true), nullptr, {}, first.callback());
+        QVERIFY(first.wait());
+        QVERIFY(first.result->ok());
+
+        QVERIFY(QFile::remove(local + "/a.txt")); // the drive is gone, its mount point empty
+        for (int run = 0; run < 2; ++run) {
+            Outcome<std::monostate> again;
+            engine.bisync(request(local, QStringLiteral("backup:"), false), nullptr, {}, again.callback());
+            QVERIFY(again.wait());
+            QCOMPARE(again.result->error().kind, RcloneError::Kind::resyncWithheld);
+            QVERIFY(filesUnder(local).isEmpty());
+            QCOMPARE(filesUnder(backup), QStringList{"a.txt"});
+        }
     }
 };
 

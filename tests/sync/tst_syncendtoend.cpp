@@ -65,27 +65,6 @@ private Q_SLOTS:
         QCOMPARE(stored.lastError, std::nullopt);
     }
 
-    void missingLocalFolderEndsInError()
-    {
-        RcloneSandbox sandbox;
-        sandbox.addAlias("backup", sandbox.makeDirectory("aliased"));
-        MemorySettingsStore settings;
-        RcloneEngine engine(RcloneSandbox::rclone());
-        InotifyFileEventService fileEvents;
-        SyncManager manager({settings, engine, fileEvents});
-
-        SyncFolder folder;
-        folder.name = "Gone";
-        folder.localPath = sandbox.root() + "/no such folder";
-        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "x", false}};
-        manager.addFolder(folder);
-        manager.syncFolder(folder.id);
-        QTRY_COMPARE_WITH_TIMEOUT(manager.folders()[0].status, SyncStatus::error, 30000);
-        const QString error = manager.folders()[0].lastError.value_or(QString());
-        // The entry holds the end of rclone's own output.
-        QVERIFY2(error.startsWith("backup:x — ") && error.contains("Failed to bisync"), qPrintable(error));
-    }
-
     void folderDeletedDuringARun()
     {
         RcloneSandbox sandbox;
