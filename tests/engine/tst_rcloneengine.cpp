@@ -521,18 +521,6 @@ private Q_SLOTS:
         QCOMPARE(remotes.result->value(), (QList<CloudRemote>{{"gdrive", "drive"}, {"work docs", "alias"}}));
     }
 
-    void remoteCommandFailureReachesTheCaller()
-    {
-        FakeRclone fake;
-        fake.script("config", "echo 'Failed to create: remote \"x\" already exists' >&2; exit 1\n");
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> created;
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code 1"));
-        engine.createRemote("x", "drive", nullptr, created.callback());
-        QVERIFY(created.wait());
-        QCOMPARE(created.result->error().description, "Failed to create: remote \"x\" already exists\n");
-    }
-
     void parseRemoteList_data()
     {
         QTest::addColumn<QString>("output");

@@ -509,10 +509,6 @@ private Q_SLOTS:
 
         manager.deleteFolder(a.id);
         QCOMPARE(m_fileEvents.watchedPaths(), QStringList{"/elsewhere"});
-
-        manager.setGlobalSyncEnabled(false);
-        QVERIFY(m_fileEvents.watchedPaths().isEmpty());
-        QCOMPARE(manager.watcher(b.id), nullptr);
     }
 
     void switchingAutomaticSync()
