@@ -119,10 +119,13 @@ void writeFixture(const QString &root)
     SyncFolder photos;
     photos.name = QStringLiteral("Photos");
     photos.localPath = home + QStringLiteral("/Pictures");
-    photos.remoteTargets = {target("Work Dropbox", "Photos"), target("archive", "photos")};
-    photos.status = SyncStatus::syncing;
-    photos.currentTargetIndex = 1;
-    photos.progress = 0.62;
+    // Synced for real while the pictures are taken, slowly (RCLONE_BWLIMIT).
+    photos.remoteTargets = {RemoteTarget{QUuid::createUuid(), QStringLiteral("scratch"), root + QStringLiteral("/scratch/photos"), true},
+                            target("archive", "photos")};
+    QDir().mkpath(photos.localPath);
+    QFile picture(photos.localPath + QStringLiteral("/holiday.raw"));
+    if (picture.open(QIODevice::WriteOnly))
+        picture.write(QByteArray(50 * 1024 * 1024, 'p'));
     photos.lastSync = now.addSecs(-2 * 3600);
     SyncFolder projects;
     projects.name = QStringLiteral("Projects");
@@ -161,7 +164,7 @@ void shoot(const QString &appearance, bool withData)
     RcloneEngine engine(QStringLiteral(RCLONE_PATH));
     InotifyFileEventService fileEvents;
     XdgAutostartLoginItem loginItem;
-    NimbrellApp app({settings, engine, fileEvents, loginItem});
+    NimbrellApp app({settings, engine, fileEvents, loginItem, 1}); // one sync at a time: the next one waits
     app.start();
     QQuickWindow *main = app.window(QStringLiteral("main"));
     const QString suffix = u'-' + appearance;
@@ -179,8 +182,13 @@ void shoot(const QString &appearance, bool withData)
     save(main, QStringLiteral("remote-storage-error") + suffix);
     app.navigation()->showFolder(uuidStringOf(app, 0));
     save(main, QStringLiteral("main-folder-selected") + suffix);
+    app.syncManager()->syncFolder(app.syncManager()->folders().at(1).id);
+    app.syncManager()->syncFolder(app.syncManager()->folders().at(4).id);
     app.navigation()->showFolder(uuidStringOf(app, 1));
+    waitFor([&] { return app.syncManager()->folders().at(1).transferredSize.has_value(); });
     save(main, QStringLiteral("folder-syncing") + suffix);
+    app.navigation()->showFolder(uuidStringOf(app, 4));
+    save(main, QStringLiteral("folder-waiting") + suffix);
     app.navigation()->showFolder(uuidStringOf(app, 2));
     save(main, QStringLiteral("folder-error") + suffix);
     invoke(main, "errorLogSheet", "open");
@@ -235,12 +243,23 @@ void shoot(const QString &appearance, bool withData)
     save(app.openWindow(QStringLiteral("about")), QStringLiteral("about") + suffix);
 
     QMenu *menu = app.trayMenu()->menu();
-    menu->adjustSize();
-    const QString menuPath = g_output + QStringLiteral("/tray-menu") + suffix + QStringLiteral(".png");
-    if (menu->grab().save(menuPath))
-        std::printf("%s\n", qPrintable(menuPath));
-    else
-        g_failed = true;
+    const auto saveMenu = [&](const QString &name) {
+        menu->adjustSize();
+        const QString menuPath = g_output + u'/' + name + suffix + QStringLiteral(".png");
+        if (menu->grab().save(menuPath))
+            std::printf("%s\n", qPrintable(menuPath));
+        else
+            g_failed = true;
+    };
+    saveMenu(QStringLiteral("tray-menu"));
+
+    // Quitting while Photos syncs: the window waits for rclone to stop. The
+    // program then leaves its event loops, so this comes last.
+    app.navigation()->showFolder(uuidStringOf(app, 1));
+    app.quit();
+    saveMenu(QStringLiteral("tray-menu-finishing"));
+    if (main->grabWindow().save(g_output + QStringLiteral("/main-finishing") + suffix + QStringLiteral(".png")))
+        std::printf("%s\n", qPrintable(g_output + QStringLiteral("/main-finishing") + suffix + QStringLiteral(".png")));
 }
 
 } // namespace
@@ -248,6 +267,7 @@ void shoot(const QString &appearance, bool withData)
 int main(int argc, char *argv[])
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
+    qputenv("RCLONE_BWLIMIT", "1M"); // syncs last while they are pictured
     if (qEnvironmentVariableIsEmpty("NIMBRELL_APPEARANCE"))
         qputenv("NIMBRELL_APPEARANCE", "light");
     prepareGraphics();

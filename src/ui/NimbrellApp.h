@@ -1,5 +1,7 @@
 #pragma once
 
+#include "sync/SyncManager.h"
+
 #include <QHash>
 #include <QObject>
 #include <QPointer>
@@ -19,7 +21,6 @@ class RcloneEngine;
 class RemoteListModel;
 class SettingsController;
 class SettingsStore;
-class SyncManager;
 class TrayMenu;
 
 // What the application runs on; main() provides the real services, tests
@@ -30,6 +31,7 @@ struct AppServices
     RcloneEngine &engine;
     FileEventService &fileEvents;
     LoginItemService &loginItem;
+    int concurrentSyncs = defaultConcurrentSyncs();
 };
 
 // The application: the one sync manager and navigation state, the models the
