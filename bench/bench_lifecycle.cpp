@@ -109,7 +109,7 @@ void terminationTime(int syncs)
     timer.start();
     program.terminate();
     program.waitForFinished(180000);
-    std::printf("SIGTERM to exit, %d sync(s) asked for, %lld rclone running: %.2f s (exit status %d)\n", syncs,
+    std::printf("SIGTERM to exit, %d sync(s) asked for, %lld rclone children at the time: %.2f s (exit status %d)\n", syncs,
                 static_cast<long long>(running), double(timer.nsecsElapsed()) / 1e9, program.exitCode());
 }
 

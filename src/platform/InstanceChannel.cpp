@@ -150,8 +150,6 @@ std::optional<QJsonObject> InstanceChannel::send(const QString &command, const Q
             QByteArray line;
             while (!line.endsWith('\n') && socket.waitForReadyRead(int(deadline.remainingTime())))
                 line += socket.readAll();
-            if (line.isEmpty() && socket.state() == QLocalSocket::UnconnectedState)
-                line = socket.readAll();
             const QJsonDocument document = QJsonDocument::fromJson(line);
             if (document.isObject())
                 return document.object();

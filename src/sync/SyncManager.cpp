@@ -176,17 +176,10 @@ bool SyncManager::syncFolder(const QUuid &id, SyncTrigger trigger)
     if (row < 0 || m_folders.at(row).remoteTargets.isEmpty() || m_runsSuspended)
         return false;
     if (const auto it = m_runs.find(id); it != m_runs.end()) {
-        if (it->second->state() == SyncRun::State::running) {
+        if (it->second->state() == SyncRun::State::running)
             m_followUps.insert(id);
-        } else if (trigger == SyncTrigger::user) {
-            // Already queued: a user's request moves it ahead of automatic ones.
-            m_queue.removeIf([&id](const auto &entry) { return entry.first == id; });
-            const auto firstAutomatic = std::find_if(m_queue.begin(), m_queue.end(), [](const auto &entry) {
-                return entry.second == SyncTrigger::automatic;
-            });
-            m_queue.insert(firstAutomatic, {id, trigger});
-            startQueuedRuns();
-        }
+        else if (trigger == SyncTrigger::user)
+            enqueue(id, trigger); // already queued: now ahead of automatic runs
         return true;
     }
     SyncFolder folder = m_folders.at(row);
@@ -198,18 +191,22 @@ bool SyncManager::syncFolder(const QUuid &id, SyncTrigger trigger)
     if (FolderWatcher *watcher = findWatcher(id))
         watcher->setSyncing(true);
     m_runs[id] = makeRun(id);
-    if (trigger == SyncTrigger::user) {
-        const auto firstAutomatic = std::find_if(m_queue.begin(), m_queue.end(), [](const auto &entry) {
-            return entry.second == SyncTrigger::automatic;
-        });
-        m_queue.insert(firstAutomatic, {id, trigger});
-    } else {
-        m_queue.append({id, trigger});
-    }
+    enqueue(id, trigger);
     replaceFolder(row, folder);
     updateActivity();
     startQueuedRuns();
     return true;
+}
+
+void SyncManager::enqueue(const QUuid &id, SyncTrigger trigger)
+{
+    m_queue.removeIf([&id](const auto &entry) { return entry.first == id; });
+    // A user's run goes ahead of the automatic ones that wait.
+    const auto at = trigger == SyncTrigger::automatic
+        ? m_queue.end()
+        : std::find_if(m_queue.begin(), m_queue.end(),
+                       [](const auto &entry) { return entry.second == SyncTrigger::automatic; });
+    m_queue.insert(at, {id, trigger});
 }
 
 SyncRun *SyncManager::makeRun(const QUuid &id)
@@ -327,10 +324,6 @@ void SyncManager::suspendRuns()
     for (const auto &[id, run] : m_runs)
         m_suspendedRuns.append(id);
     m_periodicTimer.stop();
-    for (const SyncFolder &folder : std::as_const(m_folders)) {
-        if (folder.status == SyncStatus::syncing && !m_suspendedRuns.contains(folder.id))
-            m_suspendedRuns.append(folder.id);
-    }
     for (const QUuid &id : std::as_const(m_suspendedRuns))
         cancelSync(id);
 }

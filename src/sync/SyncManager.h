@@ -133,6 +133,7 @@ private:
     bool changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change);
     FolderWatcher *findWatcher(const QUuid &id) const;
     SyncRun *makeRun(const QUuid &id);
+    void enqueue(const QUuid &id, SyncTrigger trigger);
     void startQueuedRuns();
     void runFinished(SyncRun *run, const QStringList &errors);
     void runStopped(SyncRun *run);
