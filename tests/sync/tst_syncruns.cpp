@@ -263,23 +263,6 @@ private Q_SLOTS:
         QCOMPARE(storedFolders(), QList<SyncFolder>{keep});
     }
 
-    void syncAllSkipsSyncingFolders()
-    {
-        m_fake->script("bisync", kHeldBisync);
-        SyncManager manager(environment());
-        const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1);
-        manager.addFolder(a);
-        manager.addFolder(b);
-        manager.syncFolder(a.id);
-        QTRY_COMPARE(bisyncRemotes().size(), 1);
-        manager.syncAllFolders();
-        QTRY_COMPARE(bisyncRemotes().size(), 2);
-        QTest::qWait(100);
-        QCOMPARE(bisyncRemotes(), (QStringList{"r0:A", "r0:B"}));
-        release("r0");
-        QTRY_COMPARE(manager.folders()[1].status, SyncStatus::success);
-    }
-
     void renamedFolderIsFoundThroughItsBookmark()
     {
         QTemporaryDir parent;
@@ -410,29 +393,34 @@ private Q_SLOTS:
         QVERIFY(!manager.folders()[0].remoteTargets[1].hasResynced); // a new target takes the editor's
     }
 
-    // Sleep, shutdown and quitting stop every run and start none until resumed.
-    void suspendAndResume()
+    // Sync-all skips a folder that syncs already. Sleep, shutdown and
+    // quitting stop every run and start none until resumed.
+    void syncAllThenSuspendAndResume()
     {
         m_fake->script("bisync", kHeldBisync);
         SyncManager manager(environment());
-        const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1);
+        const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1), c = makeFolder("C", 0);
         manager.addFolder(a);
         manager.addFolder(b);
+        manager.addFolder(c);
         manager.syncFolder(a.id);
         QTRY_COMPARE(bisyncRemotes().size(), 1);
+        manager.syncAllFolders();
+        QTRY_COMPARE(bisyncRemotes().size(), 2);
+        QCOMPARE(sorted(bisyncRemotes()), (QStringList{"r0:A", "r0:B"}));
 
         manager.suspendRuns();
         QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
-        QCOMPARE(storedFolders().value(0).status, SyncStatus::idle);
-        QVERIFY(!manager.syncFolder(b.id));
+        QCOMPARE(storedFolders().value(1).status, SyncStatus::idle);
+        QVERIFY(!manager.syncFolder(c.id) && !manager.syncFolder(a.id));
         QTRY_VERIFY(!manager.isSyncActive());
-        QCOMPARE(bisyncRemotes().size(), 1);
+        QCOMPARE(bisyncRemotes().size(), 2);
 
-        manager.resumeRuns(); // the stopped run starts again; B was never asked to run
-        QTRY_COMPARE(bisyncRemotes().size(), 2);
-        QCOMPARE(manager.folders()[1].status, SyncStatus::idle);
+        manager.resumeRuns(); // the stopped runs start again
+        QTRY_COMPARE(bisyncRemotes().size(), 4);
         release("r0");
-        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        QTRY_VERIFY(manager.folders()[0].status == SyncStatus::success && manager.folders()[1].status == SyncStatus::success);
+        QCOMPARE(manager.folders()[2].status, SyncStatus::idle);
     }
 
     // ---- watching -------------------------------------------------------
