@@ -100,6 +100,8 @@ private Q_SLOTS:
         badIndex.progress = 1.0;
         QCOMPARE(TrayMenu::syncingLines({idle, plain, onTarget, badIndex}),
                  (QStringList{"Docs — 42%", "Photos → remote1 — 99%", "Music — 100%"}));
+        const auto waitsForASlot = [&](const QUuid &id) { return id == plain.id; };
+        QCOMPARE(TrayMenu::syncingLines({plain}, waitsForASlot), QStringList{"Docs — Waiting for another sync to finish…"});
         QVERIFY(TrayMenu::syncingLines({idle}).isEmpty());
     }
 
@@ -125,6 +127,8 @@ private Q_SLOTS:
         manager.addFolder(folder);
         QCOMPARE(texts(), (QStringList{"Open Dashboard", "-", "Syncing", "Docs → remote0 — 50%", "-", "Settings...",
                                        "About Nimbrell", "-", "Quit Nimbrell"}));
+        tray.setFinishing(true);
+        QCOMPARE(texts().mid(0, 3), (QStringList{"Finishing syncs…", "-", "Open Dashboard"}));
     }
 
     void loginSwitchShowsTheRealState()
