@@ -17,7 +17,6 @@
 
 #include <cerrno>
 #include <csignal>
-#include <cstring>
 #include <limits>
 
 #include <fcntl.h>
@@ -263,7 +262,7 @@ public:
     void start()
     {
         if (m_output == Output::merged && m_outputFd < 0)
-            return finish({Exit::How::launchFailed, 0, QStringLiteral("No buffer for rclone's output: %1").arg(QString::fromLocal8Bit(std::strerror(errno)))});
+            return finish({Exit::How::launchFailed, 0, QStringLiteral("No memory to buffer rclone's output")});
         m_process.start(QIODevice::ReadOnly);
         if (m_output == Output::merged)
             m_poll.start();
