@@ -34,8 +34,12 @@ int main(int argc, char *argv[])
         const std::optional<QJsonObject> reply = InstanceChannel::send(QStringLiteral("raise"), {}, 3s);
         if (reply && reply->value(QStringLiteral("ok")).toBool())
             return 0;
-        std::fputs("nimbrell: another instance is running but does not answer\n", stderr);
-        return 1;
+        // One that is quitting finishes its syncs first; this start then takes over.
+        const bool quitting = reply && reply->value(QStringLiteral("error")).toString() == u"quitting";
+        if (!quitting || !instance.tryLock(RcloneEngine::kGracefulStopBound + 10s)) {
+            std::fputs("nimbrell: another instance is running but does not answer\n", stderr);
+            return 1;
+        }
     }
 
     prepareGraphics();
@@ -55,6 +59,8 @@ int main(int argc, char *argv[])
            manager.isGlobalSyncEnabled() ? "on" : "off", static_cast<long long>(manager.globalSyncIntervalMinutes()));
 
     instance.setHandler(QStringLiteral("raise"), [&nimbrell](const QJsonObject &) {
+        if (nimbrell.isQuitting())
+            return QJsonObject{{QStringLiteral("error"), QStringLiteral("quitting")}};
         nimbrell.openWindow(QStringLiteral("main"));
         return QJsonObject();
     });

@@ -61,7 +61,7 @@ QString InstanceChannel::socketPath()
     return directory() + QStringLiteral("/instance-") + configurationKey();
 }
 
-bool InstanceChannel::tryLock()
+bool InstanceChannel::tryLock(std::chrono::milliseconds wait)
 {
     QDir().mkpath(directory());
     QFile::setPermissions(directory(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
@@ -69,7 +69,12 @@ bool InstanceChannel::tryLock()
     // Held for the whole life of the instance: never stale by age, only when
     // its process is gone.
     m_lock->setStaleLockTime(0);
-    if (m_lock->tryLock(0))
+    // QLockFile's own wait backs off to seconds between tries; this one
+    // takes the lock within a tenth of a second of its release.
+    const QDeadlineTimer deadline(wait);
+    while (!m_lock->tryLock(0) && m_lock->error() == QLockFile::LockFailedError && !deadline.hasExpired())
+        QThread::msleep(100);
+    if (m_lock->isLocked())
         return true;
     // Only another instance holding it keeps this one from running; a lock
     // that cannot be made at all (a read-only directory) does not.

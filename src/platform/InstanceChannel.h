@@ -37,9 +37,9 @@ public:
     ~InstanceChannel() override;
 
     // Becomes the running instance, before any application object exists:
-    // false while another one holds the lock. A lock left by an instance that
-    // died is taken over.
-    bool tryLock();
+    // false while another one holds the lock after `wait`. A lock left by an
+    // instance that died is taken over.
+    bool tryLock(std::chrono::milliseconds wait = std::chrono::milliseconds(0));
     // Starts answering requests (once the application object exists); a
     // socket left by an instance that died is replaced.
     bool listen();

@@ -205,6 +205,41 @@ private Q_SLOTS:
         QVERIFY(first.waitForFinished(30000));
         QCOMPARE(first.exitCode(), 0);
     }
+
+    // Started again while the running one finishes its syncs: the new start
+    // waits for it to end, then runs, rather than handing over to a program
+    // that is leaving.
+    void startWhileQuittingTakesOver()
+    {
+        prepare();
+        // A copy of the program beside an rclone whose bisync takes 2 s to stop.
+        QDir().mkpath(m_root->filePath("bin"));
+        QDir().mkpath(m_root->filePath("libexec/nimbrell"));
+        const QString program = m_root->filePath("bin/nimbrell");
+        QVERIFY(QFile::copy(NIMBRELL_EXECUTABLE, program));
+        QVERIFY(QFile::link(FAKE_RCLONE_PATH, m_root->filePath("libexec/nimbrell/rclone")));
+        QDir().mkpath(m_root->filePath("fake"));
+        writeFile(m_root->filePath("fake/bisync.sh"), "trap 'sleep 2; exit 143' TERM\nwhile :; do sleep 0.05; done\n");
+        QProcessEnvironment env = environment();
+        env.insert("FAKE_RCLONE_DIR", m_root->filePath("fake"));
+        QProcess first, second;
+        for (QProcess *process : {&first, &second}) {
+            process->setProcessEnvironment(env);
+            process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        }
+        first.start(program, {});
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(m_root->filePath("fake/.count.bisync")), 20000);
+        first.terminate();
+        QTest::qWait(300);
+        second.start(program, {});
+        QVERIFY(first.waitForFinished(30000));
+        QCOMPARE(first.exitCode(), 0);
+        QTest::qWait(1000);
+        QCOMPARE(second.state(), QProcess::Running);
+        second.terminate();
+        QVERIFY(second.waitForFinished(30000));
+        QCOMPARE(second.exitCode(), 0);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestLifecycle)
