@@ -58,13 +58,14 @@ class TestLifecycle : public QObject
         writeFile(storePath(), FolderStore::encode({folder}).value());
     }
 
-    void start(QProcess &program, const QString &platform = "offscreen")
+    void start(QProcess &program, const QProcessEnvironment &env, const QString &executable = NIMBRELL_EXECUTABLE)
     {
-        program.setProcessEnvironment(environment(platform));
+        program.setProcessEnvironment(env);
         program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        program.start(NIMBRELL_EXECUTABLE, {});
+        program.start(executable, {});
         QVERIFY(program.waitForStarted());
     }
+    void start(QProcess &program) { start(program, environment()); }
 
     QList<qint64> rclonesOfThisHome() const
     {
@@ -164,10 +165,7 @@ private Q_SLOTS:
             QTRY_VERIFY(QFileInfo::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(display)));
             QProcessEnvironment env = environment("xcb");
             env.insert("DISPLAY", QStringLiteral(":%1").arg(display));
-            program.setProcessEnvironment(env);
-            program.setProcessChannelMode(QProcess::ForwardedErrorChannel);
-            program.start(NIMBRELL_EXECUTABLE, {});
-            QVERIFY(program.waitForStarted());
+            start(program, env);
         } else {
             start(program);
         }
@@ -223,15 +221,11 @@ private Q_SLOTS:
         QProcessEnvironment env = environment();
         env.insert("FAKE_RCLONE_DIR", m_root->filePath("fake"));
         QProcess first, second;
-        for (QProcess *process : {&first, &second}) {
-            process->setProcessEnvironment(env);
-            process->setProcessChannelMode(QProcess::ForwardedErrorChannel);
-        }
-        first.start(program, {});
+        start(first, env, program);
         QTRY_VERIFY_WITH_TIMEOUT(QFileInfo::exists(m_root->filePath("fake/.count.bisync")), 20000);
         first.terminate();
         QTest::qWait(300);
-        second.start(program, {});
+        start(second, env, program);
         QVERIFY(first.waitForFinished(30000));
         QCOMPARE(first.exitCode(), 0);
         QTest::qWait(1000);

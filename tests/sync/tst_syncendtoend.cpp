@@ -10,7 +10,6 @@
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 
-#include <QDirIterator>
 
 using namespace std::chrono_literals;
 
@@ -63,31 +62,6 @@ private Q_SLOTS:
         QVERIFY(stored.remoteTargets[0].hasResynced);
         QVERIFY(stored.remoteTargets[1].hasResynced);
         QCOMPARE(stored.lastError, std::nullopt);
-    }
-
-    void folderDeletedDuringARun()
-    {
-        RcloneSandbox sandbox;
-        sandbox.addWebDav("slow", sandbox.makeDirectory("served"), true);
-        const QString local = sandbox.makeDirectory("Vanishing");
-        for (int i = 0; i < 300; ++i)
-            writeFile(local + QStringLiteral("/f%1.txt").arg(i), QByteArray::number(i));
-        MemorySettingsStore settings;
-        RcloneEngine engine(RcloneSandbox::rclone());
-        InotifyFileEventService fileEvents;
-        SyncManager manager({settings, engine, fileEvents});
-
-        SyncFolder folder;
-        folder.name = "Vanishing";
-        folder.localPath = local;
-        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "slow", "v", false}};
-        manager.addFolder(folder);
-        manager.syncFolder(folder.id);
-        QTRY_VERIFY_WITH_TIMEOUT(manager.folders()[0].transferredFiles.has_value(), 20000);
-        QVERIFY(QDir(local).removeRecursively());
-        QTRY_VERIFY_WITH_TIMEOUT(manager.folders()[0].status != SyncStatus::syncing, 60000);
-        if (manager.folders()[0].status == SyncStatus::error)
-            QVERIFY(!manager.folders()[0].lastError.value_or(QString()).isEmpty());
     }
 
     // More directories than watches: the folder syncs, the limit is logged
