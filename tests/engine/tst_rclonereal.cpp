@@ -45,6 +45,16 @@ class TestRcloneReal : public QObject
         return BisyncRequest{local, remote, SyncFilterOptions(), ConflictResolution::keepBoth, initial};
     }
 
+    // A throttled bisync started outside the engine, once it holds the pair's lock.
+    static void startHoldingTheLock(QProcess &process, const BisyncRequest &r, const QString &bwlimit)
+    {
+        QDir().mkpath(RcloneEngine::workDirectory());
+        process.start(RcloneSandbox::rclone(), RcloneEngine::bisyncArguments(r, RcloneEngine::workDirectory())
+                                                   << QStringLiteral("--bwlimit") << bwlimit);
+        QVERIFY(process.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty(), 20000);
+    }
+
 private Q_SLOTS:
     void initTestCase()
     {
@@ -158,12 +168,8 @@ private Q_SLOTS:
         const BisyncRequest r = request(local, QStringLiteral("backup:"), true);
 
         // A bisync killed hard in the middle leaves its lock behind.
-        QDir().mkpath(RcloneEngine::workDirectory());
         QProcess killed;
-        killed.start(RcloneSandbox::rclone(), RcloneEngine::bisyncArguments(r, RcloneEngine::workDirectory())
-                                                  << QStringLiteral("--bwlimit") << QStringLiteral("100k"));
-        QVERIFY(killed.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty(), 20000);
+        startHoldingTheLock(killed, r, QStringLiteral("100k"));
         ::kill(static_cast<pid_t>(killed.processId()), SIGKILL);
         QVERIFY(killed.waitForFinished());
         const QString lock = RcloneEngine::workDirectory() + u'/' + lockFiles().value(0);
@@ -249,12 +255,8 @@ private Q_SLOTS:
         sandbox.addAlias(QStringLiteral("backup"), sandbox.makeDirectory(QStringLiteral("backup")));
         writeFile(local + "/big.bin", QByteArray(8 * 1024 * 1024, 'b'));
         const BisyncRequest r = request(local, QStringLiteral("backup:"), true);
-        QDir().mkpath(RcloneEngine::workDirectory());
         QProcess earlier;
-        earlier.start(RcloneSandbox::rclone(), RcloneEngine::bisyncArguments(r, RcloneEngine::workDirectory())
-                                                   << QStringLiteral("--bwlimit") << QStringLiteral("2M"));
-        QVERIFY(earlier.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty(), 20000);
+        startHoldingTheLock(earlier, r, QStringLiteral("2M"));
 
         RcloneEngine engine(RcloneSandbox::rclone());
         Outcome<std::monostate> outcome;
