@@ -3,6 +3,7 @@
 #include "engine/ProgressParser.h"
 #include "engine/RcloneJob.h"
 #include "platform/AppLogger.h"
+#include "platform/InstallLayout.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -611,8 +612,7 @@ RcloneJob *runAndParse(RcloneEngine *engine, const QStringList &arguments, const
 } // namespace
 
 RcloneEngine::RcloneEngine(QObject *parent)
-    : RcloneEngine(QDir::cleanPath(QCoreApplication::applicationDirPath() + QStringLiteral("/../libexec/nimbrell/rclone")),
-                   parent)
+    : RcloneEngine(InstallLayout::bundledRclonePath(), parent)
 {
     if (!QFileInfo::exists(m_rclonePath))
         qFatal("Failed to find rclone binary in bundle");

@@ -10,7 +10,11 @@
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QStandardPaths>
+#include <QPointer>
 #include <QThread>
+
+#include <cerrno>
+#include <csignal>
 
 namespace {
 
@@ -84,6 +88,35 @@ bool InstanceChannel::tryLock(std::chrono::milliseconds wait)
     return true;
 }
 
+InstanceChannel::Claim InstanceChannel::claim(const std::function<void(const QString &)> &say)
+{
+    using namespace std::chrono_literals;
+    if (tryLock())
+        return Claim::acquired;
+    const std::optional<QJsonObject> reply = send(QStringLiteral("raise"), {}, 3s);
+    if (reply && reply->value(QStringLiteral("ok")).toBool())
+        return Claim::handedOver;
+    const QString error = reply ? reply->value(QStringLiteral("error")).toString() : QString();
+    if (error == u"no window") {
+        say(QStringLiteral("Nimbrell runs here as a service without a window (nimbrell --headless).\n"
+                           "`nimbrell status` shows its folders; stop the service "
+                           "(systemctl --user stop nimbrell) to use the window."));
+        return Claim::handedOver;
+    }
+    // One that is quitting finishes its syncs first (within rclone's graceful
+    // stop); a one-off sync runs as long as its syncs take.
+    if (error == u"quitting" && tryLock(kTakeOverWait))
+        return Claim::acquired;
+    if (error == u"busy") {
+        say(QStringLiteral("waiting for `nimbrell sync --wait` to finish"));
+        while (!tryLock(24h)) {
+        }
+        return Claim::acquired;
+    }
+    say(QStringLiteral("another instance is running but does not answer"));
+    return Claim::failed;
+}
+
 bool InstanceChannel::listen()
 {
     m_server = new QLocalServer(this);
@@ -103,7 +136,33 @@ bool InstanceChannel::listen()
 
 void InstanceChannel::setHandler(const QString &command, Handler handler)
 {
+    m_handlers.insert(command, [handler = std::move(handler)](const QJsonObject &request, const Reply &reply) {
+        reply(handler(request));
+    });
+}
+
+void InstanceChannel::setHandler(const QString &command, AsyncHandler handler)
+{
     m_handlers.insert(command, std::move(handler));
+}
+
+void InstanceChannel::release()
+{
+    delete std::exchange(m_server, nullptr);
+    if (m_lock)
+        m_lock->unlock();
+    m_lock.reset();
+}
+
+bool InstanceChannel::isHeld()
+{
+    QLockFile lock(socketPath() + QStringLiteral(".lock"));
+    qint64 pid = 0;
+    QString hostName;
+    QString application;
+    if (!lock.getLockInfo(&pid, &hostName, &application) || pid <= 0)
+        return false;
+    return ::kill(pid_t(pid), 0) == 0 || errno == EPERM;
 }
 
 void InstanceChannel::serve(QLocalSocket *socket)
@@ -115,28 +174,32 @@ void InstanceChannel::serve(QLocalSocket *socket)
                 socket->abort();
             return;
         }
-        const QJsonObject message = answer(socket->readLine(kMaxMessageBytes));
-        socket->write(QJsonDocument(message).toJson(QJsonDocument::Compact) + '\n');
-        socket->disconnectFromServer();
+        // A reply may come after the asker has gone.
+        answer(socket->readLine(kMaxMessageBytes), [socket = QPointer(socket)](const QJsonObject &message) {
+            if (!socket)
+                return;
+            socket->write(QJsonDocument(message).toJson(QJsonDocument::Compact) + '\n');
+            socket->disconnectFromServer();
+        });
     });
 }
 
-QJsonObject InstanceChannel::answer(const QByteArray &line) const
+void InstanceChannel::answer(const QByteArray &line, Reply send) const
 {
     QJsonParseError parseError;
     const QJsonDocument document = QJsonDocument::fromJson(line, &parseError);
     if (!document.isObject())
-        return error(QStringLiteral("not a JSON object"));
+        return send(error(QStringLiteral("not a JSON object")));
     const QJsonObject request = document.object();
     if (request.value(QStringLiteral("nimbrell")).toInt() != kVersion)
-        return error(QStringLiteral("unsupported version %1; this is version %2")
-                         .arg(request.value(QStringLiteral("nimbrell")).toVariant().toString())
-                         .arg(kVersion));
+        return send(error(QStringLiteral("unsupported version %1; this is version %2")
+                              .arg(request.value(QStringLiteral("nimbrell")).toVariant().toString())
+                              .arg(kVersion)));
     const QString command = request.value(QStringLiteral("command")).toString();
     const auto handler = m_handlers.constFind(command);
     if (handler == m_handlers.cend())
-        return error(QStringLiteral("unknown command \"%1\"").arg(command));
-    return reply((*handler)(request));
+        return send(error(QStringLiteral("unknown command \"%1\"").arg(command)));
+    (*handler)(request, [send](const QJsonObject &fields) { send(reply(fields)); });
 }
 
 std::optional<QJsonObject> InstanceChannel::send(const QString &command, const QJsonObject &arguments,

@@ -31,7 +31,13 @@ class InstanceChannel final : public QObject
 
 public:
     static constexpr int kVersion = 1;
+    // How long a start waits for a quitting instance: rclone's graceful stop
+    // bound and a little more.
+    static constexpr std::chrono::seconds kTakeOverWait{130};
     using Handler = std::function<QJsonObject(const QJsonObject &request)>;
+    // A command whose reply comes later (it runs rclone, say).
+    using Reply = std::function<void(const QJsonObject &fields)>;
+    using AsyncHandler = std::function<void(const QJsonObject &request, Reply reply)>;
 
     explicit InstanceChannel(QObject *parent = nullptr);
     ~InstanceChannel() override;
@@ -40,12 +46,26 @@ public:
     // false while another one holds the lock after `wait`. A lock left by an
     // instance that died is taken over.
     bool tryLock(std::chrono::milliseconds wait = std::chrono::milliseconds(0));
+    // What a start of the program with windows does when it may not be the
+    // only one: become the instance, or hand over to the one that runs (its
+    // window comes forward) and leave. An instance that is quitting, or a
+    // one-off `nimbrell sync --wait`, is waited for; `say` tells the user why.
+    enum class Claim { acquired, handedOver, failed };
+    Claim claim(const std::function<void(const QString &)> &say);
+
     // Starts answering requests (once the application object exists); a
     // socket left by an instance that died is replaced.
     bool listen();
     // What a command does: its reply's fields beside "nimbrell" and "ok"
     // (an "error" field makes "ok" false).
     void setHandler(const QString &command, Handler handler);
+    void setHandler(const QString &command, AsyncHandler handler);
+    // Releases the lock and stops answering: another start may take over.
+    void release();
+
+    // Some instance of this configuration holds the lock and is alive. Takes
+    // nothing, so asking never gets in the way of an instance starting.
+    static bool isHeld();
 
     // Sends one request to the running instance and returns its reply, or
     // nothing when no instance answered in time. Blocking; it needs no
@@ -58,9 +78,9 @@ public:
 
 private:
     void serve(QLocalSocket *socket);
-    QJsonObject answer(const QByteArray &line) const;
+    void answer(const QByteArray &line, Reply reply) const;
 
     std::unique_ptr<QLockFile> m_lock;
     QLocalServer *m_server = nullptr;
-    QHash<QString, Handler> m_handlers;
+    QHash<QString, AsyncHandler> m_handlers;
 };

@@ -1,6 +1,7 @@
 #include "platform/XdgAutostartLoginItem.h"
 
-#include <QCoreApplication>
+#include "platform/InstallLayout.h"
+
 #include <QDir>
 #include <QFile>
 #include <QSaveFile>
@@ -21,7 +22,7 @@ QString execValue(const QString &path)
 } // namespace
 
 XdgAutostartLoginItem::XdgAutostartLoginItem(QString executable)
-    : m_executable(executable.isEmpty() ? QCoreApplication::applicationFilePath() : std::move(executable))
+    : m_executable(executable.isEmpty() ? InstallLayout::launcherPath() : std::move(executable))
 {
 }
 

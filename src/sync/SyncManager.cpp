@@ -48,6 +48,7 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     , m_timings(environment.timings)
     , m_clock(environment.clock)
     , m_concurrentSyncs(std::max(1, environment.concurrentSyncs))
+    , m_automaticRuns(environment.automaticRuns)
 {
     // Absent and 0 both mean "never chosen".
     if (m_globalSyncIntervalMinutes == 0)
@@ -60,7 +61,7 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     connect(&m_periodicTimer, &QTimer::timeout, this, &SyncManager::periodicCheck);
     m_periodicTimer.start();
 
-    if (m_isGlobalSyncEnabled)
+    if (m_isGlobalSyncEnabled && m_automaticRuns)
         syncAllFolders();
 }
 
@@ -83,6 +84,8 @@ void SyncManager::setGlobalSyncEnabled(bool enabled)
     if (changed)
         emit isGlobalSyncEnabledChanged(enabled);
     updateWatchers();
+    if (!m_automaticRuns)
+        return;
     if (enabled)
         syncAllFolders();
     else
@@ -339,7 +342,7 @@ void SyncManager::resumeRuns()
 
 void SyncManager::updateWatchers()
 {
-    if (!m_isGlobalSyncEnabled) {
+    if (!m_isGlobalSyncEnabled || !m_automaticRuns) {
         m_watchers.clear();
         return;
     }
@@ -369,7 +372,7 @@ FolderWatcher *SyncManager::findWatcher(const QUuid &id) const
 
 void SyncManager::periodicCheck()
 {
-    if (!m_isGlobalSyncEnabled)
+    if (!m_isGlobalSyncEnabled || !m_automaticRuns)
         return;
     const QDateTime now = m_clock();
     QList<QUuid> due;

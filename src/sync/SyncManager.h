@@ -37,6 +37,9 @@ struct SyncEnvironment
     SyncTimings timings = {};
     std::function<QDateTime()> clock = &QDateTime::currentDateTimeUtc;
     int concurrentSyncs = defaultConcurrentSyncs();
+    // Off for a one-off `nimbrell sync --wait`: no watchers, no periodic
+    // check and no sync of every folder at start, whatever the setting says.
+    bool automaticRuns = true;
 };
 
 // Who asked for a run: a user's runs start before automatic ones that wait.
@@ -151,6 +154,7 @@ private:
     std::function<QDateTime()> m_clock;
     QTimer m_periodicTimer;
     int m_concurrentSyncs;
+    bool m_automaticRuns;
     std::map<QUuid, SyncRun *> m_runs;     // the queued or running run of a folder
     std::map<QUuid, SyncRun *> m_stopping; // cancelled runs whose child has not yet exited
     // Queued runs in the order they start: a user's first, then automatic ones.

@@ -4,9 +4,10 @@
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
 #include "sync/SyncManager.h"
+#include "sync/SyncService.h"
 #include "ui/AppTheme.h"
 #include "ui/FolderListModel.h"
-#include "ui/Formatting.h"
+#include "ui/Format.h"
 #include "ui/IconImageProvider.h"
 #include "ui/NavigationState.h"
 #include "ui/RemoteListModel.h"
@@ -39,6 +40,7 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     , m_engine(services.engine)
     , m_qml(std::make_unique<QQmlEngine>())
     , m_syncManager(std::make_unique<SyncManager>(SyncEnvironment{services.settings, services.engine, services.fileEvents, {}, &QDateTime::currentDateTimeUtc, services.concurrentSyncs}))
+    , m_service(new SyncService(*m_syncManager, services.engine, SyncService::Mode::window, this))
     , m_navigation(new NavigationState(this))
     , m_folders(new FolderListModel(*m_syncManager, this))
     , m_remotes(new RemoteListModel(services.engine, this))
@@ -53,6 +55,7 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     connect(m_tray, &TrayMenu::settingsRequested, this, [this] { openWindow(QStringLiteral("settings")); });
     connect(m_tray, &TrayMenu::aboutRequested, this, [this] { openWindow(QStringLiteral("about")); });
     connect(m_tray, &TrayMenu::quitRequested, this, &NimbrellApp::quit);
+    connect(m_service, &SyncService::quitRequested, this, &NimbrellApp::quit);
 }
 
 NimbrellApp::~NimbrellApp()
@@ -133,15 +136,5 @@ void NimbrellApp::quit()
         return;
     Q_EMIT isQuittingChanged();
     m_tray->setFinishing(true);
-    qCInfo(lcGeneral, "Quitting: waiting for %d rclone call(s) to stop", m_engine.activeJobCount());
-    // Folders go back to idle and are saved; no new run starts.
-    m_syncManager->suspendRuns();
-    m_engine.cancelAll();
-    const auto finish = [this] {
-        m_syncManager->saveFolders();
-        QCoreApplication::exit(0);
-    };
-    if (m_engine.activeJobCount() == 0)
-        return finish();
-    connect(&m_engine, &RcloneEngine::allJobsFinished, this, finish, Qt::SingleShotConnection);
+    m_service->quit();
 }

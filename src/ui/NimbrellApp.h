@@ -21,6 +21,7 @@ class RcloneEngine;
 class RemoteListModel;
 class SettingsController;
 class SettingsStore;
+class SyncService;
 class TrayMenu;
 
 // What the application runs on; main() provides the real services, tests
@@ -45,7 +46,7 @@ class NimbrellApp final : public QObject
     Q_MOC_INCLUDE("sync/SyncManager.h")
     Q_MOC_INCLUDE("ui/AppTheme.h")
     Q_MOC_INCLUDE("ui/FolderListModel.h")
-    Q_MOC_INCLUDE("ui/Formatting.h")
+    Q_MOC_INCLUDE("ui/Format.h")
     Q_MOC_INCLUDE("ui/NavigationState.h")
     Q_MOC_INCLUDE("ui/RemoteListModel.h")
     Q_MOC_INCLUDE("ui/SettingsController.h")
@@ -64,6 +65,7 @@ public:
     ~NimbrellApp() override;
 
     SyncManager *syncManager() const { return m_syncManager.get(); }
+    SyncService *service() const { return m_service; }
     RcloneEngine *engine() const { return &m_engine; }
     NavigationState *navigation() const { return m_navigation; }
     FolderListModel *folders() const { return m_folders; }
@@ -83,9 +85,9 @@ public:
     Q_INVOKABLE void openDashboard();
     // The confirmed deletion of a folder; an open detail of it closes.
     Q_INVOKABLE void deleteFolder(const QString &id);
-    // The one way out (menus, tray, signals, a second start's request): every
-    // rclone is asked once to stop, the event loop runs on until all have
-    // exited, and the program ends with status 0.
+    // The one way out (menus, tray, signals, the command line): every rclone
+    // is asked once to stop, the event loop runs on until all have exited,
+    // and the program ends with status 0.
     Q_INVOKABLE void quit();
     bool isQuitting() const { return m_isQuitting; }
     // Replaces the clipboard's content with plain text.
@@ -104,6 +106,7 @@ private:
     RcloneEngine &m_engine;
     std::unique_ptr<QQmlEngine> m_qml;
     std::unique_ptr<SyncManager> m_syncManager;
+    SyncService *m_service;
     NavigationState *m_navigation;
     FolderListModel *m_folders;
     RemoteListModel *m_remotes;

@@ -10,7 +10,7 @@
 #include "ui/FolderDetailController.h"
 #include "ui/FolderListModel.h"
 #include "ui/FolderStatistics.h"
-#include "ui/Formatting.h"
+#include "ui/Format.h"
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
 

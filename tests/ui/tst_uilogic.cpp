@@ -10,7 +10,7 @@
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/FolderListModel.h"
-#include "ui/Formatting.h"
+#include "ui/Format.h"
 #include "ui/IconTable.h"
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"

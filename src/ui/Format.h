@@ -1,32 +1,11 @@
 #pragma once
 
+#include "model/Formatting.h"
+
 #include <QDateTime>
 #include <QObject>
-#include <QString>
 #include <QTimer>
 #include <QtQml/qqmlregistration.h>
-
-// Texts that several screens show the same way.
-namespace Formatting {
-
-// "0 remotes", "1 remote", "2 remotes"
-QString remoteCount(qsizetype count);
-
-// Byte counts in units that grow by 1024: "512 B", "1 KiB", "1.50 MiB", ...
-QString formatByteCount(qint64 bytes);
-
-// The first line of an error text that is not blank, as it stands; "Unknown
-// error" when there is none.
-QString errorSummary(const QString &log);
-
-// A progress fraction as a whole percentage: 0.425 gives "42%".
-QString percentage(double fraction);
-
-// How long ago `date` was, as a count and a unit: "now", "1 minute",
-// "5 minutes", "2 hours", "3 days", "2 weeks", "4 months", "1 year".
-QString relativeTime(const QDateTime &date, const QDateTime &now);
-
-} // namespace Formatting
 
 // The shared formatter for the screens, with a clock that ticks every 30
 // seconds so that relative times on screen stay current.

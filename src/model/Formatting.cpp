@@ -1,4 +1,4 @@
-#include "ui/Formatting.h"
+#include "model/Formatting.h"
 
 #include <QRegularExpression>
 
@@ -74,15 +74,3 @@ QString relativeTime(const QDateTime &date, const QDateTime &now)
 }
 
 } // namespace Formatting
-
-Format::Format(QObject *parent)
-    : QObject(parent)
-    , m_now(QDateTime::currentDateTimeUtc())
-{
-    m_tick.setInterval(30s);
-    connect(&m_tick, &QTimer::timeout, this, [this] {
-        m_now = QDateTime::currentDateTimeUtc();
-        Q_EMIT nowChanged();
-    });
-    m_tick.start();
-}

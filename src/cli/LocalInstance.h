@@ -1,0 +1,28 @@
+#pragma once
+
+#include "engine/RcloneEngine.h"
+#include "platform/InotifyFileEventService.h"
+#include "platform/QSettingsStore.h"
+#include "sync/SyncManager.h"
+#include "sync/SyncService.h"
+
+// Nimbrell without windows, in this process: the engine, the settings, the
+// folder store and the manager, as the program with windows has them. The
+// headless service runs it with automatic sync, a one-off `sync --wait`
+// without, and the command line reads from it when no instance runs.
+class LocalInstance final
+{
+public:
+    LocalInstance(SyncService::Mode mode, bool automaticRuns);
+
+    RcloneEngine &engine() { return m_engine; }
+    SyncManager &manager() { return m_manager; }
+    SyncService &service() { return m_service; }
+
+private:
+    RcloneEngine m_engine;
+    QSettingsStore m_settings;
+    InotifyFileEventService m_fileEvents;
+    SyncManager m_manager;
+    SyncService m_service;
+};

@@ -1,0 +1,26 @@
+#pragma once
+
+#include <QDateTime>
+#include <QString>
+
+// Texts that the screens and the command line show the same way.
+namespace Formatting {
+
+// "0 remotes", "1 remote", "2 remotes"
+QString remoteCount(qsizetype count);
+
+// Byte counts in units that grow by 1024: "512 B", "1 KiB", "1.50 MiB", ...
+QString formatByteCount(qint64 bytes);
+
+// The first line of an error text that is not blank, as it stands; "Unknown
+// error" when there is none.
+QString errorSummary(const QString &log);
+
+// A progress fraction as a whole percentage: 0.425 gives "42%".
+QString percentage(double fraction);
+
+// How long ago `date` was, as a count and a unit: "now", "1 minute",
+// "5 minutes", "2 hours", "3 days", "2 weeks", "4 months", "1 year".
+QString relativeTime(const QDateTime &date, const QDateTime &now);
+
+} // namespace Formatting

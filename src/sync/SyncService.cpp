@@ -1,0 +1,187 @@
+#include "sync/SyncService.h"
+
+#include "engine/RcloneEngine.h"
+#include "model/UuidString.h"
+#include "platform/AppLogger.h"
+#include "platform/InstanceChannel.h"
+#include "platform/SessionInhibitor.h"
+#include "platform/UnixSignalNotifier.h"
+#include "sync/FolderReport.h"
+#include "sync/SyncManager.h"
+
+#include <QCoreApplication>
+#include <QJsonArray>
+#include <QTimer>
+
+#include <csignal>
+
+namespace {
+
+const QString kFolders = QStringLiteral("folders");
+const QString kError = QStringLiteral("error");
+
+// The folders a request names: every folder for "all", otherwise the ids
+// listed (unknown ones are kept, so the reply can say so).
+QList<QUuid> requestedFolders(const QJsonObject &request, const SyncManager &manager)
+{
+    QList<QUuid> ids;
+    if (request.value(QStringLiteral("all")).toBool()) {
+        for (const SyncFolder &folder : manager.folders())
+            ids.append(folder.id);
+        return ids;
+    }
+    for (const QJsonValue &id : request.value(kFolders).toArray())
+        ids.append(QUuid::fromString(id.toString()));
+    return ids;
+}
+
+QString modeName(SyncService::Mode mode)
+{
+    switch (mode) {
+    case SyncService::Mode::window:
+        return QStringLiteral("window");
+    case SyncService::Mode::headless:
+        return QStringLiteral("headless");
+    case SyncService::Mode::once:
+        return QStringLiteral("once");
+    case SyncService::Mode::offline:
+        break;
+    }
+    return {};
+}
+
+} // namespace
+
+SyncService::SyncService(SyncManager &manager, RcloneEngine &engine, Mode mode, QObject *parent)
+    : QObject(parent)
+    , m_manager(manager)
+    , m_engine(engine)
+    , m_mode(mode)
+{
+}
+
+void SyncService::serve(InstanceChannel &channel)
+{
+    channel.setHandler(QStringLiteral("status"), [this](const QJsonObject &) { return statusReport(); });
+    channel.setHandler(QStringLiteral("list"), [this](const QJsonObject &) { return listReport(); });
+    channel.setHandler(QStringLiteral("remotes"), [this](const QJsonObject &, const InstanceChannel::Reply &reply) {
+        m_engine.listRemotes(this, [reply](const RcloneResult<QList<CloudRemote>> &result) {
+            if (!result.ok())
+                return reply({{kError, result.error().description}});
+            QJsonArray remotes;
+            for (const CloudRemote &remote : result.value())
+                remotes.append(FolderReport::remote(remote));
+            reply({{QStringLiteral("remotes"), remotes}});
+        });
+    });
+    channel.setHandler(QStringLiteral("sync"), [this](const QJsonObject &request) {
+        QJsonArray started;
+        QJsonArray notStarted;
+        for (const QUuid &id : requestedFolders(request, m_manager)) {
+            const std::optional<SyncFolder> folder = m_manager.folder(id);
+            if (m_manager.syncFolder(id, SyncTrigger::user)) {
+                started.append(uuidString(id));
+                continue;
+            }
+            const QString reason = !folder                        ? QStringLiteral("no such folder")
+                : folder->remoteTargets.isEmpty()                 ? QStringLiteral("it has no remote targets")
+                : m_isQuitting                                    ? QStringLiteral("Nimbrell is quitting")
+                                                                  : QStringLiteral("syncs are stopped for sleep");
+            notStarted.append(QJsonObject{{QStringLiteral("id"), uuidString(id)}, {QStringLiteral("reason"), reason}});
+        }
+        return QJsonObject{{QStringLiteral("started"), started}, {QStringLiteral("notStarted"), notStarted}};
+    });
+    channel.setHandler(QStringLiteral("cancel"), [this](const QJsonObject &request) {
+        QJsonArray cancelled;
+        for (const QUuid &id : requestedFolders(request, m_manager)) {
+            if (m_manager.isRunning(id))
+                cancelled.append(uuidString(id));
+            m_manager.cancelSync(id);
+        }
+        return QJsonObject{{QStringLiteral("cancelled"), cancelled}};
+    });
+    for (const bool enable : {false, true}) {
+        channel.setHandler(enable ? QStringLiteral("resume") : QStringLiteral("pause"), [this, enable](const QJsonObject &) {
+            if (m_manager.isGlobalSyncEnabled() != enable)
+                m_manager.setGlobalSyncEnabled(enable);
+            return QJsonObject{{QStringLiteral("automaticSync"), enable}};
+        });
+    }
+    channel.setHandler(QStringLiteral("quit"), [this](const QJsonObject &) {
+        // After the reply has gone out.
+        QTimer::singleShot(0, this, &SyncService::quitRequested);
+        return QJsonObject();
+    });
+    // A sync --wait of the command line that runs by itself: a start waits for it.
+    const QString windowless = m_mode == Mode::once ? QStringLiteral("busy") : QStringLiteral("no window");
+    for (const QString &command : {QStringLiteral("raise"), QStringLiteral("open")}) {
+        channel.setHandler(command, [this, windowless](const QJsonObject &) {
+            return QJsonObject{{kError, m_isQuitting ? QStringLiteral("quitting") : windowless}};
+        });
+    }
+}
+
+QJsonObject SyncService::statusReport() const
+{
+    QJsonArray folders;
+    for (const SyncFolder &folder : m_manager.folders())
+        folders.append(FolderReport::status(folder, m_manager.isRunning(folder.id), m_manager.isWaiting(folder.id)));
+    const QJsonValue instance = m_mode == Mode::offline
+        ? QJsonValue()
+        : QJsonObject{{QStringLiteral("pid"), QCoreApplication::applicationPid()},
+                      {QStringLiteral("mode"), modeName(m_mode)},
+                      {QStringLiteral("quitting"), m_isQuitting}};
+    return {
+        {QStringLiteral("instance"), instance},
+        {QStringLiteral("automaticSync"), m_manager.isGlobalSyncEnabled()},
+        {QStringLiteral("intervalMinutes"), m_manager.globalSyncIntervalMinutes()},
+        {kFolders, folders},
+    };
+}
+
+QJsonObject SyncService::listReport() const
+{
+    QJsonArray folders;
+    for (const SyncFolder &folder : m_manager.folders())
+        folders.append(FolderReport::configuration(folder));
+    return {{kFolders, folders}};
+}
+
+void SyncService::followSession()
+{
+    auto *quitSignals = new UnixSignalNotifier({SIGTERM, SIGINT, SIGHUP}, this);
+    connect(quitSignals, &UnixSignalNotifier::received, this, [this](int signal) {
+        qCInfo(lcGeneral, "Received signal %d: quitting", signal);
+        Q_EMIT quitRequested();
+    });
+    auto *inhibitor = new SessionInhibitor(this);
+    connect(&m_manager, &SyncManager::syncActivityChanged, inhibitor, &SessionInhibitor::setHeld);
+    const auto systemGoesDown = [this](bool starting) {
+        if (m_isQuitting)
+            return;
+        qCInfo(lcGeneral, "The system %s", starting ? "is about to sleep or shut down: stopping syncs" : "is back");
+        if (starting)
+            m_manager.suspendRuns();
+        else
+            m_manager.resumeRuns();
+    };
+    connect(inhibitor, &SessionInhibitor::prepareForSleep, this, systemGoesDown);
+    connect(inhibitor, &SessionInhibitor::prepareForShutdown, this, systemGoesDown);
+}
+
+void SyncService::quit()
+{
+    if (std::exchange(m_isQuitting, true))
+        return;
+    qCInfo(lcGeneral, "Quitting: waiting for %d rclone call(s) to stop", m_engine.activeJobCount());
+    // Folders go back to idle and are saved; no new run starts.
+    m_manager.suspendRuns();
+    m_engine.cancelAll();
+    const auto finish = [this] {
+        m_manager.saveFolders();
+        QCoreApplication::exit(0);
+    };
+    if (m_engine.activeJobCount() == 0)
+        return finish();
+    connect(&m_engine, &RcloneEngine::allJobsFinished, this, finish, Qt::SingleShotConnection);
+}

@@ -1,0 +1,54 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QObject>
+#include <QString>
+
+class InstanceChannel;
+class RcloneEngine;
+class SyncManager;
+
+// The running instance's side of the command line, and its one way out.
+// Answers on the instance channel:
+//   status, list, remotes        what the folders and remotes are
+//   sync, cancel {"folders": [id...]} or {"all": true}
+//   pause, resume                automatic sync off and on (the switch)
+//   quit                         the graceful quit below
+//   raise, open                  "no window" here; the program with the
+//                                windows answers them itself
+class SyncService final : public QObject
+{
+    Q_OBJECT
+
+public:
+    // How this instance runs, as `status` reports it; `offline` reads the
+    // store for a command line that found no instance.
+    enum class Mode { window, headless, once, offline };
+
+    SyncService(SyncManager &manager, RcloneEngine &engine, Mode mode, QObject *parent = nullptr);
+
+    void serve(InstanceChannel &channel);
+    // What `status` and `list` answer.
+    QJsonObject statusReport() const;
+    QJsonObject listReport() const;
+    // SIGTERM, SIGINT and SIGHUP ask to quit (quitRequested). While a sync
+    // runs, logout, shutdown and sleep wait for it; when they come anyway,
+    // the runs stop gracefully first and run again on waking.
+    void followSession();
+
+    // Every rclone is asked once to stop, the event loop runs on until all
+    // have exited, the folders are saved and the program ends with status 0.
+    void quit();
+    bool isQuitting() const { return m_isQuitting; }
+
+Q_SIGNALS:
+    // The command line asked the instance to quit; whoever owns the way out
+    // (the application, or the headless service itself) takes it.
+    void quitRequested();
+
+private:
+    SyncManager &m_manager;
+    RcloneEngine &m_engine;
+    Mode m_mode;
+    bool m_isQuitting = false;
+};
