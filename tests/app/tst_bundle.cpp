@@ -14,8 +14,9 @@ class TestBundle : public QObject
         QDir().mkpath(root.filePath("bin"));
         const QString program = root.filePath("bin/nimbrell");
         QFile::copy(NIMBRELL_EXECUTABLE, program);
+        QDir().mkpath(root.filePath("libexec/nimbrell"));
+        QFile::copy(NIMBRELL_WINDOW_EXECUTABLE, root.filePath("libexec/nimbrell/nimbrell"));
         if (withRclone) {
-            QDir().mkpath(root.filePath("libexec/nimbrell"));
             QFile::link(RCLONE_PATH, root.filePath("libexec/nimbrell/rclone"));
         }
         return program;

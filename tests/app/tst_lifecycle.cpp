@@ -215,6 +215,7 @@ private Q_SLOTS:
         QDir().mkpath(m_root->filePath("libexec/nimbrell"));
         const QString program = m_root->filePath("bin/nimbrell");
         QVERIFY(QFile::copy(NIMBRELL_EXECUTABLE, program));
+        QVERIFY(QFile::copy(NIMBRELL_WINDOW_EXECUTABLE, m_root->filePath("libexec/nimbrell/nimbrell")));
         QVERIFY(QFile::link(FAKE_RCLONE_PATH, m_root->filePath("libexec/nimbrell/rclone")));
         QDir().mkpath(m_root->filePath("fake"));
         writeFile(m_root->filePath("fake/bisync.sh"), "trap 'sleep 2; exit 143' TERM\nwhile :; do sleep 0.05; done\n");

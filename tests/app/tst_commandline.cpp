@@ -1,0 +1,288 @@
+// The command line as a user and a script use it: the real bin/nimbrell,
+// against a headless instance (with a scripted rclone) and by itself (with
+// the real rclone).
+#include "cli/CommandLine.h"
+#include "model/FolderStore.h"
+#include "model/UuidString.h"
+#include "support/TestFiles.h"
+
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QProcess>
+#include <QRegularExpression>
+#include <QTemporaryDir>
+#include <QTest>
+
+using Kind = CliCommand::Kind;
+
+struct Result
+{
+    int exitCode = -1;
+    QString out;
+    QString err;
+    QJsonObject json() const { return QJsonDocument::fromJson(out.toUtf8()).object(); }
+};
+
+class TestCommandLine : public QObject
+{
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> m_root;
+    QString m_program;
+    SyncFolder m_documents, m_photos, m_noTargets;
+
+    QString path(const QString &relative) const { return m_root->filePath(relative); }
+
+    QProcessEnvironment environment() const
+    {
+        QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
+        env.insert("HOME", path("home"));
+        env.insert("XDG_CONFIG_HOME", path("home/.config"));
+        env.insert("XDG_RUNTIME_DIR", path("run"));
+        env.insert("RCLONE_CONFIG", path("rclone.conf"));
+        env.insert("FAKE_RCLONE_DIR", path("fake"));
+        env.insert("QT_QPA_PLATFORM", "offscreen");
+        return env;
+    }
+
+    // A home with three folders: two with targets on an alias remote, one
+    // without any; and the program installed in <root> beside `rclone`.
+    void prepare(const QString &rclone)
+    {
+        m_root = std::make_unique<QTemporaryDir>();
+        QDir().mkpath(path("run"));
+        QFile::setPermissions(path("run"), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+        QDir().mkpath(path("bin"));
+        QDir().mkpath(path("libexec/nimbrell"));
+        m_program = path("bin/nimbrell");
+        QVERIFY(QFile::copy(NIMBRELL_EXECUTABLE, m_program));
+        QVERIFY(QFile::copy(NIMBRELL_WINDOW_EXECUTABLE, path("libexec/nimbrell/nimbrell")));
+        QVERIFY(QFile::link(rclone, path("libexec/nimbrell/rclone")));
+        writeFile(path("rclone.conf"), "[backup]\ntype = alias\nremote = " + QFile::encodeName(path("backup")) + "\n");
+        writeFile(path("Documents/report.txt"), "report");
+        writeFile(path("Photos/-cat ü.jpg"), "meow");
+        m_documents.name = "Documents";
+        m_documents.localPath = path("Documents");
+        m_documents.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", false}};
+        m_photos.name = "-Fotos \"2026\" ü";
+        m_photos.localPath = path("Photos");
+        m_photos.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Photos", false}};
+        m_noTargets.name = "documents";
+        m_noTargets.localPath = path("Documents");
+        writeFile(path("home/.config/rclone/rclone_sync_folders.json"),
+                  FolderStore::encode({m_documents, m_photos, m_noTargets}).value());
+    }
+
+    Result nimbrell(const QStringList &arguments, int timeout = 30000) const
+    {
+        QProcess process;
+        process.setProcessEnvironment(environment());
+        process.start(m_program, arguments);
+        [&] { QVERIFY2(process.waitForFinished(timeout), qPrintable(arguments.join(' '))); }();
+        return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
+                QString::fromUtf8(process.readAllStandardError())};
+    }
+
+    QList<SyncFolder> stored() const
+    {
+        return FolderStore::decode(readFile(path("home/.config/rclone/rclone_sync_folders.json"))).value_or(QList<SyncFolder>{});
+    }
+
+    void startHeadless(QProcess &service)
+    {
+        service.setProcessEnvironment(environment());
+        service.setProcessChannelMode(QProcess::ForwardedErrorChannel);
+        service.start(m_program, {"--headless"});
+        QVERIFY(service.waitForStarted());
+        QTRY_COMPARE_WITH_TIMEOUT(nimbrell({"status", "--json"}).json().value("instance")["mode"].toString(),
+                                  QString("headless"), 10000);
+    }
+
+private Q_SLOTS:
+    void parse_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("kind"); // -1: a usage error
+        QTest::addColumn<QStringList>("folders");
+        QTest::addColumn<QString>("flags"); // j(son) a(ll) w(ait)
+        QTest::newRow("nothing: the window") << QStringList{} << int(Kind::window) << QStringList{} << "";
+        QTest::newRow("Qt's options go to the window") << QStringList{"-platform", "offscreen"} << int(Kind::window) << QStringList{} << "";
+        QTest::newRow("help anywhere") << QStringList{"sync", "Docs", "--help"} << int(Kind::help) << QStringList{} << "";
+        QTest::newRow("--help after -- is a name") << QStringList{"status", "--", "--help"} << int(Kind::status) << QStringList{"--help"} << "";
+        QTest::newRow("version") << QStringList{"--version"} << int(Kind::version) << QStringList{} << "";
+        QTest::newRow("headless") << QStringList{"--headless"} << int(Kind::headless) << QStringList{} << "";
+        QTest::newRow("status of two") << QStringList{"status", "--json", "a b", "c"} << int(Kind::status) << QStringList{"a b", "c"} << "j";
+        QTest::newRow("sync with no folder: all") << QStringList{"sync", "--wait"} << int(Kind::sync) << QStringList{} << "aw";
+        QTest::newRow("dash names after --") << QStringList{"sync", "--wait", "--", "-x", "--all"} << int(Kind::sync) << QStringList{"-x", "--all"} << "w";
+        QTest::newRow("cancel all") << QStringList{"cancel", "--all"} << int(Kind::cancel) << QStringList{} << "a";
+        QTest::newRow("open one") << QStringList{"open", "Docs"} << int(Kind::open) << QStringList{"Docs"} << "";
+        QTest::newRow("unknown command") << QStringList{"frobnicate"} << -1 << QStringList{} << "unknown command 'frobnicate'";
+        QTest::newRow("unknown long option") << QStringList{"--frobnicate"} << -1 << QStringList{} << "unknown option";
+        QTest::newRow("option of another command") << QStringList{"list", "--wait"} << -1 << QStringList{} << "list does not take '--wait'";
+        QTest::newRow("names and --all") << QStringList{"sync", "--all", "Docs"} << -1 << QStringList{} << "not both";
+        QTest::newRow("open two") << QStringList{"open", "a", "b"} << -1 << QStringList{} << "open takes one folder";
+        QTest::newRow("pause a folder") << QStringList{"pause", "Docs"} << -1 << QStringList{} << "pause takes no folder";
+    }
+    void parse()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, kind);
+        QFETCH(QStringList, folders);
+        QFETCH(QString, flags);
+        const auto parsed = CommandLine::parse(arguments);
+        if (kind < 0) {
+            QVERIFY(std::holds_alternative<QString>(parsed));
+            QVERIFY2(std::get<QString>(parsed).contains(flags), qPrintable(std::get<QString>(parsed)));
+            return;
+        }
+        if (const QString *error = std::get_if<QString>(&parsed))
+            QFAIL(qPrintable(*error));
+        const CliCommand &command = std::get<CliCommand>(parsed);
+        QCOMPARE(int(command.kind), kind);
+        QCOMPARE(command.folders, folders);
+        QCOMPARE(QString(command.json ? "j" : "") + (command.all ? "a" : "") + (command.wait ? "w" : ""), flags);
+    }
+
+    void resolve_data()
+    {
+        QTest::addColumn<QStringList>("names");
+        QTest::addColumn<QList<int>>("expected"); // indexes into the folders below
+        QTest::addColumn<QString>("error");
+        QTest::newRow("exact beats any case") << QStringList{"Docs"} << QList<int>{0} << "";
+        QTest::newRow("any case") << QStringList{"PHOTOS"} << QList<int>{2} << "";
+        QTest::newRow("by id, once") << QStringList{"00000000-0000-0000-0000-000000000003", "photos"} << QList<int>{2} << "";
+        QTest::newRow("unknown") << QStringList{"Music"} << QList<int>{} << "no sync folder named 'Music'";
+        QTest::newRow("ambiguous in any case") << QStringList{"DOCS"} << QList<int>{}
+                                               << "more than one sync folder is named 'DOCS'; name one by its id:\n"
+                                                  "  00000000-0000-0000-0000-000000000001  Docs\n"
+                                                  "  00000000-0000-0000-0000-000000000002  docs";
+    }
+    void resolve()
+    {
+        QFETCH(QStringList, names);
+        QFETCH(QList<int>, expected);
+        QFETCH(QString, error);
+        const QList<CommandLine::NamedFolder> folders{{QUuid("00000000-0000-0000-0000-000000000001"), "Docs"},
+                                                      {QUuid("00000000-0000-0000-0000-000000000002"), "docs"},
+                                                      {QUuid("00000000-0000-0000-0000-000000000003"), "Photos"}};
+        const auto resolved = CommandLine::resolve(names, folders);
+        if (!error.isEmpty()) {
+            QCOMPARE(std::get<QString>(resolved), error);
+            return;
+        }
+        QList<QUuid> ids;
+        for (const int index : expected)
+            ids.append(folders.at(index).id);
+        QCOMPARE(std::get<QList<QUuid>>(resolved), ids);
+    }
+
+    // Every subcommand against a running headless instance whose rclone is scripted.
+    void againstHeadlessInstance()
+    {
+        prepare(FAKE_RCLONE_PATH);
+        QCOMPARE(nimbrell({"cancel"}).exitCode, 3);
+        QCOMPARE(nimbrell({"cancel"}).err, QString("nimbrell: not running\n"));
+
+        QProcess service;
+        startHeadless(service);
+        // No Qt Gui or Quick in the service.
+        const QByteArray maps = readFile(QStringLiteral("/proc/%1/maps").arg(service.processId()));
+        QVERIFY(maps.contains("libQt6Core"));
+        QVERIFY2(!maps.contains("libQt6Gui") && !maps.contains("libQt6Quick") && !maps.contains("libQt6Qml"), "GUI libraries mapped");
+
+        const QJsonArray folders = nimbrell({"status", "--json"}).json().value("folders").toArray();
+        QCOMPARE(folders.size(), 3);
+        QCOMPARE(folders.at(1)["name"].toString(), m_photos.name);
+        QCOMPARE(folders.at(1)["targets"].toArray(), QJsonArray{"backup:Photos"});
+        QCOMPARE(folders.at(1)["status"].toString(), QString("idle"));
+        QVERIFY(folders.at(1)["lastSync"].isNull());
+
+        // Names: exact, any case, unknown, ambiguous, odd characters.
+        const Result unknown = nimbrell({"sync", "Music"});
+        QCOMPARE(unknown.exitCode, 2);
+        QCOMPARE(unknown.err, QString("nimbrell: no sync folder named 'Music'\n"));
+        const Result ambiguous = nimbrell({"status", "DOCUMENTS"});
+        QCOMPARE(ambiguous.exitCode, 2);
+        QVERIFY(ambiguous.err.contains(uuidString(m_documents.id) + "  Documents"));
+        QVERIFY(ambiguous.err.contains(uuidString(m_noTargets.id) + "  documents"));
+        QCOMPARE(nimbrell({"status", "--json", "--", m_photos.name}).json().value("folders").toArray().size(), 1);
+
+        // A bisync that succeeds, one that fails, and one without targets.
+        writeFile(path("fake/bisync.1.sh"), "echo 'Transferred: 1 / 1, 100%'\nexit 0\n");
+        writeFile(path("fake/bisync.2.sh"), "echo 'ERROR : backup:Photos: directory not found' >&2\nexit 1\n");
+        Result sync = nimbrell({"sync", "--wait", "Documents"});
+        QCOMPARE(sync.exitCode, 0);
+        QVERIFY2(sync.out.endsWith("Documents: synced\n"), qPrintable(sync.out));
+        sync = nimbrell({"sync", "--wait", "--", m_photos.name, "documents"});
+        QCOMPARE(sync.exitCode, 1);
+        QVERIFY2(sync.out.contains(m_photos.name + ": failed: backup:Photos"), qPrintable(sync.out));
+        QCOMPARE(sync.err, QString("nimbrell: documents was not synced: it has no remote targets\n"));
+        const QJsonArray after = nimbrell({"status", "--json"}).json().value("folders").toArray();
+        QCOMPARE(after.at(0)["status"].toString(), QString("success"));
+        QVERIFY(QDateTime::fromString(after.at(0)["lastSync"].toString(), Qt::ISODate).isValid());
+        QVERIFY(after.at(1)["error"].toString().startsWith("backup:Photos"));
+        QCOMPARE(stored().at(0).status, SyncStatus::success); // saved by the instance
+
+        // Cancel a run that would go on for ever.
+        writeFile(path("fake/bisync.sh"), "while :; do sleep 0.05; done\n");
+        QCOMPARE(nimbrell({"sync", "Documents"}).out, QString("Syncing Documents\n"));
+        const Result cancel = nimbrell({"cancel", "--all"});
+        QCOMPARE(cancel.exitCode, 0);
+        QCOMPARE(cancel.out, QString("Stopped Documents\n"));
+        QCOMPARE(nimbrell({"status", "--json", "Documents"}).json().value("folders")[0]["status"].toString(), QString("idle"));
+
+        // Automatic sync off and on: the setting the switch shows.
+        QCOMPARE(nimbrell({"resume"}).out, QString("Automatic sync is on.\n"));
+        QVERIFY(readFile(path("home/.config/nimbrell/nimbrell.conf")).contains("isGlobalSyncEnabled=true"));
+        QCOMPARE(nimbrell({"pause"}).out, QString("Automatic sync is off.\n"));
+        QVERIFY(readFile(path("home/.config/nimbrell/nimbrell.conf")).contains("isGlobalSyncEnabled=false"));
+
+        // No window here: `open` says so, a start of the window hands over and leaves.
+        QCOMPARE(nimbrell({"open"}).exitCode, 1);
+        const Result window = nimbrell({});
+        QCOMPARE(window.exitCode, 0);
+        QVERIFY(window.err.contains("without a window"));
+        QCOMPARE(service.state(), QProcess::Running);
+
+        const Result quit = nimbrell({"quit"});
+        QCOMPARE(quit.exitCode, 0);
+        QVERIFY(service.waitForFinished(10000));
+        QCOMPARE(service.exitCode(), 0);
+        QCOMPARE(nimbrell({"pause"}).exitCode, 3);
+    }
+
+    // No instance: status and list read the store, sync --wait runs the
+    // syncs itself with the real rclone and saves them as the program would.
+    void withoutInstance()
+    {
+        prepare(RCLONE_PATH);
+        const Result list = nimbrell({"list", "--json"});
+        QCOMPARE(list.exitCode, 0);
+        const QJsonObject photos = list.json().value("folders")[1].toObject();
+        QCOMPARE(photos["localPath"].toString(), path("Photos"));
+        QCOMPARE(photos["conflictResolution"].toString(), QString("keepBoth"));
+        QCOMPARE(photos["targets"][0]["remote"].toString(), QString("backup"));
+
+        Result sync = nimbrell({"sync", "--wait", "Documents", m_photos.id.toString()});
+        QCOMPARE(sync.exitCode, 0);
+        QCOMPARE(readFile(path("backup/Photos/-cat ü.jpg")), QByteArray("meow"));
+        QCOMPARE(readFile(path("backup/Docs/report.txt")), QByteArray("report"));
+        QCOMPARE(stored().at(0).status, SyncStatus::success);
+        QVERIFY(stored().at(0).remoteTargets.at(0).hasResynced);
+
+        // A target whose remote is not configured fails the run, and the exit.
+        SyncFolder broken = m_documents;
+        broken.remoteTargets.append(RemoteTarget{QUuid::createUuid(), "nosuch", "x", false});
+        writeFile(path("home/.config/rclone/rclone_sync_folders.json"), FolderStore::encode({broken}).value());
+        sync = nimbrell({"sync", "--wait"});
+        QCOMPARE(sync.exitCode, 1);
+        QVERIFY2(sync.out.contains("Documents: failed: nosuch:x"), qPrintable(sync.out));
+        const Result status = nimbrell({"status"});
+        QVERIFY2(status.out.contains("Nimbrell is not running.") && status.out.contains("Failed"), qPrintable(status.out));
+        QCOMPARE(stored().at(0).status, SyncStatus::error);
+    }
+};
+
+QTEST_GUILESS_MAIN(TestCommandLine)
+#include "tst_commandline.moc"
