@@ -334,6 +334,9 @@ int syncHere(const CliCommand &command, InstanceChannel &channel)
     QJsonArray started;
     QJsonArray notStarted;
     for (const QUuid &id : *ids) {
+        const bool hasTargets = !local.manager().folder(id)->remoteTargets.isEmpty();
+        if (command.folders.isEmpty() && !hasTargets)
+            continue; // as "sync all" does
         if (local.manager().syncFolder(id, SyncTrigger::user))
             started.append(uuidString(id));
         else

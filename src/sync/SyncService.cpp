@@ -20,14 +20,17 @@ namespace {
 const QString kFolders = QStringLiteral("folders");
 const QString kError = QStringLiteral("error");
 
-// The folders a request names: every folder for "all", otherwise the ids
-// listed (unknown ones are kept, so the reply can say so).
+// The folders a request names: every folder with targets for "all",
+// otherwise the ids listed (unknown ones are kept, so the reply can say so).
 QList<QUuid> requestedFolders(const QJsonObject &request, const SyncManager &manager)
 {
     QList<QUuid> ids;
     if (request.value(QStringLiteral("all")).toBool()) {
-        for (const SyncFolder &folder : manager.folders())
-            ids.append(folder.id);
+        // As "sync all" does: a folder with nothing to sync to is no failure.
+        for (const SyncFolder &folder : manager.folders()) {
+            if (!folder.remoteTargets.isEmpty())
+                ids.append(folder.id);
+        }
         return ids;
     }
     for (const QJsonValue &id : request.value(kFolders).toArray())
