@@ -322,10 +322,7 @@ int syncHere(const CliCommand &command, InstanceChannel &channel)
         return kFailed;
     LocalInstance local(SyncService::Mode::once, false);
     SyncService &service = local.service();
-    service.serve(channel);
-    channel.listen();
-    service.followSession();
-    QObject::connect(&service, &SyncService::quitRequested, &service, &SyncService::quit);
+    local.serve(channel);
 
     const QJsonObject before = service.statusReport();
     const std::optional<QList<QUuid>> ids = chosenFolders(command, before);
@@ -524,10 +521,7 @@ int runHeadless()
         return kFailed;
     LocalInstance local(SyncService::Mode::headless, true);
     SyncService &service = local.service();
-    service.serve(channel);
-    channel.listen();
-    service.followSession();
-    QObject::connect(&service, &SyncService::quitRequested, &service, &SyncService::quit);
+    local.serve(channel);
     const SyncManager &manager = local.manager();
     qCInfo(lcGeneral, "Nimbrell %s running headless: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),

@@ -1,6 +1,7 @@
 #include "cli/LocalInstance.h"
 
 #include "platform/InstallLayout.h"
+#include "platform/InstanceChannel.h"
 
 LocalInstance::LocalInstance(SyncService::Mode mode, bool automaticRuns)
     : m_engine(InstallLayout::bundledRclonePath())
@@ -8,4 +9,12 @@ LocalInstance::LocalInstance(SyncService::Mode mode, bool automaticRuns)
                                 defaultConcurrentSyncs(), automaticRuns})
     , m_service(m_manager, m_engine, mode)
 {
+}
+
+void LocalInstance::serve(InstanceChannel &channel)
+{
+    m_service.serve(channel);
+    channel.listen();
+    m_service.followSession();
+    QObject::connect(&m_service, &SyncService::quitRequested, &m_service, &SyncService::quit);
 }

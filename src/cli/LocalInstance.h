@@ -6,6 +6,8 @@
 #include "sync/SyncManager.h"
 #include "sync/SyncService.h"
 
+class InstanceChannel;
+
 // Nimbrell without windows, in this process: the engine, the settings, the
 // folder store and the manager, as the program with windows has them. The
 // headless service runs it with automatic sync, a one-off `sync --wait`
@@ -14,6 +16,10 @@ class LocalInstance final
 {
 public:
     LocalInstance(SyncService::Mode mode, bool automaticRuns);
+
+    // Becomes the running instance: answers on the channel, follows the
+    // session's signals and quits (gracefully) when asked to.
+    void serve(InstanceChannel &channel);
 
     RcloneEngine &engine() { return m_engine; }
     SyncManager &manager() { return m_manager; }
