@@ -24,7 +24,7 @@ mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
 "$nimbrell" --version | grep -qx 'nimbrell [0-9.]*'
 "$nimbrell" --help | grep -q '^Usage: nimbrell'
 status=$("$nimbrell" status --json)
-grep -q '"instance": null' <<<"$status" && grep -q '"folders": \[' <<<"$status"
+grep -q '"instance":null' <<<"$status" && grep -q '"folders":\[' <<<"$status"
 # The bundled rclone is the one it runs.
-grep -q '"remotes": \[' <<<"$("$nimbrell" remotes --json)"
+grep -q '"remotes":\[' <<<"$("$nimbrell" remotes --json)"
 echo "package ok: $(basename "$deb")"
