@@ -144,7 +144,7 @@ QString joinedTargets(const QJsonObject &folder)
 
 QString line(const QString &label, const QString &value)
 {
-    return QStringLiteral("  %1 %2\n").arg(label + u':', -11).arg(value);
+    return QStringLiteral("  %1 %2\n").arg(label.isEmpty() ? label : label + u':', -11).arg(value);
 }
 
 void printStatus(const QJsonObject &report)
@@ -181,7 +181,20 @@ void printStatus(const QJsonObject &report)
                  lastSync.isEmpty() ? QStringLiteral("never")
                                     : QStringLiteral("%1 (%2)").arg(relative == u"now" ? QStringLiteral("just now") : relative + QStringLiteral(" ago"), lastSync)));
         out(line(QStringLiteral("Targets"), joinedTargets(folder)));
-        if (const QString error = folder.value(QStringLiteral("error")).toString(); !error.isEmpty())
+        // What went wrong, in words, with the fix; the raw first line when
+        // there is no reading of it.
+        const QJsonArray problems = folder.value(QStringLiteral("problems")).toArray();
+        for (const QJsonValue &entry : problems) {
+            const QJsonObject problem = entry.toObject();
+            const QString target = problem.value(QStringLiteral("target")).toString();
+            const QString action = problem.value(QStringLiteral("action")).toString();
+            out(line(QStringLiteral("Problem"), (target.isEmpty() ? QString() : target + QStringLiteral(": "))
+                                                     + problem.value(QStringLiteral("title")).toString()));
+            out(line(QString(), problem.value(QStringLiteral("sentence")).toString()));
+            if (!action.isEmpty())
+                out(line(QString(), QStringLiteral("In the window: ") + action));
+        }
+        if (const QString error = folder.value(QStringLiteral("error")).toString(); !error.isEmpty() && problems.isEmpty())
             out(line(QStringLiteral("Error"), error));
     }
 }

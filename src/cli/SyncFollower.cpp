@@ -87,7 +87,12 @@ bool SyncFollower::update(const QJsonObject &status)
         } else if (state == u"success") {
             print(name + QStringLiteral(": synced"));
         } else if (state == u"error") {
-            print(name + QStringLiteral(": failed: ") + text(folder, "error"));
+            const QJsonObject problem = folder.value(QStringLiteral("problems")).toArray().first().toObject();
+            const QString target = problem.value(QStringLiteral("target")).toString();
+            print(name + QStringLiteral(": failed: ")
+                  + (problem.isEmpty() ? text(folder, "error")
+                                       : (target.isEmpty() ? QString() : target + QStringLiteral(": "))
+                             + problem.value(QStringLiteral("title")).toString()));
         } else {
             print(name + QStringLiteral(": stopped before it finished"));
         }

@@ -38,6 +38,8 @@ constexpr qsizetype kMaxCapturedBytes = 8 * 1024 * 1024;
 constexpr qsizetype kMaxLineBytes = 64 * 1024;
 // The error text of a failed bisync is built from its last lines only.
 constexpr qsizetype kTailLines = 15;
+// What is kept of a failed bisync's error lines besides its last lines.
+constexpr qsizetype kNotableLines = 20;
 
 const QRegularExpression &ansiExpression()
 {
@@ -111,25 +113,34 @@ bool isRunningRclone(qint64 pid)
     return state != 'Z' && state != 'X';
 }
 
-// A lock is stale when it is a lock file of our work directory and the
-// process that wrote it is gone. A lock of a live bisync, or a path that the
-// output of a hostile remote could have put into rclone's message, is never
+// The rclone that holds a lock file of our work directory, or 0 when the
+// writer is gone. A path outside the work directory (the output of a hostile
+// remote could have put one into rclone's message) reads as held: it is never
 // touched.
-bool isStaleLock(const QString &lockPath)
+qint64 lockHolderOf(const QString &lockPath)
 {
     const QFileInfo lock(lockPath);
-    if (!lock.isAbsolute() || lock.isSymLink() || !lock.isFile())
-        return false;
+    if (!lock.isAbsolute() || lock.isSymLink())
+        return -1;
     const QString workDirectory = QDir(RcloneEngine::workDirectory()).canonicalPath();
-    if (workDirectory.isEmpty() || lock.absoluteDir().canonicalPath() != workDirectory)
-        return false;
+    if (!lock.exists())
+        return 0;
+    if (!lock.isFile() || workDirectory.isEmpty() || lock.absoluteDir().canonicalPath() != workDirectory)
+        return -1;
     QFile file(lockPath);
     if (!file.open(QIODevice::ReadOnly))
-        return false;
+        return -1;
     // {"Session": ..., "PID": "13481", ...}
     const QJsonValue pid = QJsonDocument::fromJson(file.read(64 * 1024)).object().value(QLatin1String("PID"));
     const qint64 id = pid.isString() ? pid.toString().toLongLong() : pid.toInteger();
-    return !isRunningRclone(id);
+    return isRunningRclone(id) ? id : 0;
+}
+
+// A lock is stale when it is a lock file of our work directory and the
+// process that wrote it is gone. A lock of a live bisync is never touched.
+bool isStaleLock(const QString &lockPath)
+{
+    return QFileInfo(lockPath).isFile() && lockHolderOf(lockPath) == 0;
 }
 
 // rclone reports that one side of the pair lists no files at all. A resync
@@ -477,6 +488,9 @@ private:
         if (const qint64 pid = m_engine->earlierBisync(m_request.localPath, m_request.remoteSpec))
             return waitFor(pid);
         QDir().mkpath(RcloneEngine::workDirectory()); // rclone reports the failure, if any
+        // A dry run changes nothing on the remote, not even by a mkdir.
+        if (isDryRun())
+            return launch();
         // The remote directory may already exist: the outcome is ignored.
         m_mkdir = m_engine->run({QStringLiteral("mkdir"), m_request.remoteSpec}, this,
                                 [this](const RcloneResult<QString> &) {
@@ -509,6 +523,7 @@ private:
         BisyncRequest request = m_request;
         request.isInitialSync = m_isInitialSync;
         m_tail.clear();
+        m_notable.clear();
         m_child = new Child(m_engine->rclonePath(), RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()),
                             Child::Output::merged, this);
         m_child->onLine = [this](const QByteArray &line) { readLine(QString::fromUtf8(line)); };
@@ -524,6 +539,11 @@ private:
         m_tail.append(line);
         if (m_tail.size() > kTailLines)
             m_tail.removeFirst();
+        if (m_notable.size() < kNotableLines
+            && (line.contains(QLatin1String("ERROR :")) || line.contains(QLatin1String("CRITICAL:"))
+                || line.contains(QLatin1String("Fatal error"))))
+            m_notable.append(line.left(1024));
+        Q_EMIT lineRead(line);
         for (const QStringView piece : ProgressParser::splitStatistics(line)) {
             if (const auto progress = ProgressParser::parseLine(piece); progress && m_onProgress && m_receiver.isAlive())
                 m_onProgress(*progress);
@@ -545,7 +565,8 @@ private:
         const QString output = RcloneEngine::stripAnsi(m_tail.join(u'\n'));
         const auto fail = [&](RcloneError::Kind kind) {
             qCCritical(lcEngine, "Bisync failed with status %d: %s", exit.code, qUtf8Printable(output));
-            deliver(RcloneError{kind, exit.code, output.isEmpty() ? QStringLiteral("Unknown Error") : output});
+            deliver(RcloneError{kind, exit.code, output.isEmpty() ? QStringLiteral("Unknown Error") : output,
+                                RcloneEngine::stripAnsi(m_notable.join(u'\n'))});
         };
         if (m_isRetry)
             return fail(RcloneError::Kind::exitStatus);
@@ -559,7 +580,8 @@ private:
             QFile::remove(lockPath);
             return attempt(m_isInitialSync, true);
         }
-        if (output.contains(QLatin1String("Must run --resync to recover"))) {
+        // A dry run shows what its own arguments would do, never a resync instead.
+        if (output.contains(QLatin1String("Must run --resync to recover")) && !isDryRun()) {
             if (reportsEmptySide(output) || isEmptyDirectory(m_request.localPath)) {
                 qCCritical(lcEngine, "Bisync requires --resync, which would fill an empty side; not retrying");
                 return fail(RcloneError::Kind::resyncWithheld);
@@ -569,6 +591,8 @@ private:
         }
         fail(RcloneError::Kind::exitStatus);
     }
+
+    bool isDryRun() const { return m_request.extraArguments.contains(QStringLiteral("--dry-run")); }
 
     void deliverCancelled() { deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")}); }
 
@@ -589,6 +613,7 @@ private:
     QPointer<RcloneJob> m_mkdir;
     Child *m_child = nullptr;
     QStringList m_tail;
+    QStringList m_notable; // the first error lines of the attempt
     bool m_isInitialSync = false;
     bool m_isRetry = false;
     bool m_cancelled = false;
@@ -714,6 +739,11 @@ RcloneJob *RcloneEngine::getVersion(const QObject *context, Done<QString> done)
                        [](const QString &output) { return RcloneResult<QString>(parseVersion(output)); });
 }
 
+qint64 RcloneEngine::lockHolder(const QString &lockPath)
+{
+    return lockHolderOf(lockPath);
+}
+
 QString RcloneEngine::workDirectory()
 {
     return QDir::home().absoluteFilePath(QStringLiteral(".config/rclone/bisync_workdir"));
@@ -754,7 +784,7 @@ QStringList RcloneEngine::bisyncArguments(const BisyncRequest &request, const QS
         break;
     }
     arguments << QStringLiteral("--conflict-resolve") << resolve << QStringLiteral("--conflict-loser") << loser;
-    return arguments;
+    return arguments + request.extraArguments;
 }
 
 QString RcloneEngine::stripAnsi(QString text)

@@ -26,6 +26,9 @@ struct BisyncRequest
     std::optional<SyncFilterOptions> filters; // none: nothing excluded
     ConflictResolution conflictResolution = ConflictResolution::keepBoth;
     bool isInitialSync = false; // adds "--resync"
+    // Only runs a user starts from a review have these ("--dry-run",
+    // "--force", "--resync-mode newer"); automatic runs never do.
+    QStringList extraArguments = {};
 };
 
 // The only code that starts rclone. Every call runs rclone asynchronously on
@@ -82,6 +85,9 @@ public:
     // program), or 0.
     qint64 earlierBisync(const QString &localPath, const QString &remoteSpec) const;
 
+    // The rclone holding a bisync lock file: its process id, 0 when no rclone
+    // holds it (or the file is gone), -1 when it is no lock of ours.
+    static qint64 lockHolder(const QString &lockPath);
     // ~/.config/rclone/bisync_workdir, absolute.
     static QString workDirectory();
     static QStringList bisyncArguments(const BisyncRequest &request, const QString &workDirectory);

@@ -25,6 +25,8 @@ Q_SIGNALS:
     // The call waits (true) for an rclone of the same pair that this program
     // did not start to end first, or goes on (false).
     void waitingChanged(bool waiting);
+    // A line of a bisync's merged output, as it arrives.
+    void lineRead(const QString &line);
 
 protected:
     using QObject::QObject;

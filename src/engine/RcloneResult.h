@@ -21,6 +21,10 @@ struct RcloneError
     Kind kind = Kind::exitStatus;
     int code = 0;
     QString description; // what the screens show
+    // For a failed bisync: its first error lines, wherever they were in the
+    // output (the description holds only the last lines, which often no
+    // longer name the cause).
+    QString detail = {};
 
     bool isCancelled() const { return kind == Kind::cancelled; }
     friend bool operator==(const RcloneError &, const RcloneError &) = default;

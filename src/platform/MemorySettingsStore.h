@@ -13,7 +13,7 @@ public:
     QHash<QString, QVariant> values;
     int writes = 0;
 
-    bool boolValue(const QString &key) const override { return values.value(key).toBool(); }
+    bool boolValue(const QString &key, bool defaultValue = false) const override { return values.value(key, defaultValue).toBool(); }
     qint64 integerValue(const QString &key) const override { return values.value(key).toLongLong(); }
     void setBoolValue(const QString &key, bool value) override
     {

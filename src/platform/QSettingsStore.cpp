@@ -5,9 +5,9 @@ QSettingsStore::QSettingsStore()
 {
 }
 
-bool QSettingsStore::boolValue(const QString &key) const
+bool QSettingsStore::boolValue(const QString &key, bool defaultValue) const
 {
-    return m_settings.value(key).toBool();
+    return m_settings.value(key, defaultValue).toBool();
 }
 
 qint64 QSettingsStore::integerValue(const QString &key) const

@@ -10,7 +10,7 @@ class QSettingsStore final : public SettingsStore
 public:
     QSettingsStore();
 
-    bool boolValue(const QString &key) const override;
+    bool boolValue(const QString &key, bool defaultValue = false) const override;
     qint64 integerValue(const QString &key) const override;
     void setBoolValue(const QString &key, bool value) override;
     void setIntegerValue(const QString &key, qint64 value) override;

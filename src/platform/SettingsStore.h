@@ -9,7 +9,7 @@ class SettingsStore
 public:
     virtual ~SettingsStore() = default;
 
-    virtual bool boolValue(const QString &key) const = 0;
+    virtual bool boolValue(const QString &key, bool defaultValue = false) const = 0;
     virtual qint64 integerValue(const QString &key) const = 0;
     virtual void setBoolValue(const QString &key, bool value) = 0;
     virtual void setIntegerValue(const QString &key, qint64 value) = 0;

@@ -2,6 +2,7 @@
 
 #include "model/Formatting.h"
 #include "model/UuidString.h"
+#include "sync/SyncProblem.h"
 
 #include <QJsonArray>
 
@@ -22,6 +23,21 @@ QString targetText(const RemoteTarget &target)
 QString isoDate(const QDateTime &date)
 {
     return date.toUTC().toString(Qt::ISODate);
+}
+
+QJsonArray problems(const SyncFolder &folder)
+{
+    QJsonArray problems;
+    for (const SyncProblem &problem : SyncProblem::forFolder(folder)) {
+        problems.append(QJsonObject{
+            {QStringLiteral("target"), problem.location.isEmpty() ? QJsonValue() : QJsonValue(problem.location)},
+            {QStringLiteral("kind"), problem.kindName()},
+            {QStringLiteral("title"), problem.title()},
+            {QStringLiteral("sentence"), problem.sentence()},
+            {QStringLiteral("action"), problem.actionText().isEmpty() ? QJsonValue() : QJsonValue(problem.actionText())},
+        });
+    }
+    return problems;
 }
 
 QJsonObject status(const SyncFolder &folder, bool running, bool waiting)
@@ -47,6 +63,7 @@ QJsonObject status(const SyncFolder &folder, bool running, bool waiting)
         {QStringLiteral("transferSpeed"), syncing ? optionalText(folder.transferSpeed) : QJsonValue()},
         {QStringLiteral("error"),
          folder.lastError ? QJsonValue(Formatting::errorSummary(*folder.lastError)) : QJsonValue()},
+        {QStringLiteral("problems"), problems(folder)},
     };
 }
 

@@ -3,6 +3,7 @@
 #include "model/CloudRemote.h"
 #include "model/SyncFolder.h"
 
+#include <QJsonArray>
 #include <QJsonObject>
 
 // The folders and remotes as the command line reports them, in the field
@@ -15,6 +16,8 @@ namespace FolderReport {
 QJsonObject status(const SyncFolder &folder, bool running = false, bool waiting = false);
 // How a folder is set up: path, targets, filters, conflict policy.
 QJsonObject configuration(const SyncFolder &folder);
+// Per failing target: [{target, kind, title, sentence, action}].
+QJsonArray problems(const SyncFolder &folder);
 QJsonObject remote(const CloudRemote &remote);
 
 // "remote:path", as rclone writes a location.

@@ -175,6 +175,16 @@ void SyncManager::saveFolders()
 
 bool SyncManager::syncFolder(const QUuid &id, SyncTrigger trigger)
 {
+    return startRun(id, trigger, nullptr);
+}
+
+bool SyncManager::syncFolder(const QUuid &id, const TargetOverride &override)
+{
+    return !isRunning(id) && startRun(id, SyncTrigger::user, &override);
+}
+
+bool SyncManager::startRun(const QUuid &id, SyncTrigger trigger, const TargetOverride *override)
+{
     const qsizetype row = indexOf(id);
     if (row < 0 || m_folders.at(row).remoteTargets.isEmpty() || m_runsSuspended)
         return false;
@@ -194,6 +204,8 @@ bool SyncManager::syncFolder(const QUuid &id, SyncTrigger trigger)
     if (FolderWatcher *watcher = findWatcher(id))
         watcher->setSyncing(true);
     m_runs[id] = makeRun(id);
+    if (override)
+        m_runs[id]->setOverride(*override);
     enqueue(id, trigger);
     replaceFolder(row, folder);
     updateActivity();
@@ -243,7 +255,8 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
             }
         });
     });
-    connect(run, &SyncRun::finished, this, [this, run](const QStringList &errors) { runFinished(run, errors); });
+    connect(run, &SyncRun::finished, this,
+            [this, run](const QStringList &errors, const QStringList &details) { runFinished(run, errors, details); });
     connect(run, &SyncRun::stopped, this, [this, run] { runStopped(run); });
     connect(run, &SyncRun::waitingChanged, this, [this, id] { notifyFolder(id); });
     return run;
@@ -264,8 +277,9 @@ void SyncManager::startQueuedRuns()
     };
     for (qsizetype i = 0; i < m_queue.size() && busy() < m_concurrentSyncs;) {
         const QUuid id = m_queue.at(i).first;
-        // A folder whose previous rclone is still stopping waits for it.
-        if (m_stopping.count(id)) {
+        // A folder whose previous rclone is still stopping waits for it, and
+        // one that a review reads waits for the review.
+        if (m_stopping.count(id) || m_held.contains(id)) {
             ++i;
             continue;
         }
@@ -308,6 +322,17 @@ void SyncManager::cancelSync(const QUuid &id)
         watcher->syncWasCancelled();
     updateActivity();
     startQueuedRuns();
+}
+
+void SyncManager::holdRuns(const QUuid &id)
+{
+    m_held.insert(id);
+}
+
+void SyncManager::releaseRuns(const QUuid &id)
+{
+    if (m_held.remove(id))
+        startQueuedRuns();
 }
 
 void SyncManager::cancelAllSyncs()
@@ -397,7 +422,13 @@ QStringList SyncManager::ownPaths() const
             QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + nimbrell};
 }
 
-void SyncManager::runFinished(SyncRun *run, const QStringList &errors)
+QList<SyncProblem> SyncManager::problems(const QUuid &id) const
+{
+    const std::optional<SyncFolder> folder = this->folder(id);
+    return folder ? SyncProblem::forFolder(*folder, m_errorDetails.value(id)) : QList<SyncProblem>();
+}
+
+void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QStringList &details)
 {
     const QUuid id = run->folderId();
     if (const auto it = m_runs.find(id); it != m_runs.end() && it->second == run)
@@ -416,6 +447,7 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors)
         } else {
             folder.status = SyncStatus::error;
             folder.lastError = errors.join(u'\n');
+            m_errorDetails.insert(id, details);
         }
         replaceFolder(row, folder);
         saveFolders();
@@ -424,6 +456,8 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors)
         else
             qCCritical(lcSyncManager, "Sync completed with errors for folder ID: %s", qPrintable(uuidString(id)));
     }
+    if (row >= 0)
+        emit runCompleted(id, run->conflictCount());
     if (FolderWatcher *watcher = findWatcher(id))
         watcher->syncDidFinish();
     if (m_followUps.remove(id))

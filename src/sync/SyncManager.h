@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/SyncFolder.h"
+#include "sync/SyncProblem.h"
 #include "sync/SyncTimings.h"
 
 #include <QDateTime>
@@ -20,6 +21,7 @@ class FolderWatcher;
 class RcloneEngine;
 class SettingsStore;
 class SyncRun;
+struct TargetOverride;
 
 // How many folders sync at once: each rclone takes about 55 MB and a core's
 // share, so hundreds at once would exhaust a machine. The number of cores,
@@ -89,6 +91,9 @@ public:
     // while the folder's run is under way adds one run after it. False when
     // nothing will run (no such folder, no targets, runs suspended).
     bool syncFolder(const QUuid &id, SyncTrigger trigger = SyncTrigger::user);
+    // A run the user started from a review, with its one target's own
+    // arguments. False when nothing will run, or the folder's run is under way.
+    bool syncFolder(const QUuid &id, const TargetOverride &override);
     // Syncs every folder that is not syncing already.
     void syncAllFolders();
     // Stops the folder's run; the folder goes back to idle at once, while its
@@ -102,6 +107,14 @@ public:
     // the folders that were stopped (for sleep, shutdown and quitting).
     void suspendRuns();
     void resumeRuns();
+
+    // What went wrong with each failing target of the folder's last run.
+    QList<SyncProblem> problems(const QUuid &id) const;
+
+    // While a folder is held (a review's dry run reads it), its runs wait.
+    void holdRuns(const QUuid &id);
+    void releaseRuns(const QUuid &id);
+    bool isHeld(const QUuid &id) const { return m_held.contains(id); }
 
     // A run of the folder is queued or under way.
     bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }
@@ -124,6 +137,9 @@ signals:
     void folderAboutToBeRemoved(qsizetype row);
     void folderRemoved(qsizetype row);
     void syncActivityChanged(bool active);
+    // A run went over all targets; the folder has its outcome. `conflicts`:
+    // files found changed on both sides.
+    void runCompleted(const QUuid &id, int conflicts);
 
 private:
 
@@ -136,9 +152,10 @@ private:
     bool changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change);
     FolderWatcher *findWatcher(const QUuid &id) const;
     SyncRun *makeRun(const QUuid &id);
+    bool startRun(const QUuid &id, SyncTrigger trigger, const TargetOverride *override);
     void enqueue(const QUuid &id, SyncTrigger trigger);
     void startQueuedRuns();
-    void runFinished(SyncRun *run, const QStringList &errors);
+    void runFinished(SyncRun *run, const QStringList &errors, const QStringList &details);
     void runStopped(SyncRun *run);
     void notifyFolder(const QUuid &id);
     void updateActivity();
@@ -160,6 +177,10 @@ private:
     // Queued runs in the order they start: a user's first, then automatic ones.
     QList<std::pair<QUuid, SyncTrigger>> m_queue;
     QSet<QUuid> m_followUps; // one more run asked for while the folder's run was under way
+    QSet<QUuid> m_held;
+    // The error lines of each failed target's whole output, from runs since
+    // the program started (the folder store keeps only the last lines).
+    QHash<QUuid, QStringList> m_errorDetails;
     bool m_runsSuspended = false;
     QList<QUuid> m_suspendedRuns;
     bool m_wasSyncActive = false;

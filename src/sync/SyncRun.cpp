@@ -1,5 +1,6 @@
 #include "sync/SyncRun.h"
 
+#include "engine/BisyncPlan.h"
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
 #include "platform/AppLogger.h"
@@ -39,16 +40,24 @@ bool SyncRun::cancel()
 void SyncRun::nextTarget()
 {
     if (++m_index >= m_folder.remoteTargets.size()) {
-        Q_EMIT finished(m_errors);
+        Q_EMIT finished(m_errors, m_details);
         return;
     }
     const RemoteTarget &target = m_folder.remoteTargets.at(m_index);
     Q_EMIT targetStarted(m_index);
-    const BisyncRequest request{m_localPath, target.remoteName + u':' + target.remotePath, m_folder.filters,
-                                m_folder.conflictResolution, !target.hasResynced};
+    BisyncRequest request{m_localPath, target.remoteName + u':' + target.remotePath, m_folder.filters,
+                          m_folder.conflictResolution, !target.hasResynced, {}};
+    if (m_override && m_override->targetId == target.id) {
+        request.isInitialSync = request.isInitialSync || m_override->initial;
+        request.extraArguments = m_override->extraArguments;
+    }
     m_job = m_engine.bisync(
         request, this, [this](const SyncProgress &progress) { targetProgressed(progress); },
         [this](const RcloneStatus &result) { targetFinished(result); });
+    connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) {
+        if (BisyncPlan::isConflictRename(line))
+            ++m_conflicts;
+    });
     connect(m_job, &RcloneJob::waitingChanged, this, [this](bool waiting) {
         m_isWaitingForEarlier = waiting;
         Q_EMIT waitingChanged();
@@ -82,6 +91,7 @@ void SyncRun::targetFinished(const RcloneStatus &result)
         qCCritical(lcSyncManager, "Sync error for target %s:%s - %s", qUtf8Printable(target.remoteName),
                    qUtf8Printable(target.remotePath), qUtf8Printable(error.description));
         m_errors.append(target.remoteName + u':' + target.remotePath + QStringLiteral(" — ") + error.description);
+        m_details.append(error.detail);
         // rclone lost the pair's listings: the next run starts afresh, unless
         // that would fill an empty side from the other.
         if (error.kind == RcloneError::Kind::exitStatus && error.description.contains(QLatin1String("--resync")))

@@ -11,6 +11,15 @@
 class RcloneEngine;
 class RcloneJob;
 
+// A run the user started from a review: one target's bisync gets these
+// arguments (and --resync when `initial`). Automatic runs never have one.
+struct TargetOverride
+{
+    QUuid targetId;
+    bool initial = false;
+    QStringList extraArguments;
+};
+
 // One run of a folder: bisync against each of its targets in turn, with the
 // folder as it stood when the run started. It only reports; the manager
 // writes what it reports onto the folder.
@@ -33,7 +42,10 @@ public:
     // not start to end.
     bool isWaiting() const { return m_state == State::queued || m_isWaitingForEarlier; }
 
+    void setOverride(const TargetOverride &override) { m_override = override; }
     void start(const SyncFolder &folder);
+    // Files that bisync found changed on both sides during this run.
+    int conflictCount() const { return m_conflicts; }
     // Nothing of the run happens after this. True while its child is still
     // stopping (stopped() follows), false when nothing is left to wait for.
     bool cancel();
@@ -44,8 +56,9 @@ Q_SIGNALS:
     // done, each target having an equal part.
     void progressed(const SyncProgress &progress);
     void resyncStateChanged(const QUuid &targetId, bool hasResynced);
-    // Every target was tried: one error entry per failed target.
-    void finished(const QStringList &errors);
+    // Every target was tried: one error entry per failed target, and beside
+    // each the error lines rclone printed before its last ones.
+    void finished(const QStringList &errors, const QStringList &details);
     void stopped();
     void waitingChanged();
 
@@ -61,6 +74,9 @@ private:
     QString m_localPath;
     qsizetype m_index = -1;
     QStringList m_errors;
+    QStringList m_details;
     QPointer<RcloneJob> m_job;
     bool m_isWaitingForEarlier = false;
+    std::optional<TargetOverride> m_override;
+    int m_conflicts = 0;
 };

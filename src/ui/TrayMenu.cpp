@@ -2,6 +2,7 @@
 
 #include "ui/IconTable.h"
 #include "sync/SyncManager.h"
+#include "sync/SyncProblem.h"
 
 #include <QIcon>
 #include <QMenu>
@@ -16,7 +17,8 @@ TrayMenu::TrayMenu(SyncManager &manager, QObject *parent)
 {
     const auto update = [this] {
         // Progress reports come many times a second; rebuild only when a line changes.
-        const QStringList lines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
+        const QStringList lines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); })
+            + failedLines(m_manager.folders());
         if (lines != m_shownLines || m_menu->isEmpty())
             rebuild();
     };
@@ -50,6 +52,16 @@ QStringList TrayMenu::syncingLines(const QList<SyncFolder> &folders, const std::
     return lines;
 }
 
+QStringList TrayMenu::failedLines(const QList<SyncFolder> &folders)
+{
+    QStringList lines;
+    for (const SyncFolder &folder : folders) {
+        if (folder.status == SyncStatus::error)
+            lines.append(folder.name + QStringLiteral(" — ") + SyncProblem::forFolder(folder).constFirst().title());
+    }
+    return lines;
+}
+
 void TrayMenu::show()
 {
     if (!QSystemTrayIcon::isSystemTrayAvailable())
@@ -76,7 +88,9 @@ void TrayMenu::setFinishing(bool finishing)
 
 void TrayMenu::rebuild()
 {
-    m_shownLines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
+    const QStringList syncing = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
+    const QStringList failed = failedLines(m_manager.folders());
+    m_shownLines = syncing + failed;
     m_menu->clear();
     if (m_isFinishing) {
         m_menu->addAction(kFinishingText)->setEnabled(false);
@@ -84,10 +98,22 @@ void TrayMenu::rebuild()
     }
     m_menu->addAction(QStringLiteral("Open Dashboard"), this, &TrayMenu::openDashboardRequested);
     m_menu->addSeparator();
-    if (!m_shownLines.isEmpty()) {
+    if (!syncing.isEmpty()) {
         m_menu->addSection(QStringLiteral("Syncing"));
-        for (const QString &line : std::as_const(m_shownLines))
+        for (const QString &line : syncing)
             m_menu->addAction(line)->setEnabled(false);
+        m_menu->addSeparator();
+    }
+    if (!failed.isEmpty()) {
+        // A click opens the failed folder, where its fix is offered.
+        qsizetype i = 0;
+        for (const SyncFolder &folder : m_manager.folders()) {
+            if (folder.status != SyncStatus::error || i >= failed.size())
+                continue;
+            QString text = failed.at(i++);
+            m_menu->addAction(text.replace(u'&', QStringLiteral("&&")), this,
+                              [this, id = folder.id] { Q_EMIT openFolderRequested(id); });
+        }
         m_menu->addSeparator();
     }
     m_menu->addAction(QStringLiteral("Settings..."), this, &TrayMenu::settingsRequested);

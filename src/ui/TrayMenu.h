@@ -26,6 +26,8 @@ public:
 
     // One line per syncing folder: "Docs — 42%", or with its current target
     // "Docs → gdrive — 42%", or "Docs — Waiting for another sync to finish…".
+    // "Documents — Stopped before deleting files": a line per failed folder.
+    static QStringList failedLines(const QList<SyncFolder> &folders);
     static QStringList syncingLines(const QList<SyncFolder> &folders,
                                     const std::function<bool(const QUuid &)> &isWaiting = {});
 
@@ -36,6 +38,7 @@ public:
 
 Q_SIGNALS:
     void openDashboardRequested();
+    void openFolderRequested(const QUuid &id);
     void settingsRequested();
     void aboutRequested();
     void quitRequested();

@@ -81,7 +81,7 @@ class TestRcloneEngine : public QObject
     BisyncRequest request() const
     {
         return BisyncRequest{localPath(), QStringLiteral("remote:Docs"), SyncFilterOptions(), ConflictResolution::keepBoth,
-                             false};
+                             false, {}};
     }
 
 private Q_SLOTS:
@@ -264,7 +264,7 @@ private Q_SLOTS:
         QFETCH(ConflictResolution, resolution);
         QFETCH(bool, initial);
         QFETCH(QStringList, tail);
-        const BisyncRequest r{"/home/ann/My Docs", "work docs:Back up", filters, resolution, initial};
+        const BisyncRequest r{"/home/ann/My Docs", "work docs:Back up", filters, resolution, initial, {}};
         const QStringList base{"bisync", "/home/ann/My Docs", "work docs:Back up", "--workdir", "/w",
                                "--create-empty-src-dirs", "-v", "-P"};
         QCOMPARE(RcloneEngine::bisyncArguments(r, "/w"), base + tail);

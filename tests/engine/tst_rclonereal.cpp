@@ -42,7 +42,7 @@ class TestRcloneReal : public QObject
 
     BisyncRequest request(const QString &local, const QString &remote, bool initial) const
     {
-        return BisyncRequest{local, remote, SyncFilterOptions(), ConflictResolution::keepBoth, initial};
+        return BisyncRequest{local, remote, SyncFilterOptions(), ConflictResolution::keepBoth, initial, {}};
     }
 
     // A throttled bisync started outside the engine, once it holds the pair's lock.

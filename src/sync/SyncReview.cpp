@@ -1,0 +1,98 @@
+#include "sync/SyncReview.h"
+
+#include "engine/RcloneEngine.h"
+#include "engine/RcloneJob.h"
+#include "sync/SyncManager.h"
+#include "sync/SyncRun.h"
+
+SyncReview::SyncReview(SyncManager &manager, RcloneEngine &engine, QObject *parent)
+    : QObject(parent)
+    , m_manager(manager)
+    , m_engine(engine)
+{
+}
+
+SyncReview::~SyncReview()
+{
+    if (m_job)
+        m_job->cancel(); // its rclone stops by itself; nothing waits for it here
+    if (m_state == State::previewing)
+        m_manager.releaseRuns(m_folderId);
+}
+
+QStringList SyncReview::extraArguments(Kind kind, bool dryRun)
+{
+    QStringList arguments;
+    if (kind == Kind::resync)
+        arguments << QStringLiteral("--resync-mode") << QStringLiteral("newer");
+    else
+        arguments << QStringLiteral("--force");
+    if (dryRun)
+        arguments << QStringLiteral("--dry-run");
+    return arguments;
+}
+
+bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind)
+{
+    if (m_state == State::previewing)
+        return false;
+    const std::optional<SyncFolder> folder = m_manager.folder(folderId);
+    if (!folder || m_manager.isRunning(folderId))
+        return false;
+    const auto target = std::find_if(folder->remoteTargets.begin(), folder->remoteTargets.end(),
+                                     [&targetId](const RemoteTarget &t) { return t.id == targetId; });
+    if (target == folder->remoteTargets.end())
+        return false;
+    m_folderId = folderId;
+    m_targetId = targetId;
+    m_kind = kind;
+    m_plan = {};
+    m_changes.clear();
+    m_error.clear();
+    m_state = State::previewing;
+    m_manager.holdRuns(folderId);
+    const BisyncRequest request{folder->localPath, target->remoteName + u':' + target->remotePath, folder->filters,
+                                folder->conflictResolution, kind == Kind::resync || !target->hasResynced,
+                                extraArguments(kind, true)};
+    m_job = m_engine.bisync(request, this, {}, [this, localPath = folder->localPath](const RcloneStatus &result) {
+        m_job = nullptr;
+        if (result.isCancelled())
+            return finish(State::idle);
+        if (!result.ok()) {
+            m_error = result.error().description;
+            return finish(State::failed);
+        }
+        m_changes = m_plan.changes(localPath);
+        finish(State::ready);
+    });
+    connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_plan.addLine(line); });
+    Q_EMIT stateChanged();
+    return true;
+}
+
+void SyncReview::cancel()
+{
+    if (m_job)
+        m_job->cancel();
+    else if (m_state != State::previewing)
+        finish(State::idle);
+}
+
+bool SyncReview::apply()
+{
+    if (m_state != State::ready)
+        return false;
+    const TargetOverride override{m_targetId, m_kind == Kind::resync, extraArguments(m_kind, false)};
+    if (!m_manager.syncFolder(m_folderId, override))
+        return false;
+    finish(State::applied);
+    return true;
+}
+
+void SyncReview::finish(State state)
+{
+    if (m_state == State::previewing)
+        m_manager.releaseRuns(m_folderId);
+    m_state = state;
+    Q_EMIT stateChanged();
+}
