@@ -6,6 +6,7 @@
 #include "platform/XdgAutostartLoginItem.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
+#include "platform/DesktopNotifier.h"
 #include "sync/SyncService.h"
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
@@ -50,7 +51,8 @@ int main(int argc, char *argv[])
     QSettingsStore settings;
     InotifyFileEventService fileEvents;
     XdgAutostartLoginItem loginItem;
-    NimbrellApp nimbrell({settings, engine, fileEvents, loginItem});
+    DesktopNotifier notifier;
+    NimbrellApp nimbrell({settings, engine, fileEvents, loginItem, defaultConcurrentSyncs(), &notifier});
     SyncManager &manager = *nimbrell.syncManager();
     qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),

@@ -2,6 +2,8 @@
 
 #include "cli/CommandLine.h"
 #include "cli/LocalInstance.h"
+#include "platform/DesktopNotifier.h"
+#include "sync/ProblemNotifier.h"
 #include "cli/SyncFollower.h"
 #include "model/ConflictResolution.h"
 #include "model/Formatting.h"
@@ -18,6 +20,7 @@
 #include <QFileInfo>
 #include <QJsonArray>
 #include <QJsonDocument>
+#include <QProcess>
 #include <QThread>
 #include <QTimer>
 
@@ -541,6 +544,14 @@ int runHeadless()
     qCInfo(lcGeneral, "Nimbrell %s running headless: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),
            manager.isGlobalSyncEnabled() ? "on" : "off", static_cast<long long>(manager.globalSyncIntervalMinutes()));
+    // Failures, recoveries and conflicts reach the desktop; a click opens the
+    // window, which takes over from this service.
+    DesktopNotifier notifier;
+    QObject::connect(&notifier, &DesktopNotifier::activated, &service,
+                     [] { QProcess::startDetached(InstallLayout::launcherPath(), {}); });
+    ProblemNotifier problems(local.manager(), local.settings(), [&notifier](const ProblemNotifier::Notification &n) {
+        notifier.notify(n.summary, n.body, uuidString(n.folderId));
+    });
     local.engine().getVersion(&service, [](const RcloneResult<QString> &version) {
         qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
     });

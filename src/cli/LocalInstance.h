@@ -24,6 +24,7 @@ public:
     RcloneEngine &engine() { return m_engine; }
     SyncManager &manager() { return m_manager; }
     SyncService &service() { return m_service; }
+    SettingsStore &settings() { return m_settings; }
 
 private:
     RcloneEngine m_engine;

@@ -25,10 +25,10 @@ QString isoDate(const QDateTime &date)
     return date.toUTC().toString(Qt::ISODate);
 }
 
-QJsonArray problems(const SyncFolder &folder)
+QJsonArray problems(const SyncFolder &folder, const QStringList &details)
 {
     QJsonArray problems;
-    for (const SyncProblem &problem : SyncProblem::forFolder(folder)) {
+    for (const SyncProblem &problem : SyncProblem::forFolder(folder, details)) {
         problems.append(QJsonObject{
             {QStringLiteral("target"), problem.location.isEmpty() ? QJsonValue() : QJsonValue(problem.location)},
             {QStringLiteral("kind"), problem.kindName()},
@@ -40,7 +40,7 @@ QJsonArray problems(const SyncFolder &folder)
     return problems;
 }
 
-QJsonObject status(const SyncFolder &folder, bool running, bool waiting)
+QJsonObject status(const SyncFolder &folder, bool running, bool waiting, const QStringList &details)
 {
     QJsonArray targets;
     for (const RemoteTarget &target : folder.remoteTargets)
@@ -63,7 +63,7 @@ QJsonObject status(const SyncFolder &folder, bool running, bool waiting)
         {QStringLiteral("transferSpeed"), syncing ? optionalText(folder.transferSpeed) : QJsonValue()},
         {QStringLiteral("error"),
          folder.lastError ? QJsonValue(Formatting::errorSummary(*folder.lastError)) : QJsonValue()},
-        {QStringLiteral("problems"), problems(folder)},
+        {QStringLiteral("problems"), problems(folder, details)},
     };
 }
 

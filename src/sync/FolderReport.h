@@ -13,11 +13,13 @@ namespace FolderReport {
 
 // What a folder shows: status, last sync, targets, progress, first error line.
 // `running`: a run is queued or under way; `waiting`: it waits for a slot.
-QJsonObject status(const SyncFolder &folder, bool running = false, bool waiting = false);
+// `details`: the error lines the manager still has of each failed target.
+QJsonObject status(const SyncFolder &folder, bool running = false, bool waiting = false,
+                   const QStringList &details = {});
 // How a folder is set up: path, targets, filters, conflict policy.
 QJsonObject configuration(const SyncFolder &folder);
 // Per failing target: [{target, kind, title, sentence, action}].
-QJsonArray problems(const SyncFolder &folder);
+QJsonArray problems(const SyncFolder &folder, const QStringList &details = {});
 QJsonObject remote(const CloudRemote &remote);
 
 // "remote:path", as rclone writes a location.

@@ -110,6 +110,9 @@ public:
 
     // What went wrong with each failing target of the folder's last run.
     QList<SyncProblem> problems(const QUuid &id) const;
+    // The error lines of each failed target's whole output, while the
+    // program still has them.
+    QStringList errorDetails(const QUuid &id) const { return m_errorDetails.value(id); }
 
     // While a folder is held (a review's dry run reads it), its runs wait.
     void holdRuns(const QUuid &id);

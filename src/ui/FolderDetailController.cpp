@@ -2,7 +2,10 @@
 
 #include "model/UuidString.h"
 #include "platform/BookmarkService.h"
+#include "engine/RcloneEngine.h"
+#include "engine/RcloneJob.h"
 #include "sync/SyncManager.h"
+#include "sync/SyncReview.h"
 #include "ui/NavigationState.h"
 #include "ui/RemoteListModel.h"
 
@@ -13,6 +16,7 @@
 FolderDetailController::FolderDetailController(QObject *parent)
     : QObject(parent)
 {
+    connect(this, &FolderDetailController::folderChanged, this, &FolderDetailController::problemsChanged);
 }
 
 FolderDetailController::~FolderDetailController() = default;
@@ -34,6 +38,9 @@ void FolderDetailController::setApp(NimbrellApp *app)
         connect(manager, &SyncManager::folderChanged, this, changedRow);
         connect(manager, &SyncManager::folderInserted, this, changedRow);
         connect(manager, &SyncManager::folderRemoved, this, &FolderDetailController::folderChanged);
+        delete m_review;
+        m_review = new SyncReview(*manager, *m_app->engine(), this);
+        connect(m_review, &SyncReview::stateChanged, this, &FolderDetailController::reviewChanged);
     }
     Q_EMIT appChanged();
     reset();
@@ -57,6 +64,8 @@ void FolderDetailController::setFolderId(const QString &id)
 // A new folder opens in the editor, an existing one in view mode.
 void FolderDetailController::reset()
 {
+    if (m_review)
+        m_review->cancel();
     Q_EMIT folderChanged();
     setEditing(m_folderId.isNull());
     loadEditState();
@@ -339,4 +348,162 @@ void FolderDetailController::setTargetPath(int row, const QString &remotePath)
 {
     if (row >= 0 && row < m_editTargets.size())
         m_editTargets[row].remotePath = remotePath;
+}
+
+QVariantList FolderDetailController::problems() const
+{
+    QVariantList problems;
+    if (!m_app)
+        return problems;
+    for (const SyncProblem &problem : m_app->syncManager()->problems(m_folderId)) {
+        const bool busy = (problem.kind == SyncProblem::Kind::lockHeld && problem.lockHolder() != 0)
+            || (problem.action() == SyncProblem::Action::signInAgain && isSigningIn());
+        problems.append(QVariantMap{
+            {QStringLiteral("kind"), problem.kindName()},
+            {QStringLiteral("title"), problem.title()},
+            {QStringLiteral("sentence"), problem.sentence()},
+            {QStringLiteral("action"), SyncProblem::actionName(problem.action())},
+            {QStringLiteral("actionText"), problem.actionText()},
+            {QStringLiteral("actionEnabled"), !busy},
+            {QStringLiteral("location"), problem.location},
+        });
+    }
+    return problems;
+}
+
+void FolderDetailController::runAction(int index)
+{
+    if (!m_app)
+        return;
+    const QList<SyncProblem> problems = m_app->syncManager()->problems(m_folderId);
+    if (index < 0 || index >= problems.size())
+        return;
+    const SyncProblem &problem = problems.at(index);
+    using Action = SyncProblem::Action;
+    switch (problem.action()) {
+    case Action::retry:
+        return syncNow();
+    case Action::reviewResync:
+    case Action::reviewDeletions:
+    case Action::reviewChanges: {
+        const SyncReview::Kind kind = problem.action() == Action::reviewResync ? SyncReview::Kind::resync
+            : problem.action() == Action::reviewDeletions                     ? SyncReview::Kind::deletions
+                                                                              : SyncReview::Kind::changes;
+        m_review->preview(m_folderId, problem.targetId, kind);
+        return;
+    }
+    case Action::signInAgain: {
+        if (isSigningIn())
+            return;
+        m_signInError.clear();
+        // rclone opens the browser and waits for the sign-in; the remote is
+        // never removed here, whatever the outcome.
+        m_signIn = m_app->engine()->reconnectRemote(problem.remoteName, this, [this](const RcloneStatus &result) {
+            m_signIn = nullptr;
+            if (!result.ok() && !result.isCancelled())
+                m_signInError = QStringLiteral("Sign-in failed: ") + result.error().description;
+            Q_EMIT problemsChanged();
+            if (result.ok())
+                syncNow();
+        });
+        Q_EMIT problemsChanged();
+        return;
+    }
+    case Action::editFolder:
+        return startEditing();
+    case Action::openRemote:
+        m_app->navigation()->showRemote(problem.remoteName);
+        return;
+    case Action::showFolder:
+    case Action::chooseFolder:
+    case Action::viewLog:
+    case Action::none:
+        return;
+    }
+}
+
+void FolderDetailController::relocate(const QString &path)
+{
+    std::optional<SyncFolder> f = folder();
+    if (!f || path.isEmpty())
+        return;
+    f->localPath = path;
+    f->localPathBookmarkData = BookmarkService::create(path);
+    m_app->syncManager()->updateFolder(*f);
+    m_app->syncManager()->updateWatchers();
+    loadEditState();
+    loadFolderStats();
+    syncNow();
+}
+
+QString FolderDetailController::reviewState() const
+{
+    if (!m_review)
+        return QStringLiteral("idle");
+    switch (m_review->state()) {
+    case SyncReview::State::previewing: return QStringLiteral("previewing");
+    case SyncReview::State::ready: return QStringLiteral("ready");
+    case SyncReview::State::failed: return QStringLiteral("failed");
+    case SyncReview::State::idle:
+    case SyncReview::State::applied: break;
+    }
+    return QStringLiteral("idle");
+}
+
+QString FolderDetailController::reviewTitle() const
+{
+    if (!m_review)
+        return {};
+    switch (m_review->kind()) {
+    case SyncReview::Kind::resync: return QStringLiteral("Review and Resync");
+    case SyncReview::Kind::deletions: return QStringLiteral("Review Deletions");
+    case SyncReview::Kind::changes: return QStringLiteral("Review Changes");
+    }
+    return {};
+}
+
+QString FolderDetailController::reviewError() const
+{
+    return m_review ? m_review->error() : QString();
+}
+
+QVariantList FolderDetailController::reviewChanges() const
+{
+    QVariantList changes;
+    if (!m_review || m_review->state() != SyncReview::State::ready)
+        return changes;
+    changes.reserve(m_review->changes().size());
+    for (const BisyncPlan::Change &change : m_review->changes())
+        changes.append(QVariantMap{{QStringLiteral("path"), change.path},
+                                   {QStringLiteral("group"), int(change.group)},
+                                   {QStringLiteral("toRemote"), change.toRemote}});
+    return changes;
+}
+
+QVariantList FolderDetailController::reviewCounts() const
+{
+    QVariantList counts(reviewGroups().size(), 0);
+    if (m_review && m_review->state() == SyncReview::State::ready) {
+        for (const BisyncPlan::Change &change : m_review->changes())
+            counts[int(change.group)] = counts.at(int(change.group)).toInt() + 1;
+    }
+    return counts;
+}
+
+QStringList FolderDetailController::reviewGroups()
+{
+    return {QStringLiteral("Copied to the remote"), QStringLiteral("Copied to this computer"),
+            QStringLiteral("Deleted on the remote"), QStringLiteral("Deleted here"), QStringLiteral("Replaced")};
+}
+
+void FolderDetailController::applyReview()
+{
+    if (m_review)
+        m_review->apply();
+}
+
+void FolderDetailController::cancelReview()
+{
+    if (m_review)
+        m_review->cancel();
 }

@@ -13,6 +13,9 @@
 // The state of one folder's detail pane: the folder as the manager has it now,
 // the statistics of its local directory, and the editor that creates or
 // changes it. An empty `folderId` means a new folder.
+class RcloneJob;
+class SyncReview;
+
 class FolderDetailController : public QObject
 {
     Q_OBJECT
@@ -35,6 +38,19 @@ class FolderDetailController : public QObject
     Q_PROPERTY(QVariant fileCount READ fileCount NOTIFY statisticsChanged)
     Q_PROPERTY(QVariant totalSize READ totalSize NOTIFY statisticsChanged)
     Q_PROPERTY(bool isLoadingStats READ isLoadingStats NOTIFY statisticsChanged)
+    // [{kind, title, sentence, action, actionText, actionEnabled, location}]
+    // per failing target of the last run.
+    Q_PROPERTY(QVariantList problems READ problems NOTIFY problemsChanged)
+    Q_PROPERTY(bool isSigningIn READ isSigningIn NOTIFY problemsChanged)
+    Q_PROPERTY(QString signInError READ signInError NOTIFY problemsChanged)
+    // The review of a recovery: "idle", "previewing", "ready", "failed".
+    Q_PROPERTY(QString reviewState READ reviewState NOTIFY reviewChanged)
+    Q_PROPERTY(QString reviewTitle READ reviewTitle NOTIFY reviewChanged)
+    Q_PROPERTY(QString reviewError READ reviewError NOTIFY reviewChanged)
+    // [{path, group, toRemote}] with group 0..4 as `reviewGroups` names them.
+    Q_PROPERTY(QVariantList reviewChanges READ reviewChanges NOTIFY reviewChanged)
+    Q_PROPERTY(QVariantList reviewCounts READ reviewCounts NOTIFY reviewChanged)
+    Q_PROPERTY(QStringList reviewGroups READ reviewGroups CONSTANT)
 
 public:
     explicit FolderDetailController(QObject *parent = nullptr);
@@ -87,6 +103,27 @@ public:
     // Counts the local directory's files and bytes on a worker thread.
     Q_INVOKABLE void loadFolderStats();
 
+    QVariantList problems() const;
+    bool isSigningIn() const { return !m_signIn.isNull(); }
+    const QString &signInError() const { return m_signInError; }
+    // The action of a problem that Nimbrell takes itself: retry, the three
+    // reviews, sign in again, edit folder, open remote. (Show Folder, Choose
+    // Folder and View Log are the screen's own.)
+    Q_INVOKABLE void runAction(int problem);
+    // The lock of a held lock may have gone: problems are read again.
+    Q_INVOKABLE void refreshProblems() { Q_EMIT problemsChanged(); }
+    // "Choose Folder…": the folder now lives at `path`; it syncs from there.
+    Q_INVOKABLE void relocate(const QString &path);
+
+    QString reviewState() const;
+    QString reviewTitle() const;
+    QString reviewError() const;
+    QVariantList reviewChanges() const;
+    QVariantList reviewCounts() const;
+    static QStringList reviewGroups();
+    Q_INVOKABLE void applyReview();
+    Q_INVOKABLE void cancelReview();
+
     Q_INVOKABLE void addTarget();
     Q_INVOKABLE void removeTarget(int row);
     Q_INVOKABLE void moveTarget(int row, int delta);
@@ -102,6 +139,8 @@ Q_SIGNALS:
     void editChanged();
     void editTargetsChanged();
     void statisticsChanged();
+    void problemsChanged();
+    void reviewChanged();
 
 private:
     void reset();
@@ -118,4 +157,7 @@ private:
     std::optional<FolderStatistics> m_statistics;
     bool m_isLoadingStats = false;
     QFutureWatcher<FolderStatistics> *m_statsWatcher = nullptr;
+    SyncReview *m_review = nullptr;
+    QPointer<RcloneJob> m_signIn;
+    QString m_signInError;
 };

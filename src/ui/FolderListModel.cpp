@@ -99,7 +99,8 @@ QVariantList FolderListModel::errorFolders() const
     for (const SyncFolder &folder : m_manager.folders()) {
         if (folder.status == SyncStatus::error)
             folders.append(QVariantMap{{QStringLiteral("folderId"), uuidString(folder.id)},
-                                       {QStringLiteral("name"), folder.name}});
+                                       {QStringLiteral("name"), folder.name},
+                                       {QStringLiteral("problem"), m_manager.problems(folder.id).value(0).title()}});
     }
     return folders;
 }

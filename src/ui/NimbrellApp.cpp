@@ -3,6 +3,8 @@
 #include "engine/RcloneEngine.h"
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
+#include "platform/DesktopNotifier.h"
+#include "sync/ProblemNotifier.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncService.h"
 #include "ui/AppTheme.h"
@@ -44,7 +46,7 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     , m_navigation(new NavigationState(this))
     , m_folders(new FolderListModel(*m_syncManager, this))
     , m_remotes(new RemoteListModel(services.engine, this))
-    , m_settings(new SettingsController(services.loginItem, services.engine, this))
+    , m_settings(new SettingsController(services.loginItem, services.engine, services.settings, this))
     , m_format(new Format(this))
     , m_theme(new AppTheme(this))
     , m_tray(new TrayMenu(*m_syncManager, this))
@@ -56,6 +58,24 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     connect(m_tray, &TrayMenu::aboutRequested, this, [this] { openWindow(QStringLiteral("about")); });
     connect(m_tray, &TrayMenu::quitRequested, this, &NimbrellApp::quit);
     connect(m_service, &SyncService::quitRequested, this, &NimbrellApp::quit);
+    connect(m_tray, &TrayMenu::openFolderRequested, this, &NimbrellApp::openFolder);
+    if (services.notifier) {
+        connect(services.notifier, &DesktopNotifier::activated, this,
+                [this](const QString &key) { openFolder(QUuid::fromString(key)); });
+        new ProblemNotifier(*m_syncManager, services.settings,
+                            [notifier = QPointer<DesktopNotifier>(services.notifier)](const ProblemNotifier::Notification &n) {
+                                if (notifier)
+                                    notifier->notify(n.summary, n.body, uuidString(n.folderId));
+                            },
+                            this);
+    }
+}
+
+void NimbrellApp::openFolder(const QUuid &id)
+{
+    if (m_syncManager->folder(id))
+        m_navigation->setSelection(SidebarSelection::syncFolder(id));
+    openWindow(QStringLiteral("main"));
 }
 
 NimbrellApp::~NimbrellApp()

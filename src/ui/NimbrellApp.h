@@ -11,6 +11,7 @@
 #include <memory>
 
 class AppTheme;
+class DesktopNotifier;
 class FileEventService;
 class FolderListModel;
 class Format;
@@ -33,6 +34,9 @@ struct AppServices
     FileEventService &fileEvents;
     LoginItemService &loginItem;
     int concurrentSyncs = defaultConcurrentSyncs();
+    // Desktop notifications of failures, recoveries and conflicts; none
+    // when null.
+    DesktopNotifier *notifier = nullptr;
 };
 
 // The application: the one sync manager and navigation state, the models the
@@ -83,6 +87,9 @@ public:
 
     // "Open Dashboard" of the tray: the dashboard in the main window, in front.
     Q_INVOKABLE void openDashboard();
+    // A folder's pane in the main window, in front (a notification's or a
+    // tray line's click).
+    void openFolder(const QUuid &id);
     // The confirmed deletion of a folder; an open detail of it closes.
     Q_INVOKABLE void deleteFolder(const QString &id);
     // The one way out (menus, tray, signals, the command line): every rclone

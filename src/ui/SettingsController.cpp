@@ -1,5 +1,8 @@
 #include "ui/SettingsController.h"
 
+#include "platform/SettingsStore.h"
+#include "sync/ProblemNotifier.h"
+
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
 #include "platform/AppLogger.h"
@@ -7,13 +10,28 @@
 
 #include <QVariantMap>
 
-SettingsController::SettingsController(LoginItemService &loginItem, RcloneEngine &engine, QObject *parent)
+SettingsController::SettingsController(LoginItemService &loginItem, RcloneEngine &engine, SettingsStore &store,
+                                       QObject *parent)
     : QObject(parent)
     , m_loginItem(loginItem)
     , m_engine(engine)
+    , m_store(store)
     , m_launchAtLogin(loginItem.isEnabled())
     , m_rcloneVersion(QStringLiteral("Loading..."))
 {
+}
+
+bool SettingsController::showNotifications() const
+{
+    return ProblemNotifier::isEnabled(m_store);
+}
+
+void SettingsController::setShowNotifications(bool show)
+{
+    if (show == showNotifications())
+        return;
+    m_store.setBoolValue(ProblemNotifier::kShowNotificationsKey, show);
+    Q_EMIT showNotificationsChanged();
 }
 
 void SettingsController::setLaunchAtLogin(bool enabled)

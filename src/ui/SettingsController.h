@@ -9,6 +9,7 @@
 
 class LoginItemService;
 class RcloneEngine;
+class SettingsStore;
 
 // The settings window's own state: the login switch, which always ends up
 // showing what the login-item service really has, and the rclone version.
@@ -21,9 +22,14 @@ class SettingsController final : public QObject
     Q_PROPERTY(bool launchAtLogin READ launchAtLogin WRITE setLaunchAtLogin NOTIFY launchAtLoginChanged)
     Q_PROPERTY(QString rcloneVersion READ rcloneVersion NOTIFY rcloneVersionChanged)
     Q_PROPERTY(QVariantList intervalChoices READ intervalChoices CONSTANT)
+    Q_PROPERTY(bool showNotifications READ showNotifications WRITE setShowNotifications NOTIFY showNotificationsChanged)
 
 public:
-    SettingsController(LoginItemService &loginItem, RcloneEngine &engine, QObject *parent = nullptr);
+    SettingsController(LoginItemService &loginItem, RcloneEngine &engine, SettingsStore &store,
+                       QObject *parent = nullptr);
+
+    bool showNotifications() const;
+    void setShowNotifications(bool show);
 
     bool launchAtLogin() const { return m_launchAtLogin; }
     void setLaunchAtLogin(bool enabled);
@@ -38,12 +44,14 @@ public:
 Q_SIGNALS:
     void launchAtLoginChanged();
     void rcloneVersionChanged();
+    void showNotificationsChanged();
 
 private:
     void setRcloneVersion(const QString &version);
 
     LoginItemService &m_loginItem;
     RcloneEngine &m_engine;
+    SettingsStore &m_store;
     bool m_launchAtLogin;
     QString m_rcloneVersion;
     QPointer<RcloneJob> m_versionJob;

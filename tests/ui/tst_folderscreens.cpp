@@ -7,6 +7,7 @@
 #include "model/FolderStore.h"
 #include "model/UuidString.h"
 #include "platform/MemorySettingsStore.h"
+#include "support/LogCapture.h"
 #include "support/QuickInspection.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
@@ -141,6 +142,97 @@ private Q_SLOTS:
         QTest::qWait(1700);
         QCOMPARE(copy->property("text").toString(), "Copied!");
         QTRY_COMPARE_WITH_TIMEOUT(copy->property("text").toString(), "Copy Full Log", 1000);
+    }
+
+    // Each problem's button does what it says, with the real rclone: the
+    // reviews preview without changing anything and apply what they showed.
+    void problemActions()
+    {
+        const QString local = m_sandbox->makeDirectory("home/Book"), remote = m_sandbox->makeDirectory("backup");
+        m_sandbox->addAlias("backup", remote);
+        const QDateTime old = QDateTime::currentDateTimeUtc().addDays(-2), newer = old.addDays(1);
+        const auto put = [](const QString &path, const QByteArray &content, const QDateTime &time) {
+            writeFile(path, content);
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::ReadWrite) && file.setFileTime(time, QFileDevice::FileModificationTime));
+        };
+        put(local + "/ch1.txt", "ch1 edited here", newer);
+        put(remote + "/ch1.txt", "ch1", old);
+        put(local + "/ch2.txt", "ch2", old);
+        put(remote + "/ch2.txt", "ch2 edited there", newer);
+        put(local + "/only here.txt", "here", old);
+        put(remote + "/only there.txt", "there", old);
+        SyncFolder book;
+        book.name = "Book";
+        book.localPath = local;
+        book.status = SyncStatus::error;
+        book.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "", true}};
+        book.lastError = "backup: — ERROR : Bisync aborted. Must run --resync to recover.";
+        SyncFolder mail = book, inbox = book;
+        mail.id = QUuid::createUuid();
+        mail.lastError = "backup: — CRITICAL: couldn't fetch token: invalid_grant: maybe token expired?";
+        inbox.id = QUuid::createUuid();
+        inbox.localPath = m_sandbox->makeDirectory("home/Inbox");
+        inbox.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "inbox", false}};
+        inbox.lastError = "backup:inbox — dial tcp 127.0.0.1:9: connect: connection refused";
+        writeStore({book, mail, inbox});
+        QQuickWindow *main = startApp();
+        m_app->navigation()->showFolder(uuidString(book.id));
+        QTRY_VERIFY(item(main, "problem_needsResync"));
+        QVERIFY(visibleTexts(main).contains("Sync history lost"));
+
+        // The resync preview: the newer copy of each file, nothing changed yet.
+        QQuickItem *action = item(main, "problemAction");
+        QCOMPARE(action->property("text").toString(), "Review and Resync…");
+        click(main, action);
+        QTRY_VERIFY_WITH_TIMEOUT(item(main, "applyReview") && item(main, "applyReview")->isEnabled(), 30000);
+        const auto counted = [main](int group) { return item(main, qPrintable("reviewCount" + QString::number(group)))->property("count").toInt(); };
+        QCOMPARE(counted(0), 2); // ch1 and "only here" up
+        QCOMPARE(counted(1), 1); // "only there" down
+        QCOMPARE(counted(4), 1); // ch2 replaced here
+        QCOMPARE(readFile(remote + "/ch1.txt"), "ch1");
+        QVERIFY(!QFile::exists(local + "/only there.txt"));
+        click(main, item(main, "applyReview"));
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Sync completed successfully"), 30000);
+        for (const QString &side : {local, remote}) {
+            QCOMPARE(readFile(side + "/ch1.txt"), "ch1 edited here");
+            QCOMPARE(readFile(side + "/ch2.txt"), "ch2 edited there");
+            QVERIFY(QFile::exists(side + "/only here.txt") && QFile::exists(side + "/only there.txt"));
+        }
+
+        // Too many deletes: reviewed, then applied past the safety stop.
+        for (int i = 0; i < 6; ++i)
+            writeFile(local + QStringLiteral("/n%1.txt").arg(i), "n");
+        m_app->syncManager()->syncFolder(book.id);
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Sync completed successfully"), 30000);
+        for (int i = 0; i < 6; ++i)
+            QFile::remove(local + QStringLiteral("/n%1.txt").arg(i));
+        QFile::remove(local + "/ch1.txt");
+        m_app->syncManager()->syncFolder(book.id);
+        QTRY_VERIFY_WITH_TIMEOUT(item(main, "problem_tooManyDeletes"), 30000);
+        QVERIFY(textItem(main, "Stopped before deleting 7 of 10 files on backup:"));
+        click(main, item(main, "problemAction"));
+        QTRY_VERIFY_WITH_TIMEOUT(item(main, "applyReview") && item(main, "applyReview")->isEnabled(), 30000);
+        QCOMPARE(counted(2), 7);
+        QVERIFY(QFile::exists(remote + "/n0.txt"));
+        click(main, item(main, "applyReview"));
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Sync completed successfully"), 30000);
+        QVERIFY(!QFile::exists(remote + "/n0.txt") && !QFile::exists(remote + "/ch1.txt"));
+
+        // Sign In Again asks rclone to reconnect this target's remote.
+        m_app->navigation()->showFolder(uuidString(mail.id));
+        QTRY_VERIFY(item(main, "problem_signInExpired"));
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code 2"));
+        LogCapture log;
+        click(main, item(main, "problemAction"));
+        QTRY_VERIFY_WITH_TIMEOUT(textItem(main, "Sign-in failed: "), 20000); // an alias has no sign-in
+        QVERIFY(log.messages.contains(R"(Executing rclone with arguments: ["config", "reconnect", "backup:", "--auto-confirm"])"));
+
+        // Retry runs the folder again.
+        m_app->navigation()->showFolder(uuidString(inbox.id));
+        QTRY_VERIFY(item(main, "problem_remoteUnreachable"));
+        click(main, item(main, "problemAction"));
+        QTRY_VERIFY_WITH_TIMEOUT(m_app->syncManager()->folder(inbox.id)->status == SyncStatus::success, 30000);
     }
 
     void idleFolderWithoutTargets()

@@ -162,11 +162,20 @@ Item {
                                 spacing: 8
                                 Icon { name: "exclamationmark.triangle.fill"; color: app.theme.red }
                                 Label {
+                                    Layout.maximumWidth: implicitWidth
                                     Layout.fillWidth: true
                                     text: modelData.name
                                     textFormat: Text.PlainText
                                     elide: Text.ElideRight
                                     font.weight: Font.Medium
+                                }
+                                Label {
+                                    objectName: "attentionProblem"
+                                    Layout.fillWidth: true
+                                    text: modelData.problem
+                                    textFormat: Text.PlainText
+                                    elide: Text.ElideRight
+                                    color: app.theme.secondary
                                 }
                                 Button {
                                     text: "View Details"

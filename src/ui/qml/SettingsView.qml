@@ -42,6 +42,19 @@ ColumnLayout {
                     font.pixelSize: 11
                     color: app.theme.secondary
                 }
+                Switch {
+                    objectName: "showNotifications"
+                    text: "Show Notifications"
+                    checked: app.settings.showNotifications
+                    onToggled: app.settings.showNotifications = checked
+                }
+                Label {
+                    Layout.fillWidth: true
+                    wrapMode: Text.Wrap
+                    text: "Tell me when a sync fails, when it recovers, and when files had conflicting changes."
+                    font.pixelSize: 11
+                    color: app.theme.secondary
+                }
             }
         }
 

@@ -255,10 +255,13 @@ Item {
                             }
                         }
                         ErrorBanner {
+                            objectName: "errorBanner"
                             visible: folder.lastError !== undefined && folder.lastError !== null
                             Layout.fillWidth: true
                             app: pane.app
                             log: folder.lastError || ""
+                            controller: controller
+                            localPath: folder.localPath || ""
                         }
                     }
                 }
@@ -489,6 +492,12 @@ Item {
                 Item { Layout.preferredHeight: 16 }
             }
         }
+    }
+
+    ReviewSheet {
+        app: pane.app
+        controller: controller
+        parent: Overlay.overlay
     }
 
     FolderDialog {

@@ -1,0 +1,146 @@
+import QtQuick
+import QtQuick.Controls
+import QtQuick.Layouts
+import Nimbrell
+
+// What a recovery would do, from a dry run of it: the counts first, then
+// every file, filterable; nothing changes until "Apply".
+Dialog {
+    id: sheet
+    required property NimbrellApp app
+    required property FolderDetailController controller
+    property string filter: ""
+    readonly property string state_: controller.reviewState
+    readonly property var shown: {
+        const needle = filter.toLowerCase()
+        const all = controller.reviewChanges
+        return needle === "" ? all : all.filter(c => c.path.toLowerCase().indexOf(needle) >= 0)
+    }
+
+    objectName: "reviewSheet"
+    modal: true
+    visible: state_ !== "idle"
+    closePolicy: Popup.NoAutoClose
+    anchors.centerIn: Overlay.overlay
+    width: Math.min(720, (parent ? parent.width : 720) - 40)
+    height: Math.min(560, (parent ? parent.height : 560) - 40)
+    padding: 16
+    Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
+    onVisibleChanged: if (!visible) filter = ""
+
+    header: Label {
+        leftPadding: 16
+        topPadding: 14
+        bottomPadding: 6
+        text: sheet.controller.reviewTitle
+        font.pixelSize: 15
+        font.weight: Font.DemiBold
+    }
+
+    ColumnLayout {
+        anchors.fill: parent
+        spacing: 10
+
+        RowLayout {
+            visible: sheet.state_ === "previewing"
+            spacing: 10
+            BusyIndicator { running: parent.visible; Layout.preferredWidth: 24; Layout.preferredHeight: 24 }
+            Label { text: "Checking what would change…"; color: app.theme.secondary }
+        }
+        Label {
+            objectName: "reviewError"
+            visible: sheet.state_ === "failed"
+            Layout.fillWidth: true
+            text: "The preview failed:\n" + sheet.controller.reviewError
+            textFormat: Text.PlainText
+            wrapMode: Text.Wrap
+            color: app.theme.red
+        }
+
+        Flow {
+            visible: sheet.state_ === "ready"
+            Layout.fillWidth: true
+            spacing: 8
+            Repeater {
+                model: sheet.controller.reviewGroups
+                delegate: Rectangle {
+                    required property string modelData
+                    required property int index
+                    readonly property int count: sheet.controller.reviewCounts[index]
+                    objectName: "reviewCount" + index
+                    radius: 6
+                    implicitWidth: countRow.implicitWidth + 16
+                    implicitHeight: countRow.implicitHeight + 10
+                    color: Qt.rgba(app.theme.blue.r, app.theme.blue.g, app.theme.blue.b, count > 0 ? 0.12 : 0.04)
+                    RowLayout {
+                        id: countRow
+                        anchors.centerIn: parent
+                        spacing: 6
+                        Label { text: String(count); font.weight: Font.DemiBold }
+                        Label { text: modelData; color: app.theme.secondary }
+                    }
+                }
+            }
+        }
+        Label {
+            visible: sheet.state_ === "ready" && sheet.controller.reviewChanges.length === 0
+            text: "Nothing would change."
+            color: app.theme.secondary
+        }
+        TextField {
+            visible: sheet.state_ === "ready" && sheet.controller.reviewChanges.length > 0
+            Layout.fillWidth: true
+            placeholderText: "Filter files"
+            text: sheet.filter
+            onTextChanged: sheet.filter = text
+        }
+        ListView {
+            objectName: "reviewList"
+            visible: sheet.state_ === "ready"
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            clip: true
+            model: sheet.shown
+            ScrollBar.vertical: ScrollBar {}
+            delegate: RowLayout {
+                required property var modelData
+                width: ListView.view.width
+                height: 26
+                spacing: 8
+                Icon {
+                    name: modelData.group === 2 || modelData.group === 3 ? "trash"
+                        : modelData.toRemote ? "cloud.fill" : "house.fill"
+                    color: modelData.group === 2 || modelData.group === 3 ? app.theme.red : app.theme.blue
+                    size: 14
+                }
+                Label {
+                    Layout.fillWidth: true
+                    text: modelData.path
+                    textFormat: Text.PlainText
+                    elide: Text.ElideMiddle
+                }
+                Label {
+                    text: sheet.controller.reviewGroups[modelData.group]
+                    color: app.theme.secondary
+                }
+            }
+        }
+        Item { visible: sheet.state_ !== "ready"; Layout.fillHeight: true }
+    }
+
+    footer: DialogButtonBox {
+        Button {
+            text: "Cancel"
+            DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
+        }
+        Button {
+            objectName: "applyReview"
+            text: "Apply"
+            enabled: sheet.state_ === "ready"
+            highlighted: true
+            DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole
+        }
+        onAccepted: sheet.controller.applyReview()
+        onRejected: sheet.controller.cancelReview()
+    }
+}

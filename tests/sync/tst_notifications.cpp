@@ -1,0 +1,156 @@
+// Desktop notifications of runs, against a fake notification server on a
+// private bus, with the fake rclone.
+#include "engine/RcloneEngine.h"
+#include "fakes/FakeFileEventService.h"
+#include "fakes/FakeRclone.h"
+#include "model/UuidString.h"
+#include "platform/DesktopNotifier.h"
+#include "platform/MemorySettingsStore.h"
+#include "sync/ProblemNotifier.h"
+#include "sync/SyncManager.h"
+
+#include <QDBusMessage>
+#include <QDBusVirtualObject>
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTemporaryDir>
+#include <QTest>
+
+#include <signal.h>
+
+namespace {
+
+// org.freedesktop.Notifications as a desktop has it: records each Notify.
+class FakeServer final : public QDBusVirtualObject
+{
+public:
+    QList<QVariantList> notified; // app, id, icon, summary, body, actions, hints, timeout
+
+    QString introspect(const QString &) const override { return {}; }
+    bool handleMessage(const QDBusMessage &call, const QDBusConnection &bus) override
+    {
+        if (call.member() != "Notify")
+            return bus.send(call.createErrorReply(QDBusError::UnknownMethod, call.member()));
+        QVariantList arguments = call.arguments();
+        arguments[6] = qdbus_cast<QVariantMap>(arguments[6]);
+        notified.append(arguments);
+        return bus.send(call.createReply(uint(notified.size())));
+    }
+};
+
+// Fails once with too many deletes, once more the same way, then succeeds
+// twice, the second time renaming a conflicting copy.
+const QByteArray kTooManyDeletes =
+    "echo 'ERROR : Safety abort: too many deletes (>50%, 6 of 10) on Path1 \"/home/user/Docs/\". Run with --force if "
+    "desired.'\necho 'NOTICE: Failed to bisync: too many deletes'\nexit 1\n";
+const QByteArray kConflict = "echo 'NOTICE: - Path1    Renaming Path1 copy                - /home/user/Docs/a.txt.conflict1'\n";
+
+} // namespace
+
+class TestNotifications : public QObject
+{
+    Q_OBJECT
+
+    QTemporaryDir m_dir;
+    QProcess m_daemon;
+    QByteArray m_realHome;
+    MemorySettingsStore m_settings;
+    FakeFileEventService m_fileEvents;
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_realHome = qgetenv("HOME");
+        qputenv("HOME", QFile::encodeName(m_dir.path()));
+        QFile config(m_dir.filePath("bus.conf"));
+        QVERIFY(config.open(QIODevice::WriteOnly));
+        config.write("<busconfig><listen>unix:path=" + m_dir.filePath("bus").toUtf8() +
+                     "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\"/>"
+                     "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>");
+        config.close();
+        m_daemon.start("dbus-daemon", {"--config-file=" + config.fileName(), "--print-address=1", "--nofork"});
+        QVERIFY(m_daemon.waitForStarted());
+        QTRY_VERIFY(m_daemon.canReadLine());
+    }
+
+    void cleanupTestCase()
+    {
+        if (m_daemon.processId() > 0)
+            ::kill(m_daemon.processId(), SIGTERM);
+        m_daemon.waitForFinished();
+        qputenv("HOME", m_realHome);
+    }
+
+    void tellsFailureOnceRecoveryAndConflictsNeverRoutineSuccess()
+    {
+        const QString address = QString::fromUtf8(m_daemon.readLine().trimmed());
+        FakeServer server;
+        QDBusConnection serverBus = QDBusConnection::connectToBus(address, "server");
+        QVERIFY(serverBus.registerVirtualObject("/org/freedesktop/Notifications", &server) &&
+                serverBus.registerService("org.freedesktop.Notifications"));
+        DesktopNotifier notifier(QDBusConnection::connectToBus(address, "client"));
+
+        FakeRclone fake;
+        fake.script("bisync.1", kTooManyDeletes);
+        fake.script("bisync.2", kTooManyDeletes);
+        fake.script("bisync.5", kConflict);
+        RcloneEngine engine(FakeRclone::path());
+        SyncManager manager({m_settings, engine, m_fileEvents});
+        SyncFolder folder;
+        folder.name = "Docs";
+        folder.localPath = m_dir.filePath("Docs");
+        QVERIFY(QDir().mkpath(folder.localPath));
+        folder.remoteTargets = {{QUuid::createUuid(), "gdrive", "Docs", true}};
+        manager.addFolder(folder);
+        ProblemNotifier problems(manager, m_settings, [&notifier](const ProblemNotifier::Notification &n) {
+            notifier.notify(n.summary, n.body, uuidString(n.folderId));
+        });
+
+        QSignalSpy completed(&manager, &SyncManager::runCompleted);
+        for (int run = 1; run <= 5; ++run) {
+            QVERIFY(manager.syncFolder(folder.id));
+            QTRY_COMPARE(completed.size(), run);
+        }
+        const auto summaries = [&server] {
+            QStringList summaries;
+            for (const QVariantList &call : std::as_const(server.notified))
+                summaries.append(call.value(3).toString());
+            return summaries;
+        };
+        const QStringList expected{"Docs: Stopped before deleting files", "Docs is back in sync",
+                                   "1 file in Docs had conflicting changes"};
+        QTRY_COMPARE(summaries(), expected);
+        const QVariantList &first = server.notified.first();
+        QCOMPARE(first.mid(0, 3), (QVariantList{"Nimbrell", 0u, "org.nimbrell.Nimbrell"}));
+        QVERIFY2(first.value(4).toString().contains("6 of 10 files on gdrive:Docs"), qPrintable(first.value(4).toString()));
+        QCOMPARE(first.value(5).toStringList(), (QStringList{"default", "Open"}));
+        QCOMPARE(first.value(6).toMap(), (QVariantMap{{"desktop-entry", "org.nimbrell.Nimbrell"}}));
+
+        // A click on the first one: its folder.
+        QSignalSpy activated(&notifier, &DesktopNotifier::activated);
+        QVERIFY(serverBus.send(QDBusMessage::createSignal("/org/freedesktop/Notifications",
+                                                          "org.freedesktop.Notifications", "ActionInvoked")
+                               << 1u << QString("default")));
+        QVERIFY(activated.wait());
+        QCOMPARE(activated.first().first().toString(), uuidString(folder.id));
+
+        // Turned off in Settings: nothing more.
+        m_settings.setBoolValue(ProblemNotifier::kShowNotificationsKey, false);
+        fake.script("bisync.6", kTooManyDeletes);
+        QVERIFY(manager.syncFolder(folder.id));
+        QTRY_COMPARE(completed.size(), 6);
+        QTest::qWait(200);
+        QCOMPARE(server.notified.size(), 3);
+    }
+
+    void quietWithoutABus()
+    {
+        DesktopNotifier notifier(QDBusConnection::connectToBus(QStringLiteral("unix:path=/nonexistent"), "none"));
+        QTest::ignoreMessage(QtInfoMsg, QRegularExpression("notifications are not available"));
+        notifier.notify("a", "b", "c");
+        notifier.notify("a", "b", "c");
+    }
+};
+
+QTEST_GUILESS_MAIN(TestNotifications)
+#include "tst_notifications.moc"
