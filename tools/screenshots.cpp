@@ -141,9 +141,42 @@ void writeFixture(const QString &root)
     odd.name = QStringLiteral("<b>Not bold</b> \u05E9\u05DC\u05D5\u05DD \U0001F600 ") + QString(400, u'x');
     odd.localPath = home + QStringLiteral("/odd");
     odd.remoteTargets = {target("scratch", "")};
+    // Failures of each kind, as rclone left them.
+    const auto failing = [&](const char *name, const char *path, RemoteTarget where, const QString &log) {
+        SyncFolder folder;
+        folder.name = QString::fromLatin1(name);
+        folder.localPath = home + u'/' + QString::fromLatin1(path);
+        QDir().mkpath(folder.localPath);
+        for (int i = 0; i < 10; ++i) {
+            QFile file(folder.localPath + QStringLiteral("/chapter %1.txt").arg(i));
+            if (file.open(QIODevice::WriteOnly))
+                file.write(QByteArray::number(i));
+        }
+        folder.remoteTargets = {where};
+        folder.status = log.isEmpty() ? SyncStatus::idle : SyncStatus::error;
+        if (!log.isEmpty())
+            folder.lastError = where.remoteName + u':' + where.remotePath + QStringLiteral(" — ") + log;
+        folder.lastSync = now.addSecs(-600);
+        return folder;
+    };
+    const RemoteTarget scratchBook{QUuid::createUuid(), QStringLiteral("scratch"), root + QStringLiteral("/scratch/book"), true};
+    QDir().mkpath(scratchBook.remotePath);
+    QFile newer(scratchBook.remotePath + QStringLiteral("/chapter 3.txt"));
+    if (newer.open(QIODevice::WriteOnly))
+        newer.write("edited on the server");
+    const SyncFolder book = failing("Book", "Book", scratchBook,
+                                    QStringLiteral("ERROR : Bisync aborted. Must run --resync to recover.\nNOTICE: Failed to bisync: bisync aborted"));
+    const SyncFolder thesis = failing("Thesis", "Thesis",
+                                      RemoteTarget{QUuid::createUuid(), QStringLiteral("scratch"), root + QStringLiteral("/scratch/thesis"), false}, {});
+    const SyncFolder mail = failing("Mail", "Mail", target("gdrive", "Mail"),
+                                    QStringLiteral("CRITICAL: Failed to create file system for destination \"gdrive:Mail\": couldn't fetch token: "
+                                                   "invalid_grant: maybe token expired? - try refreshing with \"rclone config reconnect gdrive:\""));
+    SyncFolder camera = failing("Camera", "Camera", target("onedrive", "Camera Roll"),
+                                QStringLiteral("Local folder not found: ") + home + QStringLiteral("/Media/Camera"));
+    camera.localPath = home + QStringLiteral("/Media/Camera");
     QFile store(home + QStringLiteral("/.config/rclone/rclone_sync_folders.json"));
     if (store.open(QIODevice::WriteOnly))
-        store.write(FolderStore::encode({documents, photos, projects, music, odd}).value());
+        store.write(FolderStore::encode({documents, photos, projects, music, odd, book, thesis, mail, camera}).value());
 }
 
 QString uuidStringOf(NimbrellApp &app, int row)
@@ -175,6 +208,33 @@ void shoot(const QString &appearance, bool withData)
     }
     waitFor([&] { return app.remotes()->count() > 0; });
     save(main, QStringLiteral("main-dashboard") + suffix);
+    const auto controller = [main] { return main->findChild<QObject *>(QStringLiteral("folderController")); };
+    const auto review = [&](const QString &name) {
+        QMetaObject::invokeMethod(controller(), "runAction", Q_ARG(int, 0));
+        waitFor([&] { return controller()->property("reviewState").toString() != u"previewing"; });
+        save(main, name + suffix);
+        invoke(main, "folderController", "cancelReview");
+    };
+    // Thesis syncs, then loses most of its files here: a real too-many-deletes stop.
+    const QUuid thesisId = app.syncManager()->folders().at(6).id;
+    app.syncManager()->syncFolder(thesisId);
+    waitFor([&] { return !app.syncManager()->isRunning(thesisId); });
+    for (int i = 0; i < 7; ++i)
+        QFile::remove(app.syncManager()->folders().at(6).localPath + QStringLiteral("/chapter %1.txt").arg(i));
+    app.syncManager()->syncFolder(thesisId);
+    waitFor([&] { return !app.syncManager()->isRunning(thesisId); });
+    for (const auto &[row, name] : {std::pair{5, "needs-resync"}, {6, "too-many-deletes"}, {7, "sign-in-expired"},
+                                    {8, "local-folder-missing"}}) {
+        app.navigation()->showFolder(uuidStringOf(app, row));
+        wait(100);
+        save(main, QStringLiteral("folder-problem-") + QString::fromLatin1(name) + suffix);
+    }
+    app.navigation()->showFolder(uuidStringOf(app, 5));
+    wait(100);
+    review(QStringLiteral("review-resync"));
+    app.navigation()->showFolder(uuidStringOf(app, 6));
+    wait(100);
+    review(QStringLiteral("review-deletions"));
 
     app.navigation()->showRemote(QStringLiteral("gdrive"));
     save(main, QStringLiteral("remote-loading") + suffix);

@@ -59,11 +59,10 @@ void ProblemNotifier::runCompleted(const QUuid &id, int conflicts)
         due.append({folder->name + QStringLiteral(" is back in sync"), QString(), id});
     }
     if (conflicts > 0) {
-        due.append({(conflicts == 1 ? QStringLiteral("1 file in %2 had conflicting changes")
-                                    : QStringLiteral("%1 files in %2 had conflicting changes"))
-                        .arg(conflicts)
-                        .arg(folder->name),
-                    QStringLiteral("Both copies were kept."), id});
+        const QString summary = conflicts == 1
+            ? QStringLiteral("1 file in %1 had conflicting changes").arg(folder->name)
+            : QStringLiteral("%1 files in %2 had conflicting changes").arg(conflicts).arg(folder->name);
+        due.append({summary, QStringLiteral("Both copies were kept: the older one under a numbered name."), id});
     }
     if (!isEnabled(m_settings))
         return;

@@ -9,6 +9,7 @@
 #include "sync/ProblemNotifier.h"
 #include "sync/SyncManager.h"
 
+#include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
 #include <QProcess>

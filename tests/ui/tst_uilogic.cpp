@@ -136,7 +136,8 @@ private Q_SLOTS:
         FakeLoginItem loginItem;
         FakeRclone fake;
         RcloneEngine engine(FakeRclone::path());
-        SettingsController settings(loginItem, engine);
+        MemorySettingsStore store;
+        SettingsController settings(loginItem, engine, store);
         QVERIFY(!settings.launchAtLogin());
 
         settings.setLaunchAtLogin(true);
@@ -152,7 +153,7 @@ private Q_SLOTS:
 
         FakeLoginItem refusing;
         refusing.refuse = true;
-        SettingsController fresh(refusing, engine);
+        SettingsController fresh(refusing, engine, store);
         QTest::ignoreMessage(QtCriticalMsg, "Failed to toggle launch at login: Operation not permitted");
         fresh.setLaunchAtLogin(true);
         QVERIFY(!fresh.launchAtLogin());
@@ -173,7 +174,8 @@ private Q_SLOTS:
         fake.script("version", "sleep 0.2\n" + script);
         RcloneEngine engine(FakeRclone::path());
         FakeLoginItem loginItem;
-        SettingsController settings(loginItem, engine);
+        MemorySettingsStore store;
+        SettingsController settings(loginItem, engine, store);
         QCOMPARE(settings.rcloneVersion(), "Loading...");
         if (version == "Unknown")
             QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code 1"));
