@@ -48,7 +48,7 @@ void ProblemNotifier::runCompleted(const QUuid &id, int conflicts)
         const QList<SyncProblem::Kind> kinds = kindsOf(*folder);
         if (m_told.value(id) != kinds || !m_told.contains(id)) {
             const QList<SyncProblem> problems = SyncProblem::forFolder(*folder);
-            const SyncProblem &first = problems.constFirst();
+            const SyncProblem first = problems.value(0);
             QString body = first.sentence();
             if (problems.size() > 1)
                 body += QStringLiteral(" (%1 targets failed.)").arg(problems.size());

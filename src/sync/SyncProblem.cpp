@@ -173,8 +173,14 @@ SyncProblem SyncProblem::classify(const QString &message, const QString &localPa
 QList<SyncProblem> SyncProblem::forFolder(const SyncFolder &folder, const QStringList &details)
 {
     QList<SyncProblem> problems;
-    if (!folder.lastError || folder.status == SyncStatus::syncing)
+    if (folder.status == SyncStatus::syncing)
         return problems;
+    if (!folder.lastError) {
+        // Failed without a word: still a failure, with nothing more to say.
+        if (folder.status == SyncStatus::error)
+            problems.append(classify(QString(), folder.localPath));
+        return problems;
+    }
     const QString &log = *folder.lastError;
     // An entry is "remote:path — message" at the start of a line; its message
     // runs until the next entry starts. Entries come in target order.

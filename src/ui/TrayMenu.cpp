@@ -57,7 +57,7 @@ QStringList TrayMenu::failedLines(const QList<SyncFolder> &folders)
     QStringList lines;
     for (const SyncFolder &folder : folders) {
         if (folder.status == SyncStatus::error)
-            lines.append(folder.name + QStringLiteral(" — ") + SyncProblem::forFolder(folder).constFirst().title());
+            lines.append(folder.name + QStringLiteral(" — ") + SyncProblem::forFolder(folder).value(0).title());
     }
     return lines;
 }
