@@ -46,7 +46,11 @@ int main(int argc, char *argv[])
     const QStringList first = RcloneEngine::bisyncArguments({local, target, std::nullopt, ConflictResolution::keepBoth, true, {}},
                                                             RcloneEngine::workDirectory());
     QDir().mkpath(RcloneEngine::workDirectory());
-    if (QProcess::execute(engine.rclonePath(), first + QStringList{QStringLiteral("-q")}) != 0)
+    QProcess initial;
+    initial.setStandardOutputFile(QProcess::nullDevice());
+    initial.setStandardErrorFile(QProcess::nullDevice());
+    initial.start(engine.rclonePath(), first);
+    if (!initial.waitForFinished(-1) || initial.exitCode() != 0)
         qFatal("the first sync failed");
     for (int i = 0; i < 100; ++i) {
         write(local + QStringLiteral("/d%1/f1.txt").arg(i), "changed here");

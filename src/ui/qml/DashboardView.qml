@@ -162,8 +162,7 @@ Item {
                                 spacing: 8
                                 Icon { name: "exclamationmark.triangle.fill"; color: app.theme.red }
                                 Label {
-                                    Layout.maximumWidth: implicitWidth
-                                    Layout.fillWidth: true
+                                    Layout.preferredWidth: Math.min(implicitWidth, attentionList.width * 0.45)
                                     text: modelData.name
                                     textFormat: Text.PlainText
                                     elide: Text.ElideRight
