@@ -145,6 +145,7 @@ void SyncManager::updateFolder(const SyncFolder &folder)
 void SyncManager::deleteFolder(const QUuid &id)
 {
     cancelSync(id);
+    m_errorDetails.remove(id);
     for (qsizetype row = m_folders.size() - 1; row >= 0; --row) {
         if (m_folders.at(row).id == id) {
             emit folderAboutToBeRemoved(row);
@@ -444,6 +445,7 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QSt
             folder.status = SyncStatus::success;
             folder.progress = 1.0;
             folder.lastError.reset();
+            m_errorDetails.remove(id);
         } else {
             folder.status = SyncStatus::error;
             folder.lastError = errors.join(u'\n');
