@@ -549,9 +549,7 @@ int runHeadless()
     DesktopNotifier notifier;
     QObject::connect(&notifier, &DesktopNotifier::activated, &service,
                      [] { QProcess::startDetached(InstallLayout::launcherPath(), {}); });
-    ProblemNotifier problems(local.manager(), local.settings(), [&notifier](const ProblemNotifier::Notification &n) {
-        notifier.notify(n.summary, n.body, uuidString(n.folderId));
-    });
+    ProblemNotifier problems(local.manager(), local.settings(), notifier);
     local.engine().getVersion(&service, [](const RcloneResult<QString> &version) {
         qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
     });

@@ -152,10 +152,6 @@ bool reportsEmptySide(const QString &output)
         || output.contains(QLatin1String("empty current Path2 listing"), Qt::CaseInsensitive);
 }
 
-bool isEmptyDirectory(const QString &path)
-{
-    return QDir(path).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
-}
 
 // Calls back only while the caller's context object exists (always, when the
 // call had none).
@@ -571,8 +567,7 @@ private:
         if (m_isRetry)
             return fail(RcloneError::Kind::exitStatus);
         if (output.contains(QLatin1String("prior lock file found:"))) {
-            const QRegularExpressionMatch match = lockExpression().match(output);
-            const QString lockPath = match.hasMatch() ? trimBlanks(match.capturedView(1)).toString() : QString();
+            const QString lockPath = RcloneEngine::lockFileIn(output);
             // A lock of a live bisync ends the attempt: no resync is made against it.
             if (lockPath.isEmpty() || !isStaleLock(lockPath))
                 return fail(RcloneError::Kind::exitStatus);
@@ -582,7 +577,7 @@ private:
         }
         // A dry run shows what its own arguments would do, never a resync instead.
         if (output.contains(QLatin1String("Must run --resync to recover")) && !isDryRun()) {
-            if (reportsEmptySide(output) || isEmptyDirectory(m_request.localPath)) {
+            if (reportsEmptySide(output) || RcloneEngine::isEmptyDirectory(m_request.localPath)) {
                 qCCritical(lcEngine, "Bisync requires --resync, which would fill an empty side; not retrying");
                 return fail(RcloneError::Kind::resyncWithheld);
             }
@@ -737,6 +732,18 @@ RcloneJob *RcloneEngine::getVersion(const QObject *context, Done<QString> done)
 {
     return runAndParse(this, {QStringLiteral("version")}, context, std::move(done),
                        [](const QString &output) { return RcloneResult<QString>(parseVersion(output)); });
+}
+
+QString RcloneEngine::lockFileIn(const QString &output)
+{
+    const QRegularExpressionMatch match = lockExpression().match(output);
+    return match.hasMatch() ? trimBlanks(match.capturedView(1)).toString() : QString();
+}
+
+bool RcloneEngine::isEmptyDirectory(const QString &path)
+{
+    return QFileInfo(path).isDir()
+        && QDir(path).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
 }
 
 qint64 RcloneEngine::lockHolder(const QString &lockPath)

@@ -85,6 +85,10 @@ public:
     // program), or 0.
     qint64 earlierBisync(const QString &localPath, const QString &remoteSpec) const;
 
+    // The lock file named by bisync's "prior lock file found:" message, or "".
+    static QString lockFileIn(const QString &output);
+    // A directory that holds nothing, not even hidden files.
+    static bool isEmptyDirectory(const QString &path);
     // The rclone holding a bisync lock file: its process id, 0 when no rclone
     // holds it (or the file is gone), -1 when it is no lock of ours.
     static qint64 lockHolder(const QString &lockPath);

@@ -25,11 +25,11 @@ QString isoDate(const QDateTime &date)
     return date.toUTC().toString(Qt::ISODate);
 }
 
-QJsonArray problems(const SyncFolder &folder, const QStringList &details)
+QJsonArray problems(const QList<SyncProblem> &problems)
 {
-    QJsonArray problems;
-    for (const SyncProblem &problem : SyncProblem::forFolder(folder, details)) {
-        problems.append(QJsonObject{
+    QJsonArray array;
+    for (const SyncProblem &problem : problems) {
+        array.append(QJsonObject{
             {QStringLiteral("target"), problem.location.isEmpty() ? QJsonValue() : QJsonValue(problem.location)},
             {QStringLiteral("kind"), problem.kindName()},
             {QStringLiteral("title"), problem.title()},
@@ -37,10 +37,10 @@ QJsonArray problems(const SyncFolder &folder, const QStringList &details)
             {QStringLiteral("action"), problem.actionText().isEmpty() ? QJsonValue() : QJsonValue(problem.actionText())},
         });
     }
-    return problems;
+    return array;
 }
 
-QJsonObject status(const SyncFolder &folder, bool running, bool waiting, const QStringList &details)
+QJsonObject status(const SyncFolder &folder, bool running, bool waiting, const QList<SyncProblem> &problems)
 {
     QJsonArray targets;
     for (const RemoteTarget &target : folder.remoteTargets)
@@ -63,7 +63,7 @@ QJsonObject status(const SyncFolder &folder, bool running, bool waiting, const Q
         {QStringLiteral("transferSpeed"), syncing ? optionalText(folder.transferSpeed) : QJsonValue()},
         {QStringLiteral("error"),
          folder.lastError ? QJsonValue(Formatting::errorSummary(*folder.lastError)) : QJsonValue()},
-        {QStringLiteral("problems"), problems(folder, details)},
+        {QStringLiteral("problems"), FolderReport::problems(problems)},
     };
 }
 

@@ -2,6 +2,7 @@
 
 #include "model/CloudRemote.h"
 #include "model/SyncFolder.h"
+#include "sync/SyncProblem.h"
 
 #include <QJsonArray>
 #include <QJsonObject>
@@ -13,13 +14,13 @@ namespace FolderReport {
 
 // What a folder shows: status, last sync, targets, progress, first error line.
 // `running`: a run is queued or under way; `waiting`: it waits for a slot.
-// `details`: the error lines the manager still has of each failed target.
+// `problems`: the manager's reading of the folder's failure.
 QJsonObject status(const SyncFolder &folder, bool running = false, bool waiting = false,
-                   const QStringList &details = {});
+                   const QList<SyncProblem> &problems = {});
 // How a folder is set up: path, targets, filters, conflict policy.
 QJsonObject configuration(const SyncFolder &folder);
 // Per failing target: [{target, kind, title, sentence, action}].
-QJsonArray problems(const SyncFolder &folder, const QStringList &details = {});
+QJsonArray problems(const QList<SyncProblem> &problems);
 QJsonObject remote(const CloudRemote &remote);
 
 // "remote:path", as rclone writes a location.

@@ -6,15 +6,15 @@
 #include <QObject>
 #include <QUuid>
 
-#include <functional>
-
+class DesktopNotifier;
 class SettingsStore;
 class SyncManager;
 
 // Tells the user, through desktop notifications, what they would otherwise
 // only see in the window: a folder that started failing (once per kind of
 // failure, however often it is retried), its recovery, and conflicting
-// changes. Routine success says nothing.
+// changes. Routine success says nothing. A notification's key is its
+// folder's id.
 class ProblemNotifier final : public QObject
 {
     Q_OBJECT
@@ -22,26 +22,19 @@ class ProblemNotifier final : public QObject
 public:
     static inline const QString kShowNotificationsKey = QStringLiteral("showNotifications");
 
-    struct Notification
-    {
-        QString summary;
-        QString body;
-        QUuid folderId;
-        friend bool operator==(const Notification &, const Notification &) = default;
-    };
-    using Send = std::function<void(const Notification &)>;
-
-    ProblemNotifier(SyncManager &manager, SettingsStore &settings, Send send, QObject *parent = nullptr);
+    ProblemNotifier(SyncManager &manager, SettingsStore &settings, DesktopNotifier &notifier,
+                    QObject *parent = nullptr);
 
     // "Show Notifications", on unless the user turned it off.
     static bool isEnabled(const SettingsStore &settings);
 
 private:
     void runCompleted(const QUuid &id, int conflicts);
+    QList<SyncProblem::Kind> kindsOf(const QUuid &id) const;
 
     SyncManager &m_manager;
     SettingsStore &m_settings;
-    Send m_send;
+    DesktopNotifier &m_notifier;
     // The kinds of failure already told, per folder in error.
     QHash<QUuid, QList<SyncProblem::Kind>> m_told;
 };

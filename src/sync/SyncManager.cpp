@@ -106,6 +106,7 @@ void SyncManager::setGlobalSyncIntervalMinutes(qint64 minutes)
 void SyncManager::addFolder(const SyncFolder &folder)
 {
     emit folderAboutToBeInserted(m_folders.size());
+    readProblems(folder);
     m_folders.append(folder);
     emit folderInserted(m_folders.size() - 1);
     saveFolders();
@@ -146,6 +147,7 @@ void SyncManager::deleteFolder(const QUuid &id)
 {
     cancelSync(id);
     m_errorDetails.remove(id);
+    m_problems.remove(id);
     for (qsizetype row = m_folders.size() - 1; row >= 0; --row) {
         if (m_folders.at(row).id == id) {
             emit folderAboutToBeRemoved(row);
@@ -423,12 +425,6 @@ QStringList SyncManager::ownPaths() const
             QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + nimbrell};
 }
 
-QList<SyncProblem> SyncManager::problems(const QUuid &id) const
-{
-    const std::optional<SyncFolder> folder = this->folder(id);
-    return folder ? SyncProblem::forFolder(*folder, m_errorDetails.value(id)) : QList<SyncProblem>();
-}
-
 void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QStringList &details)
 {
     const QUuid id = run->folderId();
@@ -511,6 +507,7 @@ void SyncManager::loadFolders()
     for (SyncFolder &folder : m_folders) {
         if (folder.status == SyncStatus::syncing)
             resetRunState(folder, SyncStatus::idle);
+        readProblems(folder);
     }
 }
 
@@ -537,8 +534,22 @@ qsizetype SyncManager::indexOf(const QUuid &id) const
 
 void SyncManager::replaceFolder(qsizetype row, const SyncFolder &folder)
 {
+    const SyncFolder &old = m_folders.at(row);
+    const bool reread = old.status != folder.status || old.lastError != folder.lastError
+        || old.remoteTargets != folder.remoteTargets || old.localPath != folder.localPath;
     m_folders[row] = folder;
+    if (reread)
+        readProblems(folder);
     emit folderChanged(row);
+}
+
+void SyncManager::readProblems(const SyncFolder &folder)
+{
+    const QList<SyncProblem> problems = SyncProblem::forFolder(folder, m_errorDetails.value(folder.id));
+    if (problems.isEmpty())
+        m_problems.remove(folder.id);
+    else
+        m_problems.insert(folder.id, problems);
 }
 
 bool SyncManager::changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change)

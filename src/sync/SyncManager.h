@@ -109,10 +109,7 @@ public:
     void resumeRuns();
 
     // What went wrong with each failing target of the folder's last run.
-    QList<SyncProblem> problems(const QUuid &id) const;
-    // The error lines of each failed target's whole output, while the
-    // program still has them.
-    QStringList errorDetails(const QUuid &id) const { return m_errorDetails.value(id); }
+    QList<SyncProblem> problems(const QUuid &id) const { return m_problems.value(id); }
 
     // While a folder is held (a review's dry run reads it), its runs wait.
     void holdRuns(const QUuid &id);
@@ -151,6 +148,7 @@ private:
     void periodicCheck();
     qsizetype indexOf(const QUuid &id) const;
     void replaceFolder(qsizetype row, const SyncFolder &folder);
+    void readProblems(const SyncFolder &folder);
     // Applies `change` to the stored folder with this id, if it still exists.
     bool changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change);
     FolderWatcher *findWatcher(const QUuid &id) const;
@@ -184,6 +182,9 @@ private:
     // The error lines of each failed target's whole output, from runs since
     // the program started (the folder store keeps only the last lines).
     QHash<QUuid, QStringList> m_errorDetails;
+    // The reading of each failed folder's error, made once per outcome (not
+    // on every progress report).
+    QHash<QUuid, QList<SyncProblem>> m_problems;
     bool m_runsSuspended = false;
     QList<QUuid> m_suspendedRuns;
     bool m_wasSyncActive = false;

@@ -3,8 +3,8 @@
 #include "engine/RcloneEngine.h"
 #include "model/Formatting.h"
 
-#include <QDir>
 #include <QFileInfo>
+#include <QMetaEnum>
 #include <QRegularExpression>
 
 namespace {
@@ -38,26 +38,12 @@ const QRegularExpression &tooManyDeletesExpression()
     return expression;
 }
 
-const QRegularExpression &pathNameExpression(const QString &before)
-{
-    // The "Path1"/"Path2" that follows a phrase.
-    static QHash<QString, QRegularExpression> cache;
-    auto it = cache.find(before);
-    if (it == cache.end())
-        it = cache.insert(before, QRegularExpression(QRegularExpression::escape(before) + QStringLiteral("\\s*(Path[12])"),
-                                                     QRegularExpression::CaseInsensitiveOption));
-    return *it;
-}
-
+// The side named right after a phrase: "all files were changed on Path1".
 Side sideAfter(const QString &message, const QString &phrase)
 {
-    return sideOf(pathNameExpression(phrase).match(message).capturedView(1));
-}
-
-QString lockPathIn(const QString &message)
-{
-    static const QRegularExpression expression(QStringLiteral("prior lock file found:\\s*([^\\n\\r]+?\\.lck)"));
-    return expression.match(message).captured(1).trimmed();
+    const QRegularExpression expression(QRegularExpression::escape(phrase) + QStringLiteral("\\s*(Path[12])"),
+                                        QRegularExpression::CaseInsensitiveOption);
+    return sideOf(expression.match(message).capturedView(1));
 }
 
 QString unknownFlagIn(const QString &message)
@@ -69,12 +55,6 @@ QString unknownFlagIn(const QString &message)
 bool isLocalFolderMissing(const QString &localPath)
 {
     return !localPath.isEmpty() && !QFileInfo(localPath).isDir();
-}
-
-bool isEmptyDirectory(const QString &path)
-{
-    return !path.isEmpty() && QFileInfo(path).isDir()
-        && QDir(path).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
 }
 
 QString sideText(const SyncProblem &problem, Side side)
@@ -110,7 +90,7 @@ SyncProblem SyncProblem::classify(const QString &message, const QString &localPa
         return is(Kind::remoteMissing);
     }
     if (message.contains(QLatin1String("prior lock file found"))) {
-        problem.path = lockPathIn(message);
+        problem.path = RcloneEngine::lockFileIn(message);
         return is(Kind::lockHeld);
     }
     if (const QRegularExpressionMatch deletes = tooManyDeletesExpression().match(message); deletes.hasMatch()) {
@@ -154,7 +134,7 @@ SyncProblem SyncProblem::classify(const QString &message, const QString &localPa
                                                    QLatin1String("out of sync, run --resync")});
     // A resync that would fill an empty local folder from the remote is
     // never made for the user: an unmounted drive looks like this.
-    if (needsResync && isEmptyDirectory(localPath)) {
+    if (needsResync && !localPath.isEmpty() && RcloneEngine::isEmptyDirectory(localPath)) {
         problem.side = Side::local;
         return is(Kind::emptySide);
     }
@@ -222,23 +202,7 @@ QList<SyncProblem> SyncProblem::forFolder(const SyncFolder &folder, const QStrin
 
 QString SyncProblem::kindName(Kind kind)
 {
-    switch (kind) {
-    case Kind::lockHeld: return QStringLiteral("lockHeld");
-    case Kind::needsResync: return QStringLiteral("needsResync");
-    case Kind::tooManyDeletes: return QStringLiteral("tooManyDeletes");
-    case Kind::allFilesChanged: return QStringLiteral("allFilesChanged");
-    case Kind::emptySide: return QStringLiteral("emptySide");
-    case Kind::remoteUnreachable: return QStringLiteral("remoteUnreachable");
-    case Kind::signInExpired: return QStringLiteral("signInExpired");
-    case Kind::remoteMissing: return QStringLiteral("remoteMissing");
-    case Kind::conflictPolicyRejected: return QStringLiteral("conflictPolicyRejected");
-    case Kind::localFolderMissing: return QStringLiteral("localFolderMissing");
-    case Kind::diskFull: return QStringLiteral("diskFull");
-    case Kind::quotaExceeded: return QStringLiteral("quotaExceeded");
-    case Kind::rcloneTooOld: return QStringLiteral("rcloneTooOld");
-    case Kind::other: break;
-    }
-    return QStringLiteral("other");
+    return QString::fromLatin1(QMetaEnum::fromType<Kind>().valueToKey(int(kind)));
 }
 
 QString SyncProblem::title() const
@@ -363,20 +327,7 @@ QString SyncProblem::actionText() const
 
 QString SyncProblem::actionName(Action action)
 {
-    switch (action) {
-    case Action::none: return QStringLiteral("none");
-    case Action::retry: return QStringLiteral("retry");
-    case Action::reviewResync: return QStringLiteral("reviewResync");
-    case Action::reviewDeletions: return QStringLiteral("reviewDeletions");
-    case Action::reviewChanges: return QStringLiteral("reviewChanges");
-    case Action::showFolder: return QStringLiteral("showFolder");
-    case Action::signInAgain: return QStringLiteral("signInAgain");
-    case Action::editFolder: return QStringLiteral("editFolder");
-    case Action::chooseFolder: return QStringLiteral("chooseFolder");
-    case Action::openRemote: return QStringLiteral("openRemote");
-    case Action::viewLog: return QStringLiteral("viewLog");
-    }
-    return {};
+    return QString::fromLatin1(QMetaEnum::fromType<Action>().valueToKey(int(action)));
 }
 
 qint64 SyncProblem::lockHolder() const

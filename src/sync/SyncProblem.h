@@ -3,6 +3,7 @@
 #include "model/SyncFolder.h"
 
 #include <QList>
+#include <QObject>
 #include <QString>
 #include <QUuid>
 
@@ -12,6 +13,9 @@
 // this is only a reading of it.
 struct SyncProblem
 {
+    Q_GADGET
+
+public:
     enum class Kind {
         lockHeld,
         needsResync,
@@ -28,6 +32,7 @@ struct SyncProblem
         rcloneTooOld,
         other,
     };
+    Q_ENUM(Kind)
     enum class Action {
         none,
         retry,
@@ -41,6 +46,7 @@ struct SyncProblem
         openRemote,
         viewLog,
     };
+    Q_ENUM(Action)
     // Which side of the pair a fact is about.
     enum class Side { none, local, remote };
 

@@ -129,7 +129,7 @@ QJsonObject SyncService::statusReport() const
     QJsonArray folders;
     for (const SyncFolder &folder : m_manager.folders())
         folders.append(FolderReport::status(folder, m_manager.isRunning(folder.id), m_manager.isWaiting(folder.id),
-                                            m_manager.errorDetails(folder.id)));
+                                            m_manager.problems(folder.id)));
     const QJsonValue instance = m_mode == Mode::offline
         ? QJsonValue()
         : QJsonObject{{QStringLiteral("pid"), QCoreApplication::applicationPid()},

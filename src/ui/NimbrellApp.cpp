@@ -62,12 +62,7 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     if (services.notifier) {
         connect(services.notifier, &DesktopNotifier::activated, this,
                 [this](const QString &key) { openFolder(QUuid::fromString(key)); });
-        new ProblemNotifier(*m_syncManager, services.settings,
-                            [notifier = QPointer<DesktopNotifier>(services.notifier)](const ProblemNotifier::Notification &n) {
-                                if (notifier)
-                                    notifier->notify(n.summary, n.body, uuidString(n.folderId));
-                            },
-                            this);
+        new ProblemNotifier(*m_syncManager, services.settings, *services.notifier, this);
     }
 }
 

@@ -18,7 +18,7 @@ TrayMenu::TrayMenu(SyncManager &manager, QObject *parent)
     const auto update = [this] {
         // Progress reports come many times a second; rebuild only when a line changes.
         const QStringList lines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); })
-            + failedLines(m_manager.folders());
+            + failedLines();
         if (lines != m_shownLines || m_menu->isEmpty())
             rebuild();
     };
@@ -52,12 +52,12 @@ QStringList TrayMenu::syncingLines(const QList<SyncFolder> &folders, const std::
     return lines;
 }
 
-QStringList TrayMenu::failedLines(const QList<SyncFolder> &folders)
+QStringList TrayMenu::failedLines() const
 {
     QStringList lines;
-    for (const SyncFolder &folder : folders) {
+    for (const SyncFolder &folder : m_manager.folders()) {
         if (folder.status == SyncStatus::error)
-            lines.append(folder.name + QStringLiteral(" — ") + SyncProblem::forFolder(folder).value(0).title());
+            lines.append(folder.name + QStringLiteral(" — ") + m_manager.problems(folder.id).value(0).title());
     }
     return lines;
 }
@@ -89,7 +89,7 @@ void TrayMenu::setFinishing(bool finishing)
 void TrayMenu::rebuild()
 {
     const QStringList syncing = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
-    const QStringList failed = failedLines(m_manager.folders());
+    const QStringList failed = failedLines();
     m_shownLines = syncing + failed;
     m_menu->clear();
     if (m_isFinishing) {

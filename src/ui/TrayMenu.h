@@ -27,7 +27,7 @@ public:
     // One line per syncing folder: "Docs — 42%", or with its current target
     // "Docs → gdrive — 42%", or "Docs — Waiting for another sync to finish…".
     // "Documents — Stopped before deleting files": a line per failed folder.
-    static QStringList failedLines(const QList<SyncFolder> &folders);
+    QStringList failedLines() const;
     static QStringList syncingLines(const QList<SyncFolder> &folders,
                                     const std::function<bool(const QUuid &)> &isWaiting = {});
 

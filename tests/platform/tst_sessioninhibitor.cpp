@@ -1,5 +1,6 @@
 // The inhibitors against a fake portal and a fake logind on a private bus.
 #include "platform/SessionInhibitor.h"
+#include "support/PrivateBus.h"
 
 #include <QDBusArgument>
 #include <QDBusMessage>
@@ -113,31 +114,10 @@ class TestSessionInhibitor : public QObject
 {
     Q_OBJECT
 
-    QTemporaryDir m_dir;
-    QProcess m_daemon;
-    QString m_address;
+    PrivateBus m_bus;
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        QFile config(m_dir.filePath("bus.conf"));
-        QVERIFY(config.open(QIODevice::WriteOnly));
-        config.write("<busconfig><listen>unix:path=" + m_dir.filePath("bus").toUtf8() +
-                     "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\"/>"
-                     "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>");
-        config.close();
-        m_daemon.start("dbus-daemon", {"--config-file=" + config.fileName(), "--print-address=1", "--nofork"});
-        QVERIFY(m_daemon.waitForStarted());
-        QTRY_VERIFY(m_daemon.canReadLine());
-        m_address = QString::fromUtf8(m_daemon.readLine().trimmed());
-    }
-
-    void cleanupTestCase()
-    {
-        if (m_daemon.processId() > 0)
-            ::kill(m_daemon.processId(), SIGTERM);
-        m_daemon.waitForFinished();
-    }
+    void initTestCase() { m_bus.start(); }
 
     void init() { QTest::failOnWarning(QRegularExpression(".")); }
 
@@ -164,7 +144,7 @@ private Q_SLOTS:
         QFETCH(QString, steps);
         QFETCH(int, taken);
         QFETCH(int, live);
-        Fixture f(m_address);
+        Fixture f(m_bus.address());
         for (const QChar step : steps) {
             if (step == u'.')
                 QVERIFY(f.settle());
@@ -189,7 +169,7 @@ private Q_SLOTS:
 
     void relaysLogindAnnouncements()
     {
-        Fixture f(m_address);
+        Fixture f(m_bus.address());
         QSignalSpy sleep(f.inhibitor.get(), &SessionInhibitor::prepareForSleep);
         QSignalSpy shutdown(f.inhibitor.get(), &SessionInhibitor::prepareForShutdown);
         QVERIFY(f.settle()); // the inhibitor's match rules are on the bus
@@ -207,7 +187,7 @@ private Q_SLOTS:
     // Without a bus, then on one with neither service: a warning fails the test (init()).
     void quietWithoutBusOrServices()
     {
-        for (const QString &address : {QStringLiteral("unix:path=/nonexistent"), m_address}) {
+        for (const QString &address : {QStringLiteral("unix:path=/nonexistent"), m_bus.address()}) {
             Fixture f(address, false);
             for (const bool held : {true, false, true}) {
                 f.inhibitor->setHeld(held);

@@ -7,17 +7,15 @@
 #include "platform/DesktopNotifier.h"
 #include "platform/MemorySettingsStore.h"
 #include "sync/ProblemNotifier.h"
+#include "support/PrivateBus.h"
 #include "sync/SyncManager.h"
 
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
-#include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
-
-#include <signal.h>
 
 namespace {
 
@@ -53,7 +51,7 @@ class TestNotifications : public QObject
     Q_OBJECT
 
     QTemporaryDir m_dir;
-    QProcess m_daemon;
+    PrivateBus m_bus;
     QByteArray m_realHome;
     MemorySettingsStore m_settings;
     FakeFileEventService m_fileEvents;
@@ -63,28 +61,14 @@ private Q_SLOTS:
     {
         m_realHome = qgetenv("HOME");
         qputenv("HOME", QFile::encodeName(m_dir.path()));
-        QFile config(m_dir.filePath("bus.conf"));
-        QVERIFY(config.open(QIODevice::WriteOnly));
-        config.write("<busconfig><listen>unix:path=" + m_dir.filePath("bus").toUtf8() +
-                     "</listen><auth>EXTERNAL</auth><policy context=\"default\"><allow send_destination=\"*\"/>"
-                     "<allow receive_sender=\"*\"/><allow own=\"*\"/></policy></busconfig>");
-        config.close();
-        m_daemon.start("dbus-daemon", {"--config-file=" + config.fileName(), "--print-address=1", "--nofork"});
-        QVERIFY(m_daemon.waitForStarted());
-        QTRY_VERIFY(m_daemon.canReadLine());
+        m_bus.start();
     }
 
-    void cleanupTestCase()
-    {
-        if (m_daemon.processId() > 0)
-            ::kill(m_daemon.processId(), SIGTERM);
-        m_daemon.waitForFinished();
-        qputenv("HOME", m_realHome);
-    }
+    void cleanupTestCase() { qputenv("HOME", m_realHome); }
 
     void tellsFailureOnceRecoveryAndConflictsNeverRoutineSuccess()
     {
-        const QString address = QString::fromUtf8(m_daemon.readLine().trimmed());
+        const QString &address = m_bus.address();
         FakeServer server;
         QDBusConnection serverBus = QDBusConnection::connectToBus(address, "server");
         QVERIFY(serverBus.registerVirtualObject("/org/freedesktop/Notifications", &server) &&
@@ -103,9 +87,7 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(folder.localPath));
         folder.remoteTargets = {{QUuid::createUuid(), "gdrive", "Docs", true}};
         manager.addFolder(folder);
-        ProblemNotifier problems(manager, m_settings, [&notifier](const ProblemNotifier::Notification &n) {
-            notifier.notify(n.summary, n.body, uuidString(n.folderId));
-        });
+        ProblemNotifier problems(manager, m_settings, notifier);
 
         QSignalSpy completed(&manager, &SyncManager::runCompleted);
         for (int run = 1; run <= 5; ++run) {
