@@ -8,6 +8,7 @@
 #include "platform/BookmarkService.h"
 #include "platform/MemorySettingsStore.h"
 #include "support/LogCapture.h"
+#include "support/TestFiles.h"
 #include "sync/FolderWatcher.h"
 #include "sync/SyncManager.h"
 
@@ -28,6 +29,15 @@ SyncFolder makeFolder(const QString &name, int targets)
     QFile(folder.localPath + "/file.txt").open(QIODevice::WriteOnly);
     for (int i = 0; i < targets; ++i)
         folder.remoteTargets.append(RemoteTarget{QUuid::createUuid(), "r" + QString::number(i), name, true});
+    return folder;
+}
+
+// A folder whose last run succeeded just now: nothing is due for it.
+SyncFolder syncedFolder(const QString &name, const QDateTime &now)
+{
+    SyncFolder folder = makeFolder(name, 1);
+    folder.status = SyncStatus::success;
+    folder.lastSync = now;
     return folder;
 }
 
@@ -79,12 +89,12 @@ class TestSyncRuns : public QObject
         return remotes;
     }
 
+    QString storePath() const { return m_home.filePath(".config/rclone/rclone_sync_folders.json"); }
     QList<SyncFolder> storedFolders() const
     {
-        QFile file(m_home.filePath(".config/rclone/rclone_sync_folders.json"));
-        return file.open(QIODevice::ReadOnly) ? FolderStore::decode(file.readAll()).value_or(QList<SyncFolder>{})
-                                              : QList<SyncFolder>{};
+        return FolderStore::decode(readFile(storePath())).value_or(QList<SyncFolder>{});
     }
+    void writeStore(const QList<SyncFolder> &folders) { writeFile(storePath(), FolderStore::encode(folders).value()); }
 
 private Q_SLOTS:
     void initTestCase()
@@ -128,6 +138,7 @@ private Q_SLOTS:
         m_now = m_now.addSecs(30);
         manager.syncFolder(folder.id);
         QCOMPARE(manager.folders()[0].status, SyncStatus::syncing);
+        SyncFolder edited = manager.folders()[0]; // an editor opened during the first sync of r1
         QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
 
         const SyncFolder done = manager.folders()[0];
@@ -147,6 +158,12 @@ private Q_SLOTS:
         QVERIFY(calls[3].contains("--resync")); // the second target had never been synced
         QCOMPARE(log.count("Starting sync for folder: Docs to 2 target(s)"), 1);
         QCOMPARE(log.count("Sync completed successfully for folder ID: " + uuidString(folder.id)), 1);
+
+        // Saving that editor after the run must not make the next run of r1 a --resync.
+        edited.name = "Renamed";
+        manager.updateFolder(edited);
+        QCOMPARE(manager.folders()[0].name, "Renamed");
+        QVERIFY(manager.folders()[0].remoteTargets[1].hasResynced);
     }
 
     void failingTargetsDoNotStopTheOthers()
@@ -203,64 +220,61 @@ private Q_SLOTS:
         QVERIFY(manager.folders()[0].remoteTargets[0].hasResynced);
     }
 
+    // Nothing runs for a folder without targets (nor for an unknown id), and
+    // its watcher is not left waiting for a run that never comes.
     void folderWithoutTargetsIsNotSynced()
     {
-        SyncManager manager(environment());
+        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        SyncManager manager(environment({1h, 50ms, 50ms}));
         const SyncFolder folder = makeFolder("Empty", 0);
         manager.addFolder(folder);
         LogCapture log;
-        manager.syncFolder(folder.id);
-        manager.syncFolder(QUuid::createUuid());
+        QVERIFY(!manager.syncFolder(folder.id));
+        QVERIFY(!manager.syncFolder(QUuid::createUuid()));
         QCOMPARE(manager.folders()[0], folder);
         QVERIFY(log.messages.isEmpty());
         QVERIFY(!manager.isRunning(folder.id));
+
+        m_fileEvents.change(folder.localPath);
+        QTest::qWait(150);
+        QVERIFY(!manager.watcher(folder.id)->isSyncing());
+        QVERIFY(m_fake->calls().isEmpty());
     }
 
-    void cancelDuringTheSecondOfThreeTargets()
+    // A cancelled run shows idle at once and runs no further target; the run
+    // of a deleted folder, ending later, does not bring the folder back.
+    void cancelOrDeleteDuringARun()
     {
         m_fake->script("bisync", kHeldBisync);
         release("r0");
         SyncManager manager(environment());
         const SyncFolder folder = makeFolder("Docs", 3);
+        SyncFolder gone = makeFolder("Gone", 1);
+        gone.remoteTargets[0].remoteName = "g";
         manager.addFolder(folder);
+        manager.addFolder(gone);
         LogCapture log;
         manager.syncFolder(folder.id);
+        manager.syncFolder(gone.id);
         QTRY_COMPARE(manager.folders()[0].currentTargetIndex, 1);
         QTRY_COMPARE(manager.folders()[0].progress, 0.5); // half of the second third
+        QTRY_VERIFY(bisyncRemotes().contains("g:Gone"));
 
         manager.cancelSync(folder.id);
-        QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
-        QCOMPARE(manager.folders()[0].progress, 0.0);
-        QCOMPARE(manager.folders()[0].currentTargetIndex, std::nullopt);
-        QCOMPARE(manager.folders()[0].transferredSize, std::nullopt);
-        QCOMPARE(storedFolders().value(0).status, SyncStatus::idle);
+        manager.deleteFolder(gone.id);
+        QCOMPARE(manager.folders(), QList<SyncFolder>{folder}); // idle, no progress, no target, no texts
+        QCOMPARE(storedFolders(), QList<SyncFolder>{folder});
         QVERIFY(!manager.isRunning(folder.id));
 
         release("r1");
         release("r2");
+        release("g");
         QTest::qWait(300);
-        QCOMPARE(bisyncRemotes(), (QStringList{"r0:Docs", "r1:Docs"}));
-        QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
+        QCOMPARE(sorted(bisyncRemotes()), (QStringList{"g:Gone", "r0:Docs", "r1:Docs"}));
+        QCOMPARE(manager.folders(), QList<SyncFolder>{folder});
+        QCOMPARE(storedFolders(), QList<SyncFolder>{folder});
         QCOMPARE(log.count("Sync completed"), 0);
         QCOMPARE(log.count("Canceling sync for folder ID: " + uuidString(folder.id)), 1);
-    }
-
-    void deletingASyncingFolder()
-    {
-        m_fake->script("bisync", kHeldBisync);
-        SyncManager manager(environment());
-        const SyncFolder keep = makeFolder("Keep", 1), gone = makeFolder("Gone", 1);
-        manager.addFolder(keep);
-        manager.addFolder(gone);
-        manager.syncFolder(gone.id);
-        QTRY_COMPARE(bisyncRemotes().size(), 1);
-
-        manager.deleteFolder(gone.id);
-        QCOMPARE(manager.folders(), QList<SyncFolder>{keep});
-        release("r0");
-        QTest::qWait(200);
-        QCOMPARE(manager.folders(), QList<SyncFolder>{keep});
-        QCOMPARE(storedFolders(), QList<SyncFolder>{keep});
     }
 
     void renamedFolderIsFoundThroughItsBookmark()
@@ -340,9 +354,7 @@ private Q_SLOTS:
     {
         m_fake->script("bisync", kHeldBisync);
         SyncManager manager(environment({1h, 50ms, 50ms}));
-        SyncFolder folder = makeFolder("Docs", 1);
-        folder.status = SyncStatus::success;
-        folder.lastSync = m_now;
+        const SyncFolder folder = syncedFolder("Docs", m_now);
         manager.addFolder(folder);
         manager.syncFolder(folder.id); // the user's run, automatic sync off
         QTRY_COMPARE(bisyncRemotes().size(), 1);
@@ -357,40 +369,6 @@ private Q_SLOTS:
         QTest::qWait(300);
         QCOMPARE(bisyncRemotes().size(), 1);
         QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
-    }
-
-    void watcherOfAFolderWithoutTargetsIsNotLeftBusy()
-    {
-        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
-        SyncManager manager(environment({1h, 50ms, 50ms}));
-        const SyncFolder folder = makeFolder("Empty", 0);
-        manager.addFolder(folder);
-        m_fileEvents.change(folder.localPath);
-        QTest::qWait(150);
-        QVERIFY(!manager.watcher(folder.id)->isSyncing());
-    }
-
-    // The editor holds the folder as it was when opened; saving it after the
-    // first sync ended must not make the next run a --resync.
-    void editorSaveDuringAFirstSync()
-    {
-        m_fake->script("bisync", kHeldBisync);
-        SyncManager manager(environment());
-        SyncFolder folder = makeFolder("Docs", 1);
-        folder.remoteTargets[0].hasResynced = false;
-        manager.addFolder(folder);
-        manager.syncFolder(folder.id);
-        SyncFolder edited = manager.folders()[0];
-        QTRY_COMPARE(bisyncRemotes().size(), 1);
-        release("r0");
-        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
-
-        edited.name = "Renamed";
-        edited.remoteTargets.append(RemoteTarget{QUuid::createUuid(), "new", "Docs", false});
-        manager.updateFolder(edited);
-        QCOMPARE(manager.folders()[0].name, "Renamed");
-        QVERIFY(manager.folders()[0].remoteTargets[0].hasResynced);
-        QVERIFY(!manager.folders()[0].remoteTargets[1].hasResynced); // a new target takes the editor's
     }
 
     // Sync-all skips a folder that syncs already. Sleep, shutdown and
@@ -425,13 +403,14 @@ private Q_SLOTS:
 
     // ---- watching -------------------------------------------------------
 
-    void burstOfChangesGivesOneRun()
+    // A burst of changes gives one run once it has settled; changes during a
+    // run, however many, give exactly one more run after it.
+    void changesGiveOneRunAndOneFollowUp()
     {
         m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
-        SyncFolder folder = makeFolder("Docs", 1);
-        folder.status = SyncStatus::success;
-        folder.lastSync = m_now;
-        SyncManager manager(environment({1h, 300ms, 100ms}));
+        m_fake->script("bisync.2", kHeldBisync);
+        const SyncFolder folder = syncedFolder("Docs", m_now);
+        SyncManager manager(environment({1h, 300ms, 200ms}));
         manager.addFolder(folder);
         QCOMPARE(m_fileEvents.watchedPaths(), QStringList{folder.localPath});
 
@@ -440,79 +419,59 @@ private Q_SLOTS:
             QTest::qWait(30);
         }
         QVERIFY(bisyncRemotes().isEmpty()); // still settling
-        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
         QTRY_COMPARE(bisyncRemotes().size(), 1);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
         QTest::qWait(500);
         QCOMPARE(bisyncRemotes().size(), 1);
-    }
-
-    void changesDuringARunGiveExactlyOneFollowUp()
-    {
-        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
-        m_fake->script("bisync.1", kHeldBisync);
-        SyncFolder folder = makeFolder("Docs", 1);
-        folder.status = SyncStatus::success;
-        folder.lastSync = m_now;
-        SyncManager manager(environment({1h, 50ms, 200ms}));
-        manager.addFolder(folder);
 
         manager.syncFolder(folder.id); // a run the user started
-        QTRY_COMPARE(bisyncRemotes().size(), 1);
+        QTRY_COMPARE(bisyncRemotes().size(), 2);
         QVERIFY(manager.watcher(folder.id)->isSyncing());
         for (int i = 0; i < 3; ++i) {
             m_fileEvents.change(folder.localPath);
-            QTest::qWait(100); // each debounce ends during the run
+            QTest::qWait(400); // each debounce ends during the run
         }
         QVERIFY(manager.watcher(folder.id)->isDirty());
-        QCOMPARE(bisyncRemotes().size(), 1);
+        QCOMPARE(bisyncRemotes().size(), 2);
 
         release("r0");
         QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
-        QCOMPARE(bisyncRemotes().size(), 1); // the follow-up waits 200 ms
-        QTRY_COMPARE(bisyncRemotes().size(), 2);
+        QCOMPARE(bisyncRemotes().size(), 2); // the follow-up waits 200 ms
+        QTRY_COMPARE(bisyncRemotes().size(), 3);
         QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
         QTest::qWait(400);
-        QCOMPARE(bisyncRemotes().size(), 2);
+        QCOMPARE(bisyncRemotes().size(), 3);
         QVERIFY(!manager.watcher(folder.id)->isSyncing());
     }
 
-    void watchersFollowTheFolderList()
-    {
-        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
-        SyncFolder a = makeFolder("A", 0), b = makeFolder("B", 0);
-        SyncManager manager(environment());
-        manager.addFolder(a);
-        manager.addFolder(b);
-        QCOMPARE(m_fileEvents.watchedPaths(), (QStringList{a.localPath, b.localPath}));
-        const int created = m_fileEvents.createdCount();
-
-        a.name = "Renamed";
-        manager.updateFolder(a);
-        QCOMPARE(m_fileEvents.createdCount(), created); // the same watcher
-
-        b.localPath = "/elsewhere";
-        manager.updateFolder(b);
-        QCOMPARE(m_fileEvents.createdCount(), created + 1);
-        QCOMPARE(m_fileEvents.watchedPaths(), (QStringList{a.localPath, "/elsewhere"}));
-
-        manager.deleteFolder(a.id);
-        QCOMPARE(m_fileEvents.watchedPaths(), QStringList{"/elsewhere"});
-    }
-
+    // Switched on, automatic sync watches and syncs every folder, and the
+    // watchers follow the folder list; switched off, it stops them all.
     void switchingAutomaticSync()
     {
         m_fake->script("bisync", kHeldBisync);
         SyncManager manager(environment());
-        const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1);
+        SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1);
+        const SyncFolder c = makeFolder("C", 0);
         manager.addFolder(a);
         manager.addFolder(b);
+        manager.addFolder(c);
         QVERIFY(m_fileEvents.watchedPaths().isEmpty()); // off at first launch
 
         manager.setGlobalSyncEnabled(true);
-        QCOMPARE(m_fileEvents.watchedPaths().size(), 2);
+        QCOMPARE(m_fileEvents.watchedPaths(), (QStringList{a.localPath, b.localPath, c.localPath}));
         QCOMPARE(manager.folders()[0].status, SyncStatus::syncing);
         QCOMPARE(manager.folders()[1].status, SyncStatus::syncing);
         QTRY_COMPARE(bisyncRemotes().size(), 2);
+
+        const int created = m_fileEvents.createdCount();
+        a.name = "Renamed";
+        manager.updateFolder(a);
+        QCOMPARE(m_fileEvents.createdCount(), created); // the same watcher
+        b.localPath = "/elsewhere";
+        manager.updateFolder(b);
+        QCOMPARE(m_fileEvents.createdCount(), created + 1);
+        manager.deleteFolder(c.id);
+        QCOMPARE(m_fileEvents.watchedPaths(), (QStringList{a.localPath, "/elsewhere"}));
 
         manager.setGlobalSyncEnabled(false);
         QVERIFY(m_fileEvents.watchedPaths().isEmpty());
@@ -525,13 +484,7 @@ private Q_SLOTS:
     {
         SyncFolder busy = makeFolder("Busy", 1);
         busy.status = SyncStatus::syncing; // saved mid-run before a crash
-        const SyncFolder idle = makeFolder("Idle", 1);
-        {
-            QDir().mkpath(m_home.filePath(".config/rclone"));
-            QFile file(m_home.filePath(".config/rclone/rclone_sync_folders.json"));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(FolderStore::encode({busy, idle}).value());
-        }
+        writeStore({busy, makeFolder("Idle", 1)});
         m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
         SyncManager manager(environment());
         QCOMPARE(m_fileEvents.watchedPaths().size(), 2);
@@ -556,12 +509,7 @@ private Q_SLOTS:
         SyncFolder due = makeFolder("Due", 1);
         due.status = SyncStatus::error;
         due.lastSync = m_now.addSecs(-30 * 60 - 1);
-        {
-            QDir().mkpath(m_home.filePath(".config/rclone"));
-            QFile file(m_home.filePath(".config/rclone/rclone_sync_folders.json"));
-            QVERIFY(file.open(QIODevice::WriteOnly));
-            file.write(FolderStore::encode({never, recent, due}).value());
-        }
+        writeStore({never, recent, due});
         SyncManager manager(environment({100ms, 1h, 1h}));
 
         QTest::qWait(300); // automatic sync is off: ticks do nothing
