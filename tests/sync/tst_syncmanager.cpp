@@ -24,8 +24,6 @@ SyncFolder makeFolder(const QString &name, int targets = 1)
     return folder;
 }
 
-
-
 } // namespace
 
 class TestSyncManager : public QObject
@@ -113,65 +111,55 @@ private Q_SLOTS:
         QVERIFY(!reread.isGlobalSyncEnabled());
     }
 
-    void firstSaveCreatesTheStore()
-    {
-        SyncManager manager(environment());
-        QVERIFY(manager.folders().isEmpty());
-        QVERIFY(!QFileInfo::exists(storePath()));
-
-        const SyncFolder folder = makeFolder("Docs");
-        QSignalSpy inserted(&manager, &SyncManager::folderInserted);
-        manager.addFolder(folder);
-        QCOMPARE(inserted.count(), 1);
-        QCOMPARE(inserted.at(0).at(0).value<qsizetype>(), 0);
-        QCOMPARE(readFile(storePath()), FolderStore::encode({folder}).value());
-        // Only the store is left behind: no temporary file, no aside copy.
-        QCOMPARE(QDir(QFileInfo(storePath()).path()).entryList(QDir::Files), QStringList{"rclone_sync_folders.json"});
-    }
-
-    void loadsWhatWasSaved()
+    // Nothing is written before the first folder comes; a new manager loads
+    // what was saved, except that a folder saved mid-run by a program that
+    // then ended is no longer syncing.
+    void savesAndLoads()
     {
         QList<SyncFolder> saved;
+        for (const char *name : {"A", "B", "C"})
+            saved.append(makeFolder(name, 2));
+        saved[1].status = SyncStatus::syncing;
+        saved[1].progress = 0.3;
+        saved[1].currentTargetIndex = 0;
+        saved[1].transferredSize = "1 MiB / 2 MiB";
+        saved[1].lastError = "kept";
         {
             SyncManager manager(environment());
-            for (const char *name : {"A", "B", "C"}) {
-                saved.append(makeFolder(name, 2));
-                manager.addFolder(saved.last());
-            }
+            QVERIFY(manager.folders().isEmpty());
+            QSignalSpy changed(&manager, &SyncManager::folderChanged);
+            manager.updateFolder(makeFolder("Ghost")); // unknown: nothing changes
+            QVERIFY(manager.folders().isEmpty());
+            QVERIFY(changed.isEmpty());
+            QVERIFY(!QFileInfo::exists(storePath()));
+
+            QSignalSpy inserted(&manager, &SyncManager::folderInserted);
+            for (const SyncFolder &folder : std::as_const(saved))
+                manager.addFolder(folder);
+            QCOMPARE(inserted.count(), 3);
+            for (int row = 0; row < 3; ++row)
+                QCOMPARE(inserted.at(row).at(0).value<qsizetype>(), row);
+            QCOMPARE(readFile(storePath()), FolderStore::encode(saved).value());
+            // Only the store is left behind: no temporary file, no aside copy.
+            QCOMPARE(QDir(QFileInfo(storePath()).path()).entryList(QDir::Files), QStringList{"rclone_sync_folders.json"});
         }
+        QList<SyncFolder> expected = saved;
+        expected[1].status = SyncStatus::idle;
+        expected[1].progress = 0;
+        expected[1].currentTargetIndex.reset();
+        expected[1].transferredSize.reset();
         SyncManager reloaded(environment());
-        QCOMPARE(reloaded.folders(), saved);
-    }
-
-    // A folder saved mid-run by a program that then ended is no longer syncing.
-    void syncingFolderLoadsAsIdle()
-    {
-        SyncFolder folder = makeFolder("Busy");
-        folder.status = SyncStatus::syncing;
-        folder.progress = 0.3;
-        folder.currentTargetIndex = 0;
-        folder.transferredSize = "1 MiB / 2 MiB";
-        folder.lastError = "kept";
-        writeFile(storePath(), FolderStore::encode({folder}).value());
-
-        SyncManager manager(environment());
-        SyncFolder expected = folder;
-        expected.status = SyncStatus::idle;
-        expected.progress = 0;
-        expected.currentTargetIndex.reset();
-        expected.transferredSize.reset();
-        QCOMPARE(manager.folders().value(0), expected);
+        QCOMPARE(reloaded.folders(), expected);
     }
 
     void unreadableStoreIsSetAside_data()
     {
+        // Whatever makes the store unreadable (each reason is in tst_folderstore),
+        // the manager treats it alike.
         QTest::addColumn<QByteArray>("bytes");
         const QByteArray good = FolderStore::encode({makeFolder("A"), makeFolder("B")}).value();
         QTest::newRow("truncated") << good.left(good.size() - 10);
-        QTest::newRow("not JSON") << QByteArray("hello");
         QTest::newRow("wrong type") << QByteArray(R"({"folders":[]})");
-        QTest::newRow("unknown status") << QByteArray(good).replace(R"("idle")", R"("paused")");
-        QTest::newRow("target without id") << QByteArray(good).replace(R"("remoteTargets":[{"id")", R"("remoteTargets":[{"di")");
         QTest::newRow("empty") << QByteArray();
 
         QByteArray garbage(50 * 1024 * 1024, Qt::Uninitialized);
@@ -245,42 +233,25 @@ private Q_SLOTS:
         QCOMPARE(FolderStore::decode(readFile(storePath())).value().value(1), expected);
     }
 
-    void updateOfAnUnknownFolderWritesNothing()
-    {
-        SyncManager manager(environment());
-        QSignalSpy changed(&manager, &SyncManager::folderChanged);
-        manager.updateFolder(makeFolder("Ghost"));
-        QVERIFY(manager.folders().isEmpty());
-        QVERIFY(changed.isEmpty());
-        QVERIFY(!QFileInfo::exists(storePath()));
-    }
-
     void deleteRemovesTheFolderOnly()
     {
         const SyncFolder a = makeFolder("A"), b = makeFolder("B"), c = makeFolder("C");
-        writeFile(storePath(), FolderStore::encode({a, b, c}).value());
+        SyncFolder twin = makeFolder("A twin");
+        twin.id = a.id;
+        writeFile(storePath(), FolderStore::encode({a, b, c, twin}).value());
         SyncManager manager(environment());
         QSignalSpy removed(&manager, &SyncManager::folderRemoved);
 
         manager.deleteFolder(b.id);
-        QCOMPARE(manager.folders(), (QList<SyncFolder>{a, c}));
+        QCOMPARE(manager.folders(), (QList<SyncFolder>{a, c, twin}));
         QCOMPARE(removed.count(), 1);
         QCOMPARE(removed.at(0).at(0).value<qsizetype>(), 1);
-        QCOMPARE(FolderStore::decode(readFile(storePath())), (QList<SyncFolder>{a, c}));
+        QCOMPARE(FolderStore::decode(readFile(storePath())), (QList<SyncFolder>{a, c, twin}));
 
         manager.deleteFolder(QUuid::createUuid()); // unknown: nothing removed
-        QCOMPARE(manager.folders().size(), 2);
-    }
-
-    void deleteRemovesEveryDuplicateOfTheId()
-    {
-        const SyncFolder a = makeFolder("A"), b = makeFolder("B");
-        SyncFolder twin = makeFolder("A twin");
-        twin.id = a.id;
-        writeFile(storePath(), FolderStore::encode({a, b, twin}).value());
-        SyncManager manager(environment());
-        manager.deleteFolder(a.id);
-        QCOMPARE(manager.folders(), QList<SyncFolder>{b});
+        QCOMPARE(manager.folders().size(), 3);
+        manager.deleteFolder(a.id); // every record with the id
+        QCOMPARE(manager.folders(), QList<SyncFolder>{c});
     }
 
     void saveSkipsARecordThatCannotBeWritten()
