@@ -4,9 +4,7 @@
 #include "support/Outcome.h"
 #include "support/TestFiles.h"
 
-#include <QEventLoop>
 #include <QPointer>
-#include <QTimer>
 #include <QProcess>
 #include <QSignalSpy>
 #include <QTemporaryDir>
@@ -29,8 +27,10 @@ bool processIsGone(qint64 pid)
 const QByteArray kLockTips = "NOTICE: Tip: this indicates that another bisync run (of these same paths) either is still running or was interrupted before completion.\n"
                              "NOTICE: Tip: If you're SURE you want to override this safety feature, you can delete the lock file with the following command, then run bisync again:\n";
 
-// Who wrote the lock file, and what the local folder holds.
-enum class Lock { none, dead, live, zombie };
+// Who wrote the lock file, and what the local folder holds. An outside lock
+// (a dead rclone's) is named by rclone outside our work directory, directly
+// or through "..".
+enum class Lock { none, dead, live, zombie, outside, climbing };
 enum class Local { files, empty, missing };
 
 } // namespace
@@ -48,7 +48,17 @@ class TestRcloneEngine : public QObject
         return RcloneEngine::workDirectory() + QStringLiteral("/_home_ann_Docs..remote_Docs.lck");
     }
 
-    // A lock file of our work directory, written by the process `pid`.
+    // The lock file rclone names.
+    QString namedLock(Lock lock) const
+    {
+        if (lock == Lock::outside)
+            return m_tmp.filePath(QStringLiteral("precious.lck"));
+        if (lock == Lock::climbing)
+            return RcloneEngine::workDirectory() + QStringLiteral("/../../precious.lck");
+        return lockPath();
+    }
+
+    // A lock file, written by the process `pid`.
     void writeLock(const QString &path, qint64 pid)
     {
         QDir().mkpath(QFileInfo(path).path());
@@ -105,10 +115,13 @@ private Q_SLOTS:
 
     // ---- run(arguments:) ------------------------------------------------
 
+    // The result is standard output, as it came; standard error (rclone's
+    // notices) does not make a success a failure.
     void runPassesArgumentsUntouched()
     {
         FakeRclone fake;
-        fake.script("about", "printf 'out \\e[31mred\\e[0m\\n'\n");
+        fake.script("about", "printf 'out \\e[31mred\\e[0m\\n'\n"
+                             "echo 'NOTICE: Config file not found - using defaults' >&2\n");
         RcloneEngine engine(fake.path());
         const QStringList arguments{"about", "my remote:", "a \"quoted\" 'one'", "$HOME;rm -rf /", "line\nbreak",
                                     "-leading", "Ünïcødé ✓ 日本", "", "*"};
@@ -153,28 +166,6 @@ private Q_SLOTS:
         QCOMPARE(outcome.result->error(), (RcloneError{RcloneError::Kind::exitStatus, code, message}));
     }
 
-    void runSucceedsWhateverStandardErrorSays()
-    {
-        FakeRclone fake;
-        fake.script("version", "echo 'NOTICE: Config file not found - using defaults' >&2\n");
-        RcloneEngine engine(fake.path());
-        Outcome<QString> outcome;
-        engine.run({"version"}, nullptr, outcome.callback());
-        QVERIFY(outcome.wait());
-        QVERIFY(outcome.result->ok());
-        QCOMPARE(outcome.result->value(), QString());
-    }
-
-    void runLaunchFailure()
-    {
-        RcloneEngine engine(m_tmp.filePath("no-such-rclone"));
-        Outcome<QString> outcome;
-        engine.run({"version"}, nullptr, outcome.callback());
-        QVERIFY(outcome.wait());
-        QCOMPARE(outcome.result->error().kind, RcloneError::Kind::launchFailed);
-        QVERIFY(!outcome.result->error().description.isEmpty());
-    }
-
     // One SIGTERM, then the child is given the time it takes to stop: the
     // result comes once it has exited, and it is never killed.
     void cancelWaitsForAGracefulStop()
@@ -203,7 +194,8 @@ private Q_SLOTS:
         QCOMPARE(engine.activeJobCount(), 0);
     }
 
-    void cancelBeforeTheChildStarts()
+    // No child: a call cancelled before it starts, an rclone that cannot start.
+    void callsWithoutAChild()
     {
         FakeRclone fake;
         RcloneEngine engine(fake.path());
@@ -214,6 +206,13 @@ private Q_SLOTS:
         QVERIFY(run.wait() && bisync.wait());
         QVERIFY(run.result->isCancelled() && bisync.result->isCancelled());
         QVERIFY(fake.calls().isEmpty());
+
+        RcloneEngine missing(m_tmp.filePath("no-such-rclone"));
+        Outcome<QString> launch;
+        missing.run({"version"}, nullptr, launch.callback());
+        QVERIFY(launch.wait());
+        QCOMPARE(launch.result->error().kind, RcloneError::Kind::launchFailed);
+        QVERIFY(!launch.result->error().description.isEmpty());
     }
 
     void noCallbackOnceTheContextIsGone()
@@ -301,45 +300,30 @@ private Q_SLOTS:
                            }));
     }
 
+    // A failed bisync's error is its last 15 lines, colours stripped, however
+    // much it printed before, and whatever.
     void bisyncErrorIsTheLastFifteenLines()
     {
         FakeRclone fake;
-        fake.script("bisync", "for i in $(seq 1 40); do printf 'line %d \\e[31mred\\e[0m\\n' $i; done; exit 1\n");
+        fake.script("bisync.1", "for i in $(seq 1 40); do printf 'line %d \\e[31mred\\e[0m\\n' $i; done; exit 1\n");
+        // 20 MB of binary garbage with hardly a line break, then a failure.
+        fake.script("bisync.2", "head -c 20000000 /dev/urandom; printf '\\nfailed at last\\n'; exit 1\n");
         RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
+        Outcome<std::monostate> lines, garbage;
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status 1: line 26 red\n"));
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
+        engine.bisync(request(), nullptr, {}, lines.callback());
+        QVERIFY(lines.wait());
         QStringList expected;
         for (int i = 26; i <= 40; ++i)
             expected.append(QStringLiteral("line %1 red").arg(i));
-        QCOMPARE(outcome.result->error(), (RcloneError{RcloneError::Kind::exitStatus, 1, expected.join('\n')}));
-    }
+        QCOMPARE(lines.result->error(), (RcloneError{RcloneError::Kind::exitStatus, 1, expected.join('\n')}));
 
-    void lockOutsideTheWorkDirectoryIsKept()
-    {
-        const QString elsewhere = m_tmp.filePath("precious.lck");
-        writeLock(elsewhere, 999999999);
-        FakeRclone fake;
-        fake.script("bisync", lockFailure(elsewhere));
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status 1: "));
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait());
-        QVERIFY(!outcome.result->ok());
-        QVERIFY(QFileInfo::exists(elsewhere));
-        QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync"}));
-
-        // Nor through a path that climbs out of it.
-        const QString climbing = RcloneEngine::workDirectory() + "/../../precious.lck";
-        writeLock(m_home + "/.config/precious.lck", 999999999);
-        fake.script("bisync", lockFailure(climbing));
-        Outcome<std::monostate> second;
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status 1: "));
-        engine.bisync(request(), nullptr, {}, second.callback());
-        QVERIFY(second.wait());
-        QVERIFY(QFileInfo::exists(m_home + "/.config/precious.lck"));
+        engine.bisync(request(), nullptr, {}, garbage.callback());
+        QVERIFY(garbage.wait(120000));
+        const QString description = garbage.result->error().description;
+        QVERIFY(description.endsWith("\nfailed at last"));
+        QVERIFY(description.size() < 16 * 64 * 1024); // the tail, not the output
     }
 
     // What a bisync call makes of rclone's outcome: its recovery from a lock
@@ -380,6 +364,10 @@ private Q_SLOTS:
         QTest::newRow("resync demanded again") << resync << resync << none << files << twice << failed << false << true;
         QTest::newRow("lock found again") << lock << "touch '" + lockPath().toUtf8() + "'\n" + lock << int(Lock::dead)
             << files << twice << failed << true << false;
+        QTest::newRow("lock outside the work directory is kept") << lockFailure(namedLock(Lock::outside))
+            << QByteArray() << int(Lock::outside) << files << once << failed << true << false;
+        QTest::newRow("lock climbing out of it is kept") << lockFailure(namedLock(Lock::climbing)) << QByteArray()
+            << int(Lock::climbing) << files << once << failed << true << false;
         QTest::newRow("empty side: no resync") << empty << QByteArray() << none << files << once << withheld << false << false;
         QTest::newRow("empty local folder: no resync") << resync << QByteArray() << none << int(Local::empty) << once
             << withheld << false << false;
@@ -406,12 +394,13 @@ private Q_SLOTS:
         const QString fakeRclone = m_tmp.filePath("rclone"); // a program named rclone
         QFile::remove(fakeRclone);
         QVERIFY(QFile::copy("/bin/sleep", fakeRclone));
-        if (lock == int(Lock::dead)) {
-            writeLock(lockPath(), 999999999);
+        const QString lockFile = QDir::cleanPath(namedLock(Lock(lock)));
+        if (lock == int(Lock::dead) || lock == int(Lock::outside) || lock == int(Lock::climbing)) {
+            writeLock(lockFile, 999999999);
         } else if (lock == int(Lock::live)) {
             holder.start(fakeRclone, {"30"});
             QVERIFY(holder.waitForStarted());
-            writeLock(lockPath(), holder.processId());
+            writeLock(lockFile, holder.processId());
         } else if (lock == int(Lock::zombie)) {
             zombie = ::fork();
             if (zombie == 0) {
@@ -419,7 +408,7 @@ private Q_SLOTS:
                 ::_exit(127);
             }
             QTRY_VERIFY(readFile(QStringLiteral("/proc/%1/stat").arg(zombie)).contains(") Z "));
-            writeLock(lockPath(), zombie);
+            writeLock(lockFile, zombie);
         }
 
         RcloneEngine engine(fake.path());
@@ -433,7 +422,7 @@ private Q_SLOTS:
         QCOMPARE(fake.commands(), commands);
         QCOMPARE(outcome.result->ok() ? -1 : int(outcome.result->error().kind), kind);
         if (lock != int(Lock::none))
-            QCOMPARE(QFileInfo::exists(lockPath()), lockKept);
+            QCOMPARE(QFileInfo::exists(lockFile), lockKept);
         const QList<QStringList> calls = fake.calls();
         if (calls.size() == 4)
             QCOMPARE(calls[3].contains("--resync"), retryResyncs);
@@ -466,21 +455,6 @@ private Q_SLOTS:
         QCOMPARE(fake.commands(), (QStringList{"mkdir", "bisync"}));
         QCOMPARE(progress, 1);
         QTRY_VERIFY(job.isNull());
-    }
-
-    void bisyncSurvivesGarbageOutput()
-    {
-        FakeRclone fake;
-        // 20 MB of binary garbage with hardly a line break, then a failure.
-        fake.script("bisync", "head -c 20000000 /dev/urandom; printf '\\nfailed at last\\n'; exit 1\n");
-        RcloneEngine engine(fake.path());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status 1: "));
-        engine.bisync(request(), nullptr, {}, outcome.callback());
-        QVERIFY(outcome.wait(120000));
-        const QString description = outcome.result->error().description;
-        QVERIFY(description.endsWith("\nfailed at last"));
-        QVERIFY(description.size() < 16 * 64 * 1024); // the tail, not the output
     }
 
     // ---- remote commands ------------------------------------------------
