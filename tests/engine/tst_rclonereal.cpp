@@ -7,16 +7,12 @@
 #include "support/TestFiles.h"
 
 #include <QDirIterator>
-#include <QEventLoop>
 #include <QPointer>
 #include <QSignalSpy>
-#include <QTimer>
 
 #include <csignal>
 
 namespace {
-
-
 
 // Relative paths of the files under a directory, sorted.
 QStringList filesUnder(const QString &root)
@@ -28,6 +24,9 @@ QStringList filesUnder(const QString &root)
     files.sort();
     return files;
 }
+
+// Another bisync of the pair: none, one killed hard, one still running.
+enum class Other { none, killed, running };
 
 QStringList lockFiles()
 {
@@ -43,6 +42,15 @@ class TestRcloneReal : public QObject
     BisyncRequest request(const QString &local, const QString &remote, bool initial) const
     {
         return BisyncRequest{local, remote, SyncFilterOptions(), ConflictResolution::keepBoth, initial, {}};
+    }
+
+    // A local folder and the alias remote "backup:" for a directory beside it.
+    struct Pair { QString local, backup; };
+    static Pair makePair(RcloneSandbox &sandbox, const QString &localName = QStringLiteral("local"))
+    {
+        const Pair pair{sandbox.makeDirectory(localName), sandbox.makeDirectory(QStringLiteral("backup"))};
+        sandbox.addAlias(QStringLiteral("backup"), pair.backup);
+        return pair;
     }
 
     // A throttled bisync started outside the engine, once it holds the pair's lock.
@@ -159,51 +167,61 @@ private Q_SLOTS:
         QVERIFY(lockFiles().isEmpty());
     }
 
-    void staleLockIsRecovered()
+    // The engine's one retry, with rclone's own messages. Never synced and not
+    // asked for an initial sync: rclone demands --resync, and gets it. Another
+    // bisync of the pair holds its lock: one killed hard in the middle left it
+    // behind, and it is deleted; one left running by an earlier run of the
+    // program is waited for, not failed on.
+    void recoveries_data()
     {
-        RcloneSandbox sandbox;
-        const QString local = sandbox.makeDirectory(QStringLiteral("local"));
-        sandbox.addAlias(QStringLiteral("backup"), sandbox.makeDirectory(QStringLiteral("backup")));
-        writeFile(local + "/big.bin", QByteArray(2 * 1024 * 1024, 'b'));
-        const BisyncRequest r = request(local, QStringLiteral("backup:"), true);
-
-        // A bisync killed hard in the middle leaves its lock behind.
-        QProcess killed;
-        startHoldingTheLock(killed, r, QStringLiteral("100k"));
-        ::kill(static_cast<pid_t>(killed.processId()), SIGKILL);
-        QVERIFY(killed.waitForFinished());
-        const QString lock = RcloneEngine::workDirectory() + u'/' + lockFiles().value(0);
-
-        RcloneEngine engine(RcloneSandbox::rclone());
-        Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, qPrintable("Found bisync lock file at " + lock + ". Deleting and retrying..."));
-        QPointer<RcloneJob> job = engine.bisync(r, nullptr, {}, outcome.callback());
-        QSignalSpy started(job.data(), &RcloneJob::processStarted);
-        QVERIFY(outcome.wait());
-        QVERIFY2(outcome.result->ok(), qPrintable(outcome.result->errorDescription()));
-        QCOMPARE(started.count(), 2);
-        QCOMPARE(readFile(sandbox.root() + "/backup/big.bin").size(), 2 * 1024 * 1024);
-        QVERIFY(lockFiles().isEmpty());
+        QTest::addColumn<int>("other"); // Other: the other bisync of the pair
+        QTest::addColumn<bool>("initial");
+        QTest::addColumn<int>("children"); // bisync processes the call started
+        QTest::addColumn<int>("waits");
+        QTest::newRow("resync demanded") << int(Other::none) << false << 2 << 0;
+        QTest::newRow("lock of a killed bisync") << int(Other::killed) << true << 2 << 0;
+        QTest::newRow("bisync still running") << int(Other::running) << true << 1 << 2;
     }
-
-    void resyncDemandIsRecovered()
+    void recoveries()
     {
+        QFETCH(int, other);
+        QFETCH(bool, initial);
         RcloneSandbox sandbox;
-        const QString local = sandbox.makeDirectory(QStringLiteral("local"));
-        sandbox.addAlias(QStringLiteral("backup"), sandbox.makeDirectory(QStringLiteral("backup")));
-        writeFile(local + "/note.txt", "note");
+        const auto [local, backup] = makePair(sandbox);
+        const QByteArray content((other == int(Other::running) ? 8 : 2) * 1024 * 1024, 'b');
+        writeFile(local + "/big.bin", content);
+        QProcess earlier;
+        if (other != int(Other::none))
+            startHoldingTheLock(earlier, request(local, QStringLiteral("backup:"), true),
+                                other == int(Other::killed) ? QStringLiteral("100k") : QStringLiteral("2M"));
+        if (other == int(Other::killed)) {
+            ::kill(static_cast<pid_t>(earlier.processId()), SIGKILL);
+            QVERIFY(earlier.waitForFinished());
+            const QString lock = RcloneEngine::workDirectory() + u'/' + lockFiles().value(0);
+            QTest::ignoreMessage(QtCriticalMsg, qPrintable("Found bisync lock file at " + lock + ". Deleting and retrying..."));
+        } else if (other == int(Other::none)) {
+            QTest::ignoreMessage(QtCriticalMsg, "Bisync requires --resync. Retrying with isInitialSync=true...");
+        }
 
-        // Never synced before, and not asked for an initial sync: rclone demands --resync.
         RcloneEngine engine(RcloneSandbox::rclone());
         Outcome<std::monostate> outcome;
-        QTest::ignoreMessage(QtCriticalMsg, "Bisync requires --resync. Retrying with isInitialSync=true...");
-        QPointer<RcloneJob> job = engine.bisync(request(local, QStringLiteral("backup:"), false), nullptr, {},
+        QPointer<RcloneJob> job = engine.bisync(request(local, QStringLiteral("backup:"), initial), nullptr, {},
                                                 outcome.callback());
         QSignalSpy started(job.data(), &RcloneJob::processStarted);
-        QVERIFY(outcome.wait());
+        QSignalSpy waiting(job.data(), &RcloneJob::waitingChanged);
+        if (other == int(Other::running)) {
+            QTRY_COMPARE(waiting.count(), 1);
+            QCOMPARE(waiting.at(0).at(0).toBool(), true);
+            earlier.terminate(); // it stops gracefully; then ours runs
+        }
+        QVERIFY(outcome.wait(150000));
         QVERIFY2(outcome.result->ok(), qPrintable(outcome.result->errorDescription()));
-        QCOMPARE(started.count(), 2);
-        QCOMPARE(readFile(sandbox.root() + "/backup/note.txt"), QByteArray("note"));
+        QFETCH(int, children);
+        QFETCH(int, waits);
+        QCOMPARE(started.count(), children);
+        QCOMPARE(waiting.count(), waits);
+        QCOMPARE(readFile(backup + "/big.bin"), content);
+        QVERIFY(lockFiles().isEmpty());
     }
 
     // An abort in the middle of an upload: rclone stops by itself (it is not
@@ -211,11 +229,9 @@ private Q_SLOTS:
     void abortDuringAnUpload()
     {
         RcloneSandbox sandbox;
-        const QString local = sandbox.makeDirectory(QStringLiteral("local"));
-        const QString backup = sandbox.makeDirectory(QStringLiteral("backup"));
+        const auto [local, backup] = makePair(sandbox);
         writeFile(local + "/big.bin", QByteArray(20 * 1024 * 1024, 'b'));
         writeFile(local + "/small.txt", "small");
-        sandbox.addAlias(QStringLiteral("backup"), backup);
         qputenv("RCLONE_BWLIMIT", "4M");
         RcloneEngine engine(RcloneSandbox::rclone());
 
@@ -246,41 +262,14 @@ private Q_SLOTS:
         QCOMPARE(readFile(backup + "/big.bin"), readFile(local + "/big.bin"));
     }
 
-    // A bisync of the pair left running by an earlier run of the program is
-    // waited for, not failed on.
-    void earlierBisyncOfThePairIsWaitedFor()
-    {
-        RcloneSandbox sandbox;
-        const QString local = sandbox.makeDirectory(QStringLiteral("local"));
-        sandbox.addAlias(QStringLiteral("backup"), sandbox.makeDirectory(QStringLiteral("backup")));
-        writeFile(local + "/big.bin", QByteArray(8 * 1024 * 1024, 'b'));
-        const BisyncRequest r = request(local, QStringLiteral("backup:"), true);
-        QProcess earlier;
-        startHoldingTheLock(earlier, r, QStringLiteral("2M"));
-
-        RcloneEngine engine(RcloneSandbox::rclone());
-        Outcome<std::monostate> outcome;
-        QPointer<RcloneJob> job = engine.bisync(r, nullptr, {}, outcome.callback());
-        QSignalSpy waiting(job.data(), &RcloneJob::waitingChanged);
-        QTRY_COMPARE(waiting.count(), 1);
-        QCOMPARE(waiting.at(0).at(0).toBool(), true);
-        earlier.terminate(); // it stops gracefully; then ours runs
-        QVERIFY(outcome.wait(150000));
-        QVERIFY2(outcome.result->ok(), qPrintable(outcome.result->errorDescription()));
-        QCOMPARE(waiting.count(), 2);
-        QCOMPARE(readFile(sandbox.root() + "/backup/big.bin").size(), 8 * 1024 * 1024);
-    }
-
     // A side that lists no files (an unmounted drive, a folder emptied) is
     // never filled from the other by an automatic resync, on the run that
     // finds it nor on later ones.
     void emptySideIsNeverRefilled()
     {
         RcloneSandbox sandbox;
-        const QString local = sandbox.makeDirectory(QStringLiteral("mount point"));
-        const QString backup = sandbox.makeDirectory(QStringLiteral("backup"));
+        const auto [local, backup] = makePair(sandbox, QStringLiteral("mount point"));
         writeFile(local + "/a.txt", "a");
-        sandbox.addAlias(QStringLiteral("backup"), backup);
         RcloneEngine engine(RcloneSandbox::rclone());
         Outcome<std::monostate> first;
         engine.bisync(request(local, QStringLiteral("backup:"), true), nullptr, {}, first.callback());
