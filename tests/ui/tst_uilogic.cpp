@@ -213,8 +213,15 @@ private Q_SLOTS:
         QFile::remove(m_home.filePath(".config/autostart"));
     }
 
+    // The list model and the dashboard's figures follow the manager a row at a
+    // time; the summary puts errors before syncing.
     void folderModelFollowsTheManager()
     {
+        using S = FolderListModel::Summary;
+        QCOMPARE(FolderListModel::summaryFor(1, 1), S::NeedsAttention);
+        QCOMPARE(FolderListModel::summaryFor(0, 2), S::Syncing);
+        QCOMPARE(FolderListModel::summaryFor(0, 0), S::AllGood);
+
         FakeFileEventService fileEvents;
         MemorySettingsStore settings;
         RcloneEngine engine(QStringLiteral("/nonexistent"));
@@ -224,17 +231,31 @@ private Q_SLOTS:
         QSignalSpy changed(&model, &QAbstractItemModel::dataChanged);
 
         SyncFolder a = folderWithTargets("A", 1), b = folderWithTargets("B", 2), c = folderWithTargets("C", 0);
+        a.status = SyncStatus::syncing;
+        b.status = SyncStatus::error;
         manager.addFolder(a);
         manager.addFolder(b);
         manager.addFolder(c);
         QCOMPARE(model.rowCount(), 3);
         QCOMPARE(model.data(model.index(1), FolderListModel::NameRole), "B");
         QCOMPARE(model.data(model.index(1), FolderListModel::RemoteCountRole), 2);
+        QCOMPARE(model.activeCount(), 1);
+        QCOMPARE(model.errorCount(), 1);
+        QCOMPARE(model.idleCount(), 1);
+        QCOMPARE(model.healthyCount(), 0);
+        QCOMPARE(model.summary(), S::NeedsAttention);
+        QCOMPARE(model.errorFolders().value(0).toMap().value("name"), "B");
 
+        // A change of one folder is one row; only what the dashboard shows disturbs it.
+        QSignalSpy told(&model, &FolderListModel::statusCountsChanged);
+        manager.updateFolder(a);
+        QCOMPARE(told.count(), 0);
         b.name = "B renamed";
         manager.updateFolder(b);
-        QCOMPARE(changed.count(), 1);
-        QCOMPARE(changed.at(0).at(0).value<QModelIndex>().row(), 1); // one row, not the list
+        QCOMPARE(told.count(), 1);
+        QCOMPARE(model.errorFolders().value(0).toMap().value("name"), "B renamed");
+        QCOMPARE(changed.count(), 2);
+        QCOMPARE(changed.at(1).at(0).value<QModelIndex>().row(), 1); // one row, not the list
         QCOMPARE(model.data(model.index(1), FolderListModel::NameRole), "B renamed");
 
         manager.deleteFolder(a.id);
