@@ -1,5 +1,5 @@
 // The folder pane's logic: byte and error texts, the statistics walk, the
-// editor's save rules, and the dashboard's summary.
+// editor's save rules, and what a delete leaves selected.
 #include "engine/RcloneEngine.h"
 #include "fakes/FakeFileEventService.h"
 #include "fakes/FakeLoginItem.h"
@@ -8,13 +8,11 @@
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/FolderDetailController.h"
-#include "ui/FolderListModel.h"
 #include "ui/FolderStatistics.h"
 #include "ui/Format.h"
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
 
-#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -83,7 +81,9 @@ private Q_SLOTS:
         QCOMPARE(Formatting::percentage(std::numeric_limits<double>::quiet_NaN()), "0%");
     }
 
-    void statisticsWalk()
+    // Every entry that is not a directory counts, hidden ones too, and a link
+    // as itself; the pane has the tree walked on a worker.
+    void statistics()
     {
         QTemporaryDir tree;
         QCOMPARE(FolderStatistics::of(tree.path()), (FolderStatistics{0, 0})); // empty
@@ -96,13 +96,9 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(tree.filePath("empty/dirs/only")));
         QVERIFY(QFile::link(tree.filePath("sub"), tree.filePath("link-to-sub"))); // a link, not followed
         const qint64 linkSize = QFileInfo(tree.filePath("sub")).absoluteFilePath().toUtf8().size();
-        QCOMPARE(FolderStatistics::of(tree.path()), (FolderStatistics{5, 5 + 2 + 1000 + 3 + linkSize}));
-    }
+        const FolderStatistics expected{5, 5 + 2 + 1000 + 3 + linkSize};
+        QCOMPARE(FolderStatistics::of(tree.path()), expected);
 
-    void statisticsOnAWorker()
-    {
-        QTemporaryDir tree;
-        writeFile(tree.filePath("x/y.txt"), "hello");
         NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
         SyncFolder folder;
         folder.name = "T";
@@ -114,29 +110,53 @@ private Q_SLOTS:
         QVERIFY(pane.isLoadingStats());
         QCOMPARE(pane.fileCount(), QVariant());
         QTRY_VERIFY(!pane.isLoadingStats());
-        QCOMPARE(pane.fileCount().toLongLong(), 1);
-        QCOMPARE(pane.totalSize().toLongLong(), 5);
+        QCOMPARE(pane.fileCount().toLongLong(), expected.fileCount);
+        QCOMPARE(pane.totalSize().toLongLong(), expected.totalBytes);
     }
 
     void creatingAFolder()
     {
         QTemporaryDir local;
+        writeFile(local.filePath("file.txt"), "x");
         NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
         FolderDetailController pane;
         pane.setApp(&app);
         QVERIFY(pane.isEditing()); // a new folder opens in the editor
         QVERIFY(!pane.canConfirm());
 
-        pane.setEditLocalPath(local.path());
-        pane.addTarget();
-        pane.setTargetRemote(0, "gdrive");
+        // The target rows.
+        pane.addTarget(); // no remotes listed: an empty name
+        QCOMPARE(pane.editTargetList()[0].remoteName, QString());
+        pane.setTargetRemote(0, "gone");
         pane.addTarget();
         pane.setTargetRemote(1, "box");
         pane.setTargetPath(1, ""); // an empty path: dropped on save
-        pane.addTarget();          // no remote name: dropped on save
+        pane.addTarget();
+        pane.setTargetRemote(2, "gdrive");
+        pane.removeTarget(0);
+        QCOMPARE(pane.editTargetList().size(), 2);
+        pane.moveTarget(0, 1);
+        QCOMPARE(pane.editTargetList()[0].remoteName, "gdrive");
+        pane.moveTarget(0, -1); // nothing above the first row
+        QCOMPARE(pane.editTargetList()[0].remoteName, "gdrive");
+        pane.addTarget(); // no remote name: dropped on save
+
+        // The path's warning, which never decides the button.
+        const QList<std::pair<QString, QString>> warnings{
+            {"relative/path", "Use a full path that starts with \"/\"."},
+            {local.filePath("missing"), "This folder does not exist."},
+            {local.filePath("file.txt"), "This is a file, not a folder."},
+            {local.path(), QString()}};
+        for (const auto &[path, warning] : warnings) {
+            pane.setEditLocalPath(path);
+            QCOMPARE(pane.pathWarning(), warning);
+        }
         QVERIFY(!pane.canConfirm()); // no name yet
         pane.setEditName("Docs");
         QVERIFY(pane.canConfirm());
+        pane.setEditLocalPath(local.filePath("file.txt"));
+        QVERIFY(pane.canConfirm());
+        pane.setEditLocalPath(local.path());
         pane.setEditName("");
         pane.setExcludeHidden(true);
         pane.setExcludeGit(false);
@@ -207,9 +227,10 @@ private Q_SLOTS:
         pane.cancel(); // a new folder: the pane goes away
         QCOMPARE(app.navigation()->selection(), std::nullopt);
 
-        SyncFolder folder;
+        SyncFolder folder, other, third;
         folder.name = "Docs";
-        app.syncManager()->addFolder(folder);
+        for (const SyncFolder &f : {folder, other, third})
+            app.syncManager()->addFolder(f);
         pane.setFolderId(uuidString(folder.id));
         pane.startEditing();
         pane.setEditName("Changed");
@@ -220,82 +241,17 @@ private Q_SLOTS:
 
         app.navigation()->showFolder(uuidString(folder.id));
         pane.deleteFolder();
-        QVERIFY(app.syncManager()->folders().isEmpty());
+        QCOMPARE(app.syncManager()->folders(), (QList<SyncFolder>{other, third}));
         QCOMPARE(app.navigation()->selection(), std::nullopt);
-    }
 
-    void targetRows()
-    {
-        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
-        FolderDetailController pane;
-        pane.setApp(&app);
-        pane.addTarget(); // no remotes listed: an empty name
-        QCOMPARE(pane.editTargetList()[0].remoteName, QString());
-        pane.setTargetRemote(0, "a");
-        pane.addTarget();
-        pane.setTargetRemote(1, "b");
-        pane.moveTarget(0, 1);
-        QCOMPARE(pane.editTargetList()[0].remoteName, "b");
-        pane.moveTarget(0, -1); // nothing above the first row
-        QCOMPARE(pane.editTargetList()[0].remoteName, "b");
-        pane.removeTarget(0);
-        QCOMPARE(pane.editTargetList().size(), 1);
-        QCOMPARE(pane.editTargetList()[0].remoteName, "a");
-    }
-
-    void pathWarnings()
-    {
-        QTemporaryDir dir;
-        writeFile(dir.filePath("file.txt"), "x");
-        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
-        FolderDetailController pane;
-        pane.setApp(&app);
-        pane.setEditLocalPath(dir.path());
-        QCOMPARE(pane.pathWarning(), QString());
-        pane.setEditLocalPath("relative/path");
-        QCOMPARE(pane.pathWarning(), "Use a full path that starts with \"/\".");
-        pane.setEditLocalPath(dir.filePath("missing"));
-        QCOMPARE(pane.pathWarning(), "This folder does not exist.");
-        pane.setEditLocalPath(dir.filePath("file.txt"));
-        QCOMPARE(pane.pathWarning(), "This is a file, not a folder.");
-        // The warning never decides the button.
-        pane.setEditName("x");
-        pane.addTarget();
-        QVERIFY(pane.canConfirm());
-    }
-
-    void dashboardSummary()
-    {
-        using S = FolderListModel::Summary;
-        QCOMPARE(FolderListModel::summaryFor(1, 1), S::NeedsAttention); // errors before syncing
-        QCOMPARE(FolderListModel::summaryFor(0, 2), S::Syncing);
-        QCOMPARE(FolderListModel::summaryFor(0, 0), S::AllGood);
-
-        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
-        SyncFolder syncing, failed, idle;
-        syncing.status = SyncStatus::syncing;
-        failed.status = SyncStatus::error;
-        failed.name = "Broken";
-        app.syncManager()->addFolder(syncing);
-        app.syncManager()->addFolder(failed);
-        app.syncManager()->addFolder(idle);
-        FolderListModel &model = *app.folders();
-        QCOMPARE(model.activeCount(), 1);
-        QCOMPARE(model.errorCount(), 1);
-        QCOMPARE(model.idleCount(), 1);
-        QCOMPARE(model.healthyCount(), 0);
-        QCOMPARE(model.summary(), S::NeedsAttention);
-        QCOMPARE(model.errorFolders().value(0).toMap().value("name"), "Broken");
-
-        // Progress alone does not disturb the dashboard; a renamed folder in error does.
-        QSignalSpy told(&model, &FolderListModel::statusCountsChanged);
-        SyncFolder progressed = app.syncManager()->folders().at(0);
-        app.syncManager()->updateFolder(progressed);
-        QCOMPARE(told.count(), 0);
-        failed.name = "Broken still";
-        app.syncManager()->updateFolder(failed);
-        QCOMPARE(told.count(), 1);
-        QCOMPARE(model.errorFolders().value(0).toMap().value("name"), "Broken still");
+        // Deleted elsewhere (the sidebar's menu): only the open folder empties the detail.
+        app.navigation()->showFolder(uuidString(third.id));
+        app.deleteFolder(uuidString(other.id));
+        QCOMPARE(app.navigation()->selection(), SidebarSelection::syncFolder(third.id));
+        app.deleteFolder(uuidString(third.id));
+        QCOMPARE(app.navigation()->selection(), std::nullopt);
+        QCOMPARE(app.navigation()->page(), NavigationState::Page::None);
+        QVERIFY(app.syncManager()->folders().isEmpty());
     }
 };
 
