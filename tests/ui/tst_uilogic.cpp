@@ -1,23 +1,18 @@
 // Screen logic that is not layout: formatting, the tray's lines, the settings
-// state, the login item, the folder list model and navigation after deletes.
+// state, the login item, and the folder list model with the dashboard's figures.
 #include "engine/RcloneEngine.h"
 #include "fakes/FakeFileEventService.h"
 #include "fakes/FakeLoginItem.h"
 #include "fakes/FakeRclone.h"
 #include "platform/MemorySettingsStore.h"
 #include "platform/XdgAutostartLoginItem.h"
-#include "support/LogCapture.h"
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/FolderListModel.h"
 #include "ui/Format.h"
 #include "ui/IconTable.h"
-#include "ui/NavigationState.h"
-#include "ui/NimbrellApp.h"
 #include "ui/SettingsController.h"
 #include "ui/TrayMenu.h"
-
-#include "model/UuidString.h"
 
 #include <QAbstractItemModelTester>
 #include <QMenu>
@@ -84,7 +79,9 @@ private Q_SLOTS:
         QCOMPARE(Formatting::relativeTime(now.addSecs(-secondsAgo), now), text);
     }
 
-    void trayLinesFollowRuns()
+    // The tray names each syncing folder, with its target when it has a valid
+    // one, and its progress; the menu has a section of them while any syncs.
+    void trayMenu()
     {
         SyncFolder idle = folderWithTargets("Idle", 1);
         SyncFolder plain = folderWithTargets("Docs", 2);
@@ -103,10 +100,7 @@ private Q_SLOTS:
         const auto waitsForASlot = [&](const QUuid &id) { return id == plain.id; };
         QCOMPARE(TrayMenu::syncingLines({plain}, waitsForASlot), QStringList{"Docs — Waiting for another sync to finish…"});
         QVERIFY(TrayMenu::syncingLines({idle}).isEmpty());
-    }
 
-    void trayMenuShowsSyncingSection()
-    {
         FakeFileEventService fileEvents;
         MemorySettingsStore settings;
         RcloneEngine engine(QStringLiteral("/nonexistent"));
@@ -134,8 +128,7 @@ private Q_SLOTS:
     void loginSwitchShowsTheRealState()
     {
         FakeLoginItem loginItem;
-        FakeRclone fake;
-        RcloneEngine engine(FakeRclone::path());
+        RcloneEngine engine(QStringLiteral("/nonexistent"));
         MemorySettingsStore store;
         SettingsController settings(loginItem, engine, store);
         QVERIFY(!settings.launchAtLogin());
@@ -261,30 +254,6 @@ private Q_SLOTS:
         manager.deleteFolder(a.id);
         QCOMPARE(model.rowCount(), 2);
         QCOMPARE(model.data(model.index(0), FolderListModel::NameRole), "B renamed");
-    }
-
-    void deletingSelectsTheEmptyDetailOnlyForTheOpenFolder()
-    {
-        FakeFileEventService fileEvents;
-        MemorySettingsStore settings;
-        FakeLoginItem loginItem;
-        RcloneEngine engine(QStringLiteral("/nonexistent"));
-        NimbrellApp app({settings, engine, fileEvents, loginItem});
-        NavigationState &nav = *app.navigation();
-        QCOMPARE(nav.selection(), SidebarSelection::dashboard()); // at start
-
-        const SyncFolder a = folderWithTargets("A", 1), b = folderWithTargets("B", 1);
-        app.syncManager()->addFolder(a);
-        app.syncManager()->addFolder(b);
-
-        nav.setSelection(SidebarSelection::syncFolder(b.id));
-        app.deleteFolder(uuidString(a.id)); // another folder: the detail stays
-        QCOMPARE(nav.selection(), SidebarSelection::syncFolder(b.id));
-
-        app.deleteFolder(uuidString(b.id)); // the open one: the empty detail
-        QCOMPARE(nav.selection(), std::nullopt);
-        QCOMPARE(nav.page(), NavigationState::Page::None);
-        QVERIFY(app.syncManager()->folders().isEmpty());
     }
 
     void everySymbolHasAnIcon()
