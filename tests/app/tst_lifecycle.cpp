@@ -5,7 +5,6 @@
 #include "model/FolderStore.h"
 #include "support/TestFiles.h"
 
-#include <QDirIterator>
 #include <QElapsedTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -15,6 +14,11 @@
 #include <QTest>
 
 #include <csignal>
+
+namespace {
+// How the program ends in the middle of an upload.
+enum class Stop { terminate, quit, kill, displayLost };
+} // namespace
 
 class TestLifecycle : public QObject
 {
@@ -79,6 +83,14 @@ class TestLifecycle : public QObject
         return pids;
     }
 
+    // The instance channel's socket, once the program listens.
+    QString instanceSocket() const
+    {
+        const QString dir = m_root->filePath("run/nimbrell");
+        const QStringList sockets = QDir(dir).entryList({"instance-*"}, QDir::System).filter(QRegularExpression("^[^.]*$"));
+        return sockets.isEmpty() ? QString() : dir + "/" + sockets.first();
+    }
+
     QStringList locks() const { return QDir(workDirectory()).entryList({"*.lck"}, QDir::Files); }
 
     SyncStatus storedStatus() const
@@ -108,55 +120,24 @@ class TestLifecycle : public QObject
     }
 
 private Q_SLOTS:
-    void quitDuringAnUpload_data()
+    // Quit (by SIGTERM, or by Quit in the menus and the tray, which ask through
+    // the instance channel), killed outright, or its display gone (the X
+    // server ends, and with it the program). A program that quits waits for
+    // rclone; a dead one leaves it orphaned, to stop by itself.
+    void stoppedDuringAnUpload_data()
     {
-        QTest::addColumn<bool>("bySignal");
-        QTest::newRow("SIGTERM") << true;
-        QTest::newRow("Quit") << false;
+        QTest::addColumn<int>("how");
+        QTest::newRow("SIGTERM") << int(Stop::terminate);
+        QTest::newRow("Quit") << int(Stop::quit);
+        QTest::newRow("kill -9") << int(Stop::kill);
+        QTest::newRow("display gone") << int(Stop::displayLost);
     }
-    void quitDuringAnUpload()
+    void stoppedDuringAnUpload()
     {
-        QFETCH(bool, bySignal);
-        prepare();
-        QProcess program;
-        start(program);
-        waitForTransfer();
-        if (bySignal) {
-            program.terminate();
-        } else { // what the menus and the tray do, asked through the instance channel
-            QLocalSocket socket;
-            const QString socketDir = m_root->filePath("run/nimbrell");
-            const QStringList sockets = QDir(socketDir).entryList({"instance-*"}, QDir::System);
-            QVERIFY(!sockets.isEmpty());
-            socket.connectToServer(socketDir + "/" + sockets.filter(QRegularExpression("^[^.]*$")).value(0));
-            QVERIFY(socket.waitForConnected(5000));
-            socket.write("{\"nimbrell\":1,\"command\":\"quit\"}\n");
-            QVERIFY(socket.waitForReadyRead(5000));
-            QCOMPARE(QJsonDocument::fromJson(socket.readLine()).object().value("ok").toBool(), true);
-        }
-        QVERIFY(program.waitForFinished(150000));
-        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
-        QCOMPARE(program.exitCode(), 0);
-        QVERIFY(rclonesOfThisHome().isEmpty());
-        QVERIFY(locks().isEmpty());
-        QCOMPARE(storedStatus(), SyncStatus::idle);
-        nextStartSucceeds();
-    }
-
-    // Killed outright, or its display gone (the X server ends, and with it
-    // the program): the orphaned rclone stops gracefully and leaves no lock.
-    void dyingDuringAnUpload_data()
-    {
-        QTest::addColumn<bool>("displayLost");
-        QTest::newRow("kill -9") << false;
-        QTest::newRow("display gone") << true;
-    }
-    void dyingDuringAnUpload()
-    {
-        QFETCH(bool, displayLost);
+        QFETCH(int, how);
         prepare();
         QProcess xserver, program;
-        if (displayLost) {
+        if (how == int(Stop::displayLost)) {
             int display = 90;
             while (QFileInfo::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(display)))
                 ++display;
@@ -170,14 +151,28 @@ private Q_SLOTS:
             start(program);
         }
         waitForTransfer();
-        const QList<qint64> orphans = rclonesOfThisHome();
-        QCOMPARE(orphans.size(), 1);
-        if (displayLost) {
-            xserver.kill();
-            QVERIFY(program.waitForFinished(30000));
-        } else {
+        QCOMPARE(rclonesOfThisHome().size(), 1);
+        const bool quits = how == int(Stop::terminate) || how == int(Stop::quit);
+        if (how == int(Stop::terminate)) {
+            program.terminate();
+        } else if (how == int(Stop::quit)) {
+            QLocalSocket socket;
+            socket.connectToServer(instanceSocket());
+            QVERIFY(socket.waitForConnected(5000));
+            socket.write("{\"nimbrell\":1,\"command\":\"quit\"}\n");
+            QVERIFY(socket.waitForReadyRead(5000));
+            QCOMPARE(QJsonDocument::fromJson(socket.readLine()).object().value("ok").toBool(), true);
+        } else if (how == int(Stop::kill)) {
             ::kill(pid_t(program.processId()), SIGKILL);
-            QVERIFY(program.waitForFinished(10000));
+        } else {
+            xserver.kill();
+        }
+        QVERIFY(program.waitForFinished(quits ? 150000 : how == int(Stop::kill) ? 10000 : 30000));
+        if (quits) {
+            QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+            QCOMPARE(program.exitCode(), 0);
+            QVERIFY(rclonesOfThisHome().isEmpty());
+            QCOMPARE(storedStatus(), SyncStatus::idle);
         }
         QTRY_VERIFY_WITH_TIMEOUT(rclonesOfThisHome().isEmpty(), 120000);
         QVERIFY(locks().isEmpty());
@@ -191,7 +186,7 @@ private Q_SLOTS:
         writeFile(home() + "/.config/nimbrell/nimbrell.conf", "[General]\nisGlobalSyncEnabled=false\n");
         QProcess first, second;
         start(first);
-        QTRY_VERIFY_WITH_TIMEOUT(!QDir(m_root->filePath("run/nimbrell")).entryList({"instance-*"}, QDir::System).filter(QRegularExpression("^[^.]*$")).isEmpty(), 10000);
+        QTRY_VERIFY_WITH_TIMEOUT(!instanceSocket().isEmpty(), 10000);
         QElapsedTimer timer;
         timer.start();
         start(second);
