@@ -78,7 +78,7 @@ class TestSyncRuns : public QObject
 
     void release(const QString &remote) { QFile(m_fake->directory() + "/release-" + remote).open(QIODevice::WriteOnly); }
 
-    // The remote spec of every bisync call so far.
+    // The "remote:path" argument of every bisync call so far.
     QStringList bisyncRemotes() const
     {
         QStringList remotes;
