@@ -1,8 +1,10 @@
 #include "engine/RcloneEngine.h"
 #include "platform/AppLogger.h"
+#include "platform/DesktopAppearance.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/InstanceChannel.h"
 #include "platform/QSettingsStore.h"
+#include "platform/TrayHostWatcher.h"
 #include "platform/XdgAutostartLoginItem.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
@@ -10,9 +12,9 @@
 #include "sync/SyncService.h"
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
+#include "ui/TrayMenu.h"
 
 #include <QApplication>
-#include <QSystemTrayIcon>
 #include <QTimer>
 #include <QtQml/qqmlextensionplugin.h>
 
@@ -52,7 +54,10 @@ int main(int argc, char *argv[])
     InotifyFileEventService fileEvents;
     XdgAutostartLoginItem loginItem;
     DesktopNotifier notifier;
-    NimbrellApp nimbrell({settings, engine, fileEvents, loginItem, defaultConcurrentSyncs(), &notifier});
+    TrayHostWatcher trayHost;
+    DesktopAppearance appearance;
+    followDesktopAppearance(appearance);
+    NimbrellApp nimbrell({settings, engine, fileEvents, loginItem, defaultConcurrentSyncs(), &notifier, &trayHost});
     SyncManager &manager = *nimbrell.syncManager();
     qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),
@@ -89,8 +94,11 @@ int main(int argc, char *argv[])
         });
     });
     nimbrell.start();
-    // Without a tray, closing the main window ends the program.
-    if (!QSystemTrayIcon::isSystemTrayAvailable())
-        QObject::connect(&app, &QGuiApplication::lastWindowClosed, &nimbrell, &NimbrellApp::quit);
+    // Without a tray icon, closing the main window ends the program; a tray
+    // that turns up later (its panel started after us) keeps it running.
+    QObject::connect(&app, &QGuiApplication::lastWindowClosed, &nimbrell, [&nimbrell] {
+        if (!nimbrell.trayMenu()->isShown())
+            nimbrell.quit();
+    });
     return app.exec();
 }

@@ -182,7 +182,7 @@ void printStatus(const QJsonObject &report)
         out(line(QStringLiteral("Status"), shown));
         out(line(QStringLiteral("Last sync"),
                  lastSync.isEmpty() ? QStringLiteral("never")
-                                    : QStringLiteral("%1 (%2)").arg(relative == u"now" ? QStringLiteral("just now") : relative + QStringLiteral(" ago"), lastSync)));
+                                    : QStringLiteral("%1 (%2)").arg(relative + QStringLiteral(" ago"), lastSync)));
         out(line(QStringLiteral("Targets"), joinedTargets(folder)));
         // What went wrong, in words, with the fix; the raw first line when
         // there is no reading of it.

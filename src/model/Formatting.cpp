@@ -51,9 +51,8 @@ QString percentage(double fraction)
 
 QString relativeTime(const QDateTime &date, const QDateTime &now)
 {
-    const qint64 seconds = date.secsTo(now);
-    if (seconds < 60) // also a date in the future: the clocks disagree a little
-        return QStringLiteral("now");
+    // A date in the future reads as 0 seconds: the clocks disagree a little.
+    const qint64 seconds = qMax<qint64>(0, date.secsTo(now));
     struct Unit
     {
         qint64 seconds;
@@ -63,6 +62,7 @@ QString relativeTime(const QDateTime &date, const QDateTime &now)
     static constexpr Unit kUnits[] = {
         {365 * 24 * 3600, "year", "years"}, {30 * 24 * 3600, "month", "months"}, {7 * 24 * 3600, "week", "weeks"},
         {24 * 3600, "day", "days"},         {3600, "hour", "hours"},             {60, "minute", "minutes"},
+        {1, "second", "seconds"},
     };
     for (const Unit &unit : kUnits) {
         if (seconds >= unit.seconds) {
@@ -70,7 +70,7 @@ QString relativeTime(const QDateTime &date, const QDateTime &now)
             return QString::number(count) + u' ' + QLatin1String(count == 1 ? unit.singular : unit.plural);
         }
     }
-    return QStringLiteral("now");
+    return QStringLiteral("0 seconds");
 }
 
 } // namespace Formatting

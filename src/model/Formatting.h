@@ -19,7 +19,7 @@ QString errorSummary(const QString &log);
 // A progress fraction as a whole percentage: 0.425 gives "42%".
 QString percentage(double fraction);
 
-// How long ago `date` was, as a count and a unit: "now", "1 minute",
+// How long ago `date` was, as a count and a unit: "42 seconds", "1 minute",
 // "5 minutes", "2 hours", "3 days", "2 weeks", "4 months", "1 year".
 QString relativeTime(const QDateTime &date, const QDateTime &now);
 

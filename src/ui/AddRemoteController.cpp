@@ -1,6 +1,7 @@
 #include "ui/AddRemoteController.h"
 
 #include "engine/RcloneEngine.h"
+#include "ui/RemoteListModel.h"
 
 #include <QColor>
 #include <QVariantMap>
@@ -74,7 +75,38 @@ void AddRemoteController::setStep(ConfigStep step)
 void AddRemoteController::fail(const QString &message)
 {
     m_errorMessage = message;
+    m_isCleaningUp = false;
     setStep(ConfigStep::Idle);
+}
+
+void AddRemoteController::reset()
+{
+    if (isConfiguring() || m_isCleaningUp)
+        return; // the run's own end says how it went
+    m_name.clear();
+    m_type = QStringLiteral("drive");
+    m_errorMessage.clear();
+    Q_EMIT stateChanged();
+}
+
+void AddRemoteController::removeHalfMade(const QPointer<AddRemoteController> &self, const QPointer<NimbrellApp> &app,
+                                         const QString &name, const QString &message)
+{
+    if (self && !self->m_isCleaningUp) {
+        self->m_isCleaningUp = true;
+        Q_EMIT self->stateChanged();
+    }
+    // Whether the removal worked or not, the list then shows what rclone has.
+    app->engine()->run({QStringLiteral("config"), QStringLiteral("delete"), name}, app,
+                       [self, app, message](const RcloneResult<QString> &) {
+                           app->remotes()->reload();
+                           if (!self)
+                               return;
+                           if (!message.isEmpty())
+                               return self->fail(message);
+                           self->m_isCleaningUp = false;
+                           Q_EMIT self->stateChanged();
+                       });
 }
 
 void AddRemoteController::submit()
@@ -89,24 +121,24 @@ void AddRemoteController::submit()
     const QPointer<AddRemoteController> self(this);
     const QPointer<NimbrellApp> app = m_app;
     m_job = app->engine()->createRemote(name, m_type, app, [self, app, name](const RcloneStatus &created) {
-        if (created.isCancelled()) {
-            app->engine()->run({QStringLiteral("config"), QStringLiteral("delete"), name}, nullptr, {});
-            return;
-        }
+        if (created.isCancelled())
+            return removeHalfMade(self, app, name, {});
         if (!self)
             return;
         if (!created.ok())
             return self->fail(created.error().description);
         self->setStep(ConfigStep::Authenticating);
         self->m_job = app->engine()->reconnectRemote(name, app, [self, app, name](const RcloneStatus &signedIn) {
-            if (!signedIn.ok()) // refused, failed, or abandoned with the sheet
-                app->engine()->run({QStringLiteral("config"), QStringLiteral("delete"), name}, nullptr, {});
-            if (!self || signedIn.isCancelled())
+            if (signedIn.ok()) {
+                if (self) {
+                    self->setStep(ConfigStep::Idle);
+                    Q_EMIT self->finished();
+                }
                 return;
-            if (!signedIn.ok())
-                return self->fail(signedIn.error().description);
-            self->setStep(ConfigStep::Idle);
-            Q_EMIT self->finished();
+            }
+            // Refused, failed, or abandoned with the sheet: the remote goes
+            // again, and only then is the failure shown.
+            removeHalfMade(self, app, name, signedIn.isCancelled() ? QString() : signedIn.error().description);
         });
     });
 }
@@ -115,8 +147,10 @@ void AddRemoteController::abandon()
 {
     if (!isConfiguring())
         return;
-    if (m_job)
+    if (m_job) {
         m_job->cancel(); // its end removes the half-made remote
+        m_isCleaningUp = true;
+    }
     m_step = ConfigStep::Idle;
     Q_EMIT stateChanged();
 }

@@ -22,6 +22,8 @@ class AddRemoteController : public QObject
     Q_PROPERTY(QString errorMessage READ errorMessage NOTIFY stateChanged)
     Q_PROPERTY(QString buttonText READ buttonText NOTIFY stateChanged)
     Q_PROPERTY(bool canSubmit READ canSubmit NOTIFY stateChanged)
+    // A half-made remote is being removed again.
+    Q_PROPERTY(bool isCleaningUp READ isCleaningUp NOTIFY stateChanged)
     Q_PROPERTY(QVariantList providers READ providers CONSTANT)
 
 public:
@@ -39,15 +41,18 @@ public:
     ConfigStep configStep() const { return m_step; }
     const QString &errorMessage() const { return m_errorMessage; }
     QString buttonText() const;
-    bool canSubmit() const { return !m_name.isEmpty() && !isConfiguring(); }
+    bool isCleaningUp() const { return m_isCleaningUp; }
+    bool canSubmit() const { return !m_name.isEmpty() && !isConfiguring() && !m_isCleaningUp; }
 
     // [{label, type, color}] in display order.
     static QVariantList providers();
 
     // "Add & Authenticate".
     Q_INVOKABLE void submit();
+    // The sheet opens afresh: no name, the first provider, no error.
+    Q_INVOKABLE void reset();
     // The sheet is closing: a run under way is stopped, and a remote it
-    // created is removed again.
+    // created is removed again; the remote list is read once that is done.
     Q_INVOKABLE void abandon();
 
 Q_SIGNALS:
@@ -59,11 +64,16 @@ Q_SIGNALS:
 private:
     void setStep(ConfigStep step);
     void fail(const QString &message);
+    // Removes the remote a failed or abandoned run made, then reads the
+    // remote list and shows `message`, if any.
+    static void removeHalfMade(const QPointer<AddRemoteController> &self, const QPointer<NimbrellApp> &app,
+                               const QString &name, const QString &message);
 
     QPointer<NimbrellApp> m_app;
     QString m_name;
     QString m_type = QStringLiteral("drive");
     ConfigStep m_step = ConfigStep::Idle;
     QString m_errorMessage;
+    bool m_isCleaningUp = false;
     QPointer<RcloneJob> m_job;
 };

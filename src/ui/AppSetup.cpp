@@ -1,5 +1,6 @@
 #include "ui/AppSetup.h"
 
+#include "platform/DesktopAppearance.h"
 #include "ui/IconImageProvider.h"
 
 #include <QGuiApplication>
@@ -59,4 +60,18 @@ void applyAppearance(bool dark)
     palette.setColor(QPalette::Dark, dark ? QColor(0x10, 0x10, 0x12) : QColor(0xA0, 0xA0, 0xA5));
     palette.setColor(QPalette::Light, dark ? QColor(0x3A, 0x3A, 0x3C) : QColor(0xFF, 0xFF, 0xFF));
     QGuiApplication::setPalette(palette);
+}
+
+void followDesktopAppearance(DesktopAppearance &appearance)
+{
+    if (qEnvironmentVariableIsSet("NIMBRELL_APPEARANCE"))
+        return;
+    QObject::connect(&appearance, &DesktopAppearance::colorSchemeChanged, qApp, [](DesktopAppearance::ColorScheme scheme) {
+        QGuiApplication::setPalette(QPalette()); // the platform's, back again
+        const bool platformIsDark = QGuiApplication::palette().color(QPalette::Window).lightness() < 128;
+        if (scheme == DesktopAppearance::ColorScheme::dark && !platformIsDark)
+            applyAppearance(true);
+        else if (scheme == DesktopAppearance::ColorScheme::light && platformIsDark)
+            applyAppearance(false);
+    });
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+class DesktopAppearance;
+
 // Set-up shared by the program and the tools that show its windows.
 
 // Before the application object exists: software rendering (unless
@@ -14,3 +16,8 @@ void setUpApplication();
 // the program's own; otherwise the desktop decides.
 void applyAppearanceOverride();
 void applyAppearance(bool dark);
+
+// The desktop's light or dark preference (the desktop portal's), followed as
+// it changes, where the platform's palette does not already say it. An
+// appearance chosen with NIMBRELL_APPEARANCE stays.
+void followDesktopAppearance(DesktopAppearance &appearance);

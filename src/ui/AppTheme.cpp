@@ -47,13 +47,10 @@ QColor AppTheme::separator() const
     return text;
 }
 
-QColor AppTheme::statusColor(const QString &status) const
+QVariantMap AppTheme::statusColors() const
 {
-    if (status == u"syncing")
-        return blue();
-    if (status == u"error")
-        return red();
-    if (status == u"success")
-        return green();
-    return secondary();
+    return {{QStringLiteral("idle"), secondary()},
+            {QStringLiteral("syncing"), blue()},
+            {QStringLiteral("error"), red()},
+            {QStringLiteral("success"), green()}};
 }

@@ -3,6 +3,7 @@
 #include <QColor>
 #include <QObject>
 #include <QPalette>
+#include <QVariantMap>
 #include <QtQml/qqmlregistration.h>
 
 // Colours the screens share: the status colours and one accent, each in a
@@ -22,6 +23,9 @@ class AppTheme : public QObject
     Q_PROPERTY(QColor secondary READ secondary NOTIFY changed)
     Q_PROPERTY(QColor card READ card NOTIFY changed)
     Q_PROPERTY(QColor separator READ separator NOTIFY changed)
+    // The colour of each folder status ("idle", "syncing", "error",
+    // "success"), as a property so that bindings follow a palette change.
+    Q_PROPERTY(QVariantMap statusColors READ statusColors NOTIFY changed)
     // The application palette, role by role, for the windows to take over:
     // Qt Quick Controls read only the platform's palette by themselves.
     Q_PROPERTY(QColor window READ window NOTIFY changed)
@@ -78,8 +82,7 @@ public:
     QColor toolTipText() const { return palette().color(QPalette::ToolTipText); }
     QColor link() const { return palette().color(QPalette::Link); }
 
-    // The colour of a folder status ("idle", "syncing", "error", "success").
-    Q_INVOKABLE QColor statusColor(const QString &status) const;
+    QVariantMap statusColors() const;
 
 Q_SIGNALS:
     void changed();

@@ -93,6 +93,17 @@ int FolderListModel::countOf(SyncStatus status) const
                              [status](const SyncFolder &folder) { return folder.status == status; }));
 }
 
+int FolderListModel::rowOf(const QString &folderId) const
+{
+    const QUuid id = QUuid::fromString(folderId);
+    const QList<SyncFolder> &folders = m_manager.folders();
+    for (qsizetype row = 0; row < folders.size(); ++row) {
+        if (folders.at(row).id == id)
+            return int(row);
+    }
+    return -1;
+}
+
 QVariantList FolderListModel::errorFolders() const
 {
     QVariantList folders;

@@ -52,6 +52,8 @@ public:
     int idleCount() const { return countOf(SyncStatus::idle); }
     QVariantList errorFolders() const; // [{folderId, name}], in list order
     Summary summary() const { return summaryFor(errorCount(), activeCount()); }
+    // The row of the folder with this id, or -1.
+    Q_INVOKABLE int rowOf(const QString &folderId) const;
 
 Q_SIGNALS:
     void countChanged();

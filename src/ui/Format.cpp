@@ -6,7 +6,7 @@ Format::Format(QObject *parent)
     : QObject(parent)
     , m_now(QDateTime::currentDateTimeUtc())
 {
-    m_tick.setInterval(30s);
+    m_tick.setInterval(1s);
     connect(&m_tick, &QTimer::timeout, this, [this] {
         m_now = QDateTime::currentDateTimeUtc();
         Q_EMIT nowChanged();

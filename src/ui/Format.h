@@ -7,8 +7,8 @@
 #include <QTimer>
 #include <QtQml/qqmlregistration.h>
 
-// The shared formatter for the screens, with a clock that ticks every 30
-// seconds so that relative times on screen stay current.
+// The shared formatter for the screens, with a clock that ticks every second
+// so that relative times on screen ("42 seconds") stay current.
 class Format : public QObject
 {
     Q_OBJECT

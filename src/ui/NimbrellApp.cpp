@@ -50,6 +50,7 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     , m_format(new Format(this))
     , m_theme(new AppTheme(this))
     , m_tray(new TrayMenu(*m_syncManager, this))
+    , m_trayHost(services.trayHost)
 {
     m_qml->addImageProvider(QStringLiteral("icon"), new IconImageProvider);
     connect(m_qml.get(), &QQmlEngine::quit, this, &NimbrellApp::quit);
@@ -95,7 +96,7 @@ void NimbrellApp::start()
             Q_EMIT mainWindowShown();
         });
     }
-    m_tray->show();
+    m_tray->show(m_trayHost);
 }
 
 QQuickWindow *NimbrellApp::openWindow(const QString &id)
@@ -119,7 +120,9 @@ QQuickWindow *NimbrellApp::openWindow(const QString &id)
         if (!m_qml->incubationController())
             m_qml->setIncubationController(window->incubationController());
     }
-    window->show();
+    // Shown as it was left: show() would un-maximise a maximised window.
+    window->setVisible(true);
+    window->setWindowStates(window->windowStates() & ~Qt::WindowMinimized);
     window->raise();
     window->requestActivate();
     return window;
@@ -129,6 +132,19 @@ void NimbrellApp::openDashboard()
 {
     m_navigation->showDashboard();
     openWindow(QStringLiteral("main"));
+}
+
+void NimbrellApp::selectAdjacent(int step)
+{
+    QList<SidebarSelection> rows{SidebarSelection::dashboard()};
+    for (const SyncFolder &folder : m_syncManager->folders())
+        rows.append(SidebarSelection::syncFolder(folder.id));
+    for (const CloudRemote &remote : m_remotes->remotes())
+        rows.append(SidebarSelection::remote(remote.name));
+    // From no row (the empty detail, a new folder), the first step lands on the dashboard.
+    const qsizetype current = m_navigation->selection() ? rows.indexOf(*m_navigation->selection()) : -1;
+    const qsizetype next = current < 0 ? 0 : qBound<qsizetype>(0, current + step, rows.size() - 1);
+    m_navigation->setSelection(rows.at(next));
 }
 
 void NimbrellApp::deleteFolder(const QString &id)

@@ -23,6 +23,7 @@ class RemoteListModel;
 class SettingsController;
 class SettingsStore;
 class SyncService;
+class TrayHostWatcher;
 class TrayMenu;
 
 // What the application runs on; main() provides the real services, tests
@@ -37,6 +38,8 @@ struct AppServices
     // Desktop notifications of failures, recoveries and conflicts; none
     // when null.
     DesktopNotifier *notifier = nullptr;
+    // Tells when the desktop has a tray for the icon; no icon when null.
+    TrayHostWatcher *trayHost = nullptr;
 };
 
 // The application: the one sync manager and navigation state, the models the
@@ -90,6 +93,9 @@ public:
     // A folder's pane in the main window, in front (a notification's or a
     // tray line's click).
     void openFolder(const QUuid &id);
+    // The sidebar's Up and Down keys: the row `step` rows away, in the
+    // sidebar's order (dashboard, folders, remotes), stopping at either end.
+    Q_INVOKABLE void selectAdjacent(int step);
     // The confirmed deletion of a folder; an open detail of it closes.
     Q_INVOKABLE void deleteFolder(const QString &id);
     // The one way out (menus, tray, signals, the command line): every rclone
@@ -121,6 +127,7 @@ private:
     Format *m_format;
     AppTheme *m_theme;
     TrayMenu *m_tray;
+    TrayHostWatcher *m_trayHost;
     QHash<QString, QPointer<QQuickWindow>> m_windows;
     bool m_isQuitting = false;
 };

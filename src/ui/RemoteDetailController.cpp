@@ -4,9 +4,17 @@
 #include "sync/SyncManager.h"
 #include "ui/RemoteListModel.h"
 
+#include <cmath>
+
 RemoteDetailController::RemoteDetailController(QObject *parent)
     : QObject(parent)
 {
+}
+
+RemoteDetailController::~RemoteDetailController()
+{
+    if (m_job)
+        m_job->cancel();
 }
 
 void RemoteDetailController::setApp(NimbrellApp *app)
@@ -89,6 +97,12 @@ bool RemoteDetailController::usageCritical() const
     return fraction && *fraction > 0.9;
 }
 
+QString RemoteDetailController::usagePercentage() const
+{
+    const auto fraction = m_spaceInfo ? usageFraction(*m_spaceInfo) : std::nullopt;
+    return fraction ? QString::number(qint64(std::trunc(*fraction * 100.0))) + u'%' : QString();
+}
+
 void RemoteDetailController::setSpaceInfo(const std::optional<RemoteSpaceInfo> &info)
 {
     m_spaceInfo = info;
@@ -163,7 +177,7 @@ QString RemoteDetailController::refusalMessage(const QList<SyncFolder> &blocking
 
 void RemoteDetailController::requestDelete()
 {
-    if (!m_app)
+    if (!m_app || m_isDeleting)
         return;
     const QList<SyncFolder> dependent = dependentFolders(m_app->syncManager()->folders(), m_remoteName);
     const QList<SyncFolder> blocking = blockingFolders(dependent);
@@ -175,11 +189,15 @@ void RemoteDetailController::requestDelete()
 
 void RemoteDetailController::confirmDelete()
 {
-    if (!m_app)
+    if (!m_app || m_isDeleting)
         return;
     const QString name = m_remoteName;
+    m_isDeleting = true;
+    Q_EMIT storageChanged();
     m_app->engine()->run({QStringLiteral("config"), QStringLiteral("delete"), name}, this,
                          [this, name](const RcloneResult<QString> &result) {
+                             m_isDeleting = false;
+                             Q_EMIT storageChanged();
                              if (!result.ok()) {
                                  m_loadError = QStringLiteral("Failed to delete remote: ") + result.error().description;
                                  Q_EMIT storageChanged();

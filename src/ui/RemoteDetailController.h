@@ -31,9 +31,14 @@ class RemoteDetailController : public QObject
     Q_PROPERTY(QVariant trashed READ trashed NOTIFY storageChanged)
     Q_PROPERTY(QVariant usageFraction READ usageFractionValue NOTIFY storageChanged)
     Q_PROPERTY(bool usageCritical READ usageCritical NOTIFY storageChanged)
+    // "120%" when a remote holds more than its quota: not capped.
+    Q_PROPERTY(QString usagePercentage READ usagePercentage NOTIFY storageChanged)
+    Q_PROPERTY(bool isDeleting READ isDeleting NOTIFY storageChanged)
 
 public:
     explicit RemoteDetailController(QObject *parent = nullptr);
+    // A storage query still running ends with the pane.
+    ~RemoteDetailController() override;
 
     NimbrellApp *app() const { return m_app; }
     void setApp(NimbrellApp *app);
@@ -55,6 +60,8 @@ public:
     QVariant trashed() const { return figure(&RemoteSpaceInfo::trashed); }
     QVariant usageFractionValue() const;
     bool usageCritical() const;
+    QString usagePercentage() const;
+    bool isDeleting() const { return m_isDeleting; }
     void setSpaceInfo(const std::optional<RemoteSpaceInfo> &info);
 
     // used / total, when there is a total of at least one byte.
@@ -88,6 +95,7 @@ private:
     QString m_remoteName;
     std::optional<RemoteSpaceInfo> m_spaceInfo;
     bool m_isLoading = false;
+    bool m_isDeleting = false;
     QString m_loadError;
     QPointer<RcloneJob> m_job;
 };

@@ -1,9 +1,10 @@
 #include "ui/TrayMenu.h"
 
-#include "ui/IconTable.h"
+#include "platform/TrayHostWatcher.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncProblem.h"
 
+#include <QGuiApplication>
 #include <QIcon>
 #include <QMenu>
 #include <QSystemTrayIcon>
@@ -62,20 +63,39 @@ QStringList TrayMenu::failedLines() const
     return lines;
 }
 
-void TrayMenu::show()
+void TrayMenu::show(TrayHostWatcher *host)
 {
-    if (!QSystemTrayIcon::isSystemTrayAvailable())
-        return; // the main window is the way in
-    if (!m_icon) {
-        m_icon = new QSystemTrayIcon(QIcon(iconResource(u"arrow.triangle.2.circlepath.icloud.fill")), this);
-        m_icon->setToolTip(QStringLiteral("Nimbrell"));
-        m_icon->setContextMenu(m_menu.get());
-        connect(m_icon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
-            if (reason == QSystemTrayIcon::Trigger)
-                Q_EMIT openDashboardRequested();
-        });
-    }
+    if (!host)
+        return;
+    // A StatusNotifier tray, or on X11 the older embedded one. Qt decides once
+    // per process whether it talks to a StatusNotifier tray, at the first
+    // question, so it is asked only once ours says a tray is there.
+    const auto look = [this, host] {
+        if (m_icon || !host->hasAnswered())
+            return;
+        if (host->isAvailable()
+            || (QGuiApplication::platformName() == u"xcb" && QSystemTrayIcon::isSystemTrayAvailable()))
+            showIcon();
+    };
+    connect(host, &TrayHostWatcher::checked, this, look);
+    look();
+}
+
+void TrayMenu::showIcon()
+{
+    // By name, so that the panel draws it in its own colours; where the name
+    // is not installed, the application's icon, which reads on light and
+    // dark panels alike.
+    const QIcon icon = QIcon::fromTheme(QStringLiteral("org.nimbrell.Nimbrell-symbolic"), QGuiApplication::windowIcon());
+    m_icon = new QSystemTrayIcon(icon, this);
+    m_icon->setToolTip(m_isFinishing ? QStringLiteral("Nimbrell — ") + kFinishingText : QStringLiteral("Nimbrell"));
+    m_icon->setContextMenu(m_menu.get());
+    connect(m_icon, &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
+        if (reason == QSystemTrayIcon::Trigger)
+            Q_EMIT openDashboardRequested();
+    });
     m_icon->show();
+    Q_EMIT shown();
 }
 
 void TrayMenu::setFinishing(bool finishing)
@@ -98,10 +118,13 @@ void TrayMenu::rebuild()
     }
     m_menu->addAction(QStringLiteral("Open Dashboard"), this, &TrayMenu::openDashboardRequested);
     m_menu->addSeparator();
+    // "&" marks a shortcut in a menu: a name's own is doubled.
+    const auto escaped = [](QString text) { return text.replace(u'&', QStringLiteral("&&")); };
     if (!syncing.isEmpty()) {
-        m_menu->addSection(QStringLiteral("Syncing"));
+        // A heading as a disabled item: the tray's D-Bus menu drops a section's text.
+        m_menu->addAction(QStringLiteral("Syncing"))->setEnabled(false);
         for (const QString &line : syncing)
-            m_menu->addAction(line)->setEnabled(false);
+            m_menu->addAction(escaped(line))->setEnabled(false);
         m_menu->addSeparator();
     }
     if (!failed.isEmpty()) {
@@ -110,8 +133,7 @@ void TrayMenu::rebuild()
         for (const SyncFolder &folder : m_manager.folders()) {
             if (folder.status != SyncStatus::error || i >= failed.size())
                 continue;
-            QString text = failed.at(i++);
-            m_menu->addAction(text.replace(u'&', QStringLiteral("&&")), this,
+            m_menu->addAction(escaped(failed.at(i++)), this,
                               [this, id = folder.id] { Q_EMIT openFolderRequested(id); });
         }
         m_menu->addSeparator();

@@ -11,6 +11,7 @@
 class QMenu;
 class QSystemTrayIcon;
 class SyncManager;
+class TrayHostWatcher;
 
 // The tray icon and its menu, rebuilt whenever the folders or their runs change.
 class TrayMenu final : public QObject
@@ -32,7 +33,10 @@ public:
                                     const std::function<bool(const QUuid &)> &isWaiting = {});
 
     QMenu *menu() const { return m_menu.get(); }
-    void show();
+    // Shows the icon once the desktop has a tray, now or when its panel
+    // starts later. Without a watcher (tests), never.
+    void show(TrayHostWatcher *host);
+    bool isShown() const { return m_icon != nullptr; }
     // The program is quitting and waits for its syncs to stop.
     void setFinishing(bool finishing);
 
@@ -42,9 +46,12 @@ Q_SIGNALS:
     void settingsRequested();
     void aboutRequested();
     void quitRequested();
+    // The icon has appeared: closing the last window no longer ends the program.
+    void shown();
 
 private:
     void rebuild();
+    void showIcon();
 
     SyncManager &m_manager;
     std::unique_ptr<QMenu> m_menu;

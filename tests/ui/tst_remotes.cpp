@@ -146,26 +146,42 @@ private Q_SLOTS:
             QCOMPARE(fake.calls().value(2), (QStringList{"config", "delete", "My Drive"}));
     }
 
+    // Closing the sheet mid sign-in: the half-made remote is removed, and
+    // only then is the list read again; the sheet cannot submit meanwhile,
+    // and opens afresh afterwards.
     void closingTheSheetWhileWaitingForTheBrowser()
     {
         FakeRclone fake;
-        fake.script("config", "case \"$2\" in reconnect) trap 'exit 143' TERM; while :; do sleep 0.05; done;; esac\n");
+        fake.script("config", "case \"$2\" in reconnect) trap 'exit 143' TERM; while :; do sleep 0.05; done;;"
+                              " delete) sleep 0.3;; esac\n");
+        fake.script("listremotes", "exit 0\n");
         RcloneEngine engine(FakeRclone::path());
         NimbrellApp app({m_settings, engine, m_fileEvents, m_loginItem});
-        auto *sheet = new AddRemoteController;
-        sheet->setProperty("app", QVariant::fromValue(&app));
-        sheet->setName("waiting");
-        sheet->submit();
-        QTRY_COMPARE(sheet->configStep(), AddRemoteController::ConfigStep::Authenticating);
-        QCOMPARE(sheet->buttonText(), "Waiting for Browser…");
+        AddRemoteController sheet;
+        sheet.setProperty("app", QVariant::fromValue(&app));
+        sheet.setName("waiting");
+        sheet.setType("webdav");
+        sheet.submit();
+        QTRY_COMPARE(sheet.configStep(), AddRemoteController::ConfigStep::Authenticating);
+        QCOMPARE(sheet.buttonText(), "Waiting for Browser…");
         QTRY_COMPARE(fake.calls().size(), 2);
         const qint64 pid = readFile(fake.directory() + "/calls/0002.pid").trimmed().toLongLong();
         QVERIFY(pid > 0);
 
-        delete sheet; // the sheet closes
-        QTRY_COMPARE(fake.calls().size(), 3);
+        sheet.abandon(); // the sheet closes
+        QVERIFY(sheet.isCleaningUp());
+        QVERIFY(!sheet.canSubmit());
+        QTRY_VERIFY(!sheet.isCleaningUp());
+        QVERIFY(sheet.canSubmit());
+        QTRY_COMPARE(fake.calls().size(), 4);
         QCOMPARE(fake.calls().value(2), (QStringList{"config", "delete", "waiting"}));
+        QCOMPARE(fake.calls().value(3).value(0), "listremotes");
         QTRY_VERIFY(::kill(pid_t(pid), 0) != 0); // no child left behind
+
+        sheet.reset(); // opened again
+        QCOMPARE(sheet.name(), QString());
+        QCOMPARE(sheet.type(), "drive");
+        QCOMPARE(sheet.errorMessage(), QString());
     }
 
     // With the real rclone: WebDAV has no sign-in, so the new remote goes

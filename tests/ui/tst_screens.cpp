@@ -103,8 +103,8 @@ private Q_SLOTS:
         QTRY_COMPARE(m_app->remotes()->count(), 2);
         QTest::qWait(50);
         const QStringList texts = visibleTexts(main);
-        for (const char *expected : {"Docs", "1 remote · 5 minutes ago", "Nothing yet", "0 remotes", "gdrive",
-                                     "Google Drive", "work docs", "Alias"})
+        for (const char *expected : {"Sync Folders", "Docs", "1 remote · 5 minutes", "Nothing yet", "0 remotes", "Remotes",
+                                     "gdrive", "Google Drive", "work docs", "Alias"})
             QVERIFY2(texts.contains(expected), expected);
         QVERIFY(!texts.contains("No sync folders"));
         QVERIFY(!texts.contains("No remotes"));

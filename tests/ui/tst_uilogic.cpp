@@ -60,8 +60,9 @@ private Q_SLOTS:
     {
         QTest::addColumn<qint64>("secondsAgo");
         QTest::addColumn<QString>("text");
-        QTest::newRow("in the future") << qint64(-300) << "now";
-        QTest::newRow("just now") << qint64(59) << "now";
+        QTest::newRow("in the future") << qint64(-300) << "0 seconds";
+        QTest::newRow("a second") << qint64(1) << "1 second";
+        QTest::newRow("seconds") << qint64(59) << "59 seconds";
         QTest::newRow("a minute") << qint64(60) << "1 minute";
         QTest::newRow("minutes") << qint64(5 * 60 + 59) << "5 minutes";
         QTest::newRow("an hour") << qint64(3600) << "1 hour";

@@ -23,6 +23,7 @@ ColumnLayout {
     Label {
         Layout.alignment: Qt.AlignHCenter
         text: "Version 1.0"
+        font.pixelSize: 12 // subheadline
         opacity: 0.75
     }
     Label {
@@ -51,6 +52,7 @@ ColumnLayout {
         wrapMode: Text.Wrap
         textFormat: Text.MarkdownText
         linkColor: app.theme.blue
+        font.pixelSize: 12 // subheadline
         opacity: 0.85
         text: "This app utilizes [rclone](https://rclone.org) under the hood to perform syncing. Rclone is licensed under the MIT License."
         onLinkActivated: link => Qt.openUrlExternally(link)

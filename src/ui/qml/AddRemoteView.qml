@@ -15,6 +15,7 @@ Dialog {
     topPadding: 8
     contentWidth: 500
     Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
+    background: SheetBackground {}
     closePolicy: Popup.CloseOnEscape
 
     AddRemoteController {
@@ -24,13 +25,29 @@ Dialog {
         onFinished: sheet.close()
     }
     onOpened: {
-        controller.name = ""
+        controller.reset()
         nameField.forceActiveFocus()
     }
-    // However it closes, a run under way stops and the remote list is read again.
+    // However it closes, a run under way stops and the remote list is read
+    // again: at once, or once a half-made remote has been removed.
     onClosed: {
         controller.abandon()
-        app.remotes.reload()
+        if (!controller.isCleaningUp)
+            app.remotes.reload()
+    }
+    // Return submits from anywhere in the sheet.
+    Shortcut {
+        sequences: ["Return", "Enter"]
+        enabled: sheet.opened
+        onActivated: controller.submit()
+    }
+    // The arrow keys move between the provider cards, choosing as they go.
+    function moveProvider(from, step) {
+        const to = from + step
+        if (to < 0 || to >= providerCards.count)
+            return
+        controller.type = controller.providers[to].type
+        providerCards.itemAt(to).forceActiveFocus(Qt.TabFocusReason)
     }
 
     header: ColumnLayout {
@@ -54,7 +71,7 @@ Dialog {
         spacing: 10
 
         Label { text: "Remote Name"; font.weight: Font.DemiBold; Layout.topMargin: 8 }
-        TextField {
+        AppTextField {
             id: nameField
             objectName: "remoteName"
             Layout.fillWidth: true
@@ -62,7 +79,6 @@ Dialog {
             text: controller.name
             onTextEdited: controller.name = text
             enabled: !controller.isConfiguring
-            onAccepted: controller.submit()
         }
 
         Label { text: "Provider"; font.weight: Font.DemiBold; Layout.topMargin: 6 }
@@ -72,10 +88,16 @@ Dialog {
             columnSpacing: 8
             rowSpacing: 8
             Repeater {
+                id: providerCards
                 model: controller.providers
                 delegate: ProviderCard {
                     required property var modelData
+                    required property int index
                     Layout.fillWidth: true
+                    Keys.onLeftPressed: sheet.moveProvider(index, -1)
+                    Keys.onRightPressed: sheet.moveProvider(index, 1)
+                    Keys.onUpPressed: sheet.moveProvider(index, -3)
+                    Keys.onDownPressed: sheet.moveProvider(index, 3)
                     app: sheet.app
                     objectName: "provider-" + modelData.type
                     label: modelData.label
@@ -117,28 +139,30 @@ Dialog {
         }
     }
 
-    footer: DialogButtonBox {
-        Button {
-            text: "Cancel"
-            DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
+    footer: RowLayout {
+        spacing: 8
+        Item { Layout.fillWidth: true }
+        BusyIndicator {
+            visible: controller.isConfiguring || controller.isCleaningUp
+            running: visible
+            Layout.preferredWidth: 18
+            Layout.preferredHeight: 18
+            Layout.bottomMargin: 20
+            padding: 0
         }
-        Button {
+        AppButton {
+            Layout.bottomMargin: 20
+            text: "Cancel"
+            onClicked: sheet.close()
+        }
+        AppButton {
             objectName: "addAndAuthenticate"
-            text: controller.buttonText.replace("&", "&&") // a lone "&" would mark a shortcut
-            highlighted: true
+            Layout.rightMargin: 24
+            Layout.bottomMargin: 20
+            kind: "primary"
+            text: controller.buttonText
             enabled: controller.canSubmit
-            DialogButtonBox.buttonRole: DialogButtonBox.ActionRole
             onClicked: controller.submit()
-            BusyIndicator {
-                visible: controller.isConfiguring
-                running: visible
-                anchors.right: parent.left
-                anchors.rightMargin: 6
-                anchors.verticalCenter: parent.verticalCenter
-                width: 18
-                height: 18
-                padding: 0
-            }
         }
     }
 }

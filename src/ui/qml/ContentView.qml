@@ -13,6 +13,12 @@ Item {
 
     property string folderToDelete: ""
 
+    // Return in the sidebar: on to the first control of the detail.
+    function focusDetail() {
+        if (detail.item)
+            detail.item.nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
+    }
+
     function confirmDelete(folderId) {
         folderToDelete = folderId
         deleteDialog.open()
@@ -42,14 +48,14 @@ Item {
                         font.pixelSize: 15
                         font.weight: Font.DemiBold
                     }
-                    ToolButton {
+                    AppButton {
                         id: plusButton
                         objectName: "plusButton"
-                        icon.source: "image://icon/plus?color=" + encodeURIComponent(palette.buttonText.toString())
+                        kind: "borderless"
                         display: AbstractButton.IconOnly
+                        iconName: "plus"
                         text: "Add"
-                        ToolTip.visible: hovered
-                        ToolTip.text: "New sync folder or remote"
+                        toolTip: "New sync folder or remote"
                         onClicked: plusMenu.popup(plusButton, 0, plusButton.height)
                         Menu {
                             id: plusMenu
@@ -67,6 +73,9 @@ Item {
                     }
                 }
 
+                // One stop for Tab: Up and Down move the selection, Return
+                // goes on into the detail, Delete and the menu key act on a
+                // selected folder.
                 ListView {
                     id: sidebar
                     objectName: "sidebar"
@@ -76,6 +85,38 @@ Item {
                     boundsBehavior: Flickable.StopAtBounds
                     model: app.folders
                     ScrollBar.vertical: ScrollBar {}
+                    activeFocusOnTab: true
+                    keyNavigationEnabled: false
+                    Accessible.role: Accessible.List
+                    Accessible.name: "Sidebar"
+
+                    readonly property int folderRow: nav.page === NavigationState.SyncFolder ? app.folders.rowOf(nav.folderId) : -1
+                    function step(delta) {
+                        app.selectAdjacent(delta)
+                        if (folderRow >= 0)
+                            positionViewAtIndex(folderRow, ListView.Contain)
+                        else if (nav.page === NavigationState.Dashboard)
+                            positionViewAtBeginning()
+                        else
+                            positionViewAtEnd()
+                    }
+                    function openSelectedMenu() {
+                        const row = folderRow >= 0 ? itemAtIndex(folderRow) : null
+                        if (row)
+                            row.openContextMenu()
+                    }
+                    Keys.onUpPressed: step(-1)
+                    Keys.onDownPressed: step(1)
+                    Keys.onReturnPressed: content.focusDetail()
+                    Keys.onEnterPressed: content.focusDetail()
+                    Keys.onDeletePressed: if (folderRow >= 0) content.confirmDelete(nav.folderId)
+                    Keys.onMenuPressed: openSelectedMenu()
+                    Keys.onPressed: event => {
+                        if (event.key === Qt.Key_F10 && (event.modifiers & Qt.ShiftModifier)) {
+                            openSelectedMenu()
+                            event.accepted = true
+                        }
+                    }
 
                     header: Column {
                         width: sidebar.width
@@ -83,6 +124,8 @@ Item {
                             id: dashboardRow
                             objectName: "dashboardRow"
                             width: parent.width
+                            focusPolicy: Qt.NoFocus
+                            readonly property bool showsFocus: highlighted && sidebar.activeFocus
                             highlighted: nav.page === NavigationState.Dashboard
                             horizontalPadding: 14
                             background: SidebarRowBackground { row: dashboardRow }
@@ -105,7 +148,7 @@ Item {
                                     color: dashboardRow.highlighted ? palette.highlightedText : palette.windowText
                                 }
                             }
-                            onClicked: nav.showDashboard()
+                            onClicked: { nav.showDashboard(); sidebar.forceActiveFocus() }
                         }
                         SectionHeader { text: "Sync Folders" }
                         Label {
@@ -122,7 +165,8 @@ Item {
                         width: sidebar.width
                         app: content.app
                         selected: nav.page === NavigationState.SyncFolder && nav.folderId === folderId
-                        onClicked: nav.showFolder(folderId)
+                        showsFocus: selected && sidebar.activeFocus
+                        onClicked: { nav.showFolder(folderId); sidebar.forceActiveFocus() }
                         onDeleteRequested: content.confirmDelete(folderId)
                     }
 
@@ -142,7 +186,8 @@ Item {
                                 width: sidebar.width
                                 app: content.app
                                 selected: nav.page === NavigationState.Remote && nav.remoteName === name
-                                onClicked: nav.showRemote(name)
+                                showsFocus: selected && sidebar.activeFocus
+                                onClicked: { nav.showRemote(name); sidebar.forceActiveFocus() }
                             }
                         }
                         Item { width: 1; height: 8 }
@@ -228,45 +273,13 @@ Item {
         }
     }
 
-    Dialog {
+    ConfirmDialog {
         id: deleteDialog
         objectName: "deleteDialog"
-        anchors.centerIn: parent
-        modal: true
-        padding: 20
-        topPadding: 12
-        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
-        header: Label {
-            text: deleteDialog.title
-            font.pixelSize: 15
-            font.weight: Font.DemiBold
-            padding: 20
-            bottomPadding: 0
-        }
         title: "Delete Sync Folder"
-        contentWidth: 380
-        Label {
-            id: deleteMessage
-            width: 380
-            text: "This sync folder and its configuration will be permanently removed."
-            wrapMode: Text.Wrap
-        }
-        footer: DialogButtonBox {
-            Button {
-                text: "Cancel"
-                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
-            }
-            Button {
-                text: "Delete"
-                objectName: "confirmDelete"
-                palette.buttonText: app.theme.red
-                DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole
-                onClicked: {
-                    app.deleteFolder(content.folderToDelete)
-                    deleteDialog.close()
-                }
-            }
-        }
+        message: "This sync folder and its configuration will be permanently removed."
+        confirmObjectName: "confirmDelete"
+        onConfirmed: app.deleteFolder(content.folderToDelete)
         onClosed: content.folderToDelete = ""
     }
 

@@ -54,8 +54,9 @@ Item {
                                 color: manager.isGlobalSyncEnabled ? "#F5B400" : app.theme.secondary
                             }
                             Label { text: "Global Sync"; font.weight: Font.DemiBold }
-                            Switch {
+                            AppSwitch {
                                 objectName: "dashboardGlobalSync"
+                                Accessible.name: "Global Sync"
                                 checked: manager.isGlobalSyncEnabled
                                 onToggled: manager.isGlobalSyncEnabled = checked
                             }
@@ -67,12 +68,12 @@ Item {
                         }
                     }
                 }
-                Button {
+                AppButton {
                     objectName: "syncAllNow"
+                    kind: "primary"
                     text: "Sync All Now"
-                    icon.source: "image://icon/arrow.triangle.2.circlepath?color=" + encodeURIComponent(palette.buttonText.toString())
-                    ToolTip.visible: hovered
-                    ToolTip.text: "Manually trigger all syncs"
+                    iconName: "arrow.triangle.2.circlepath"
+                    toolTip: "Manually trigger all syncs"
                     onClicked: manager.syncAllFolders()
                 }
             }
@@ -126,7 +127,6 @@ Item {
 
             // System status
             Card {
-                visible: folders.count > 0
                 Layout.fillWidth: true
                 Layout.leftMargin: 24
                 Layout.rightMargin: 24
@@ -176,10 +176,10 @@ Item {
                                     elide: Text.ElideRight
                                     color: app.theme.secondary
                                 }
-                                Button {
+                                AppButton {
                                     text: "View Details"
-                                    flat: true
-                                    palette.buttonText: app.theme.blue
+                                    kind: "borderless"
+                                    tint: app.theme.blue
                                     onClicked: app.navigation.showFolder(modelData.folderId)
                                 }
                             }
@@ -225,10 +225,11 @@ Item {
                     text: "Get started by adding a cloud remote and creating your first sync folder."
                     color: app.theme.secondary
                 }
-                Button {
+                AppButton {
+                    objectName: "createSyncFolder"
                     Layout.alignment: Qt.AlignHCenter
+                    kind: "primary"
                     text: "Create Sync Folder"
-                    highlighted: true
                     onClicked: app.navigation.showNewSyncFolder()
                 }
             }

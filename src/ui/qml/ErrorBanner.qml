@@ -46,9 +46,9 @@ Rectangle {
                 color: app.theme.red
                 font.weight: Font.DemiBold
             }
-            Button {
+            AppButton {
+                objectName: "viewLog"
                 text: "View Log"
-                flat: false
                 onClicked: logSheet.open()
             }
         }
@@ -86,13 +86,13 @@ Rectangle {
                         color: app.theme.secondary
                     }
                 }
-                Button {
+                AppButton {
                     objectName: "problemAction"
                     visible: problemRow.modelData.actionText !== ""
                              && problemRow.modelData.action !== "viewLog"
                     text: problemRow.modelData.actionText
                     enabled: problemRow.modelData.actionEnabled
-                    highlighted: true
+                    kind: "primary"
                     onClicked: banner.act(problemRow.index)
                 }
             }
@@ -127,6 +127,10 @@ Rectangle {
         title: "Choose Folder"
         onAccepted: banner.controller.relocate(decodeURIComponent(selectedFolder.toString().replace(/^file:\/\//, "")))
     }
+
+    // The log goes with the error: a sheet left open would show nothing.
+    onVisibleChanged: if (!visible) logSheet.close()
+    onLogChanged: if (log === "") logSheet.close()
 
     ErrorLogSheet {
         id: logSheet

@@ -17,6 +17,7 @@ Dialog {
     height: Math.min(520, (parent ? parent.height : 520) - 40)
     padding: 16
     Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
+    background: SheetBackground {}
     onClosed: didCopy = false
 
     header: RowLayout {
@@ -31,8 +32,10 @@ Dialog {
             font.pixelSize: 15
             font.weight: Font.DemiBold
         }
-        Button {
-            Layout.rightMargin: 12
+        AppButton {
+            Layout.rightMargin: 16
+            Layout.topMargin: 10
+            kind: "primary"
             text: "Done"
             onClicked: sheet.close()
         }
@@ -62,15 +65,14 @@ Dialog {
             color: app.theme.secondary
             elide: Text.ElideRight
         }
-        Button {
+        AppButton {
             objectName: "copyButton"
             Layout.rightMargin: 16
-            Layout.bottomMargin: 12
+            Layout.bottomMargin: 14
             Layout.topMargin: 6
             text: sheet.didCopy ? "Copied!" : "Copy Full Log"
-            icon.source: sheet.didCopy
-                ? "image://icon/checkmark.circle.fill?color=" + encodeURIComponent(app.theme.green.toString())
-                : "image://icon/doc.on.doc?color=" + encodeURIComponent(palette.buttonText.toString())
+            iconName: sheet.didCopy ? "checkmark.circle.fill" : "doc.on.doc"
+            iconColor: sheet.didCopy ? app.theme.green : foreground
             onClicked: {
                 app.copyToClipboard(sheet.log)
                 sheet.didCopy = true

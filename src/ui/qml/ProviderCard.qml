@@ -15,8 +15,13 @@ AbstractButton {
     implicitWidth: 150
     implicitHeight: 64
     hoverEnabled: true
+    focusPolicy: Qt.StrongFocus
     padding: 12
     Accessible.name: label
+    Accessible.role: Accessible.RadioButton
+    Accessible.checked: isSelected
+    // For the focus ring's colour.
+    readonly property AppTheme theme: app.theme
 
     background: Rectangle {
         radius: 10
@@ -27,6 +32,7 @@ AbstractButton {
         border.color: card.isSelected ? card.tint : card.app.theme.separator
         scale: card.hovered && !card.isSelected ? 1.02 : 1.0
         Behavior on scale { SpringAnimation { spring: 4; damping: 0.4 } }
+        FocusRing { target: card }
     }
     contentItem: RowLayout {
         spacing: 8

@@ -47,15 +47,6 @@ Item {
                     }
                     Label { text: controller.typeName; color: app.theme.secondary }
                 }
-                Button {
-                    objectName: "deleteRemote"
-                    text: "Delete Remote"
-                    palette.buttonText: app.theme.red
-                    icon.source: "image://icon/trash?color=" + encodeURIComponent(app.theme.red.toString())
-                    ToolTip.visible: hovered
-                    ToolTip.text: "Delete this remote"
-                    onClicked: controller.requestDelete()
-                }
             }
 
             Card {
@@ -141,7 +132,7 @@ Item {
                                 }
                                 Label {
                                     objectName: "usagePercentage"
-                                    text: app.format.percentage(controller.usageFraction || 0)
+                                    text: controller.usagePercentage
                                     color: controller.usageCritical ? app.theme.red : palette.windowText
                                     font.weight: Font.DemiBold
                                 }
@@ -173,49 +164,51 @@ Item {
                     }
                 }
             }
+            // Below the storage figures, as its own step: deleting takes a
+            // moment, and is shown while it runs.
+            RowLayout {
+                Layout.leftMargin: 24
+                Layout.rightMargin: 24
+                spacing: 10
+                AppButton {
+                    objectName: "deleteRemote"
+                    kind: "destructive"
+                    text: "Delete Remote"
+                    iconName: "trash"
+                    toolTip: "Delete this remote"
+                    enabled: !controller.isDeleting
+                    onClicked: controller.requestDelete()
+                }
+                BusyIndicator {
+                    visible: controller.isDeleting
+                    running: visible
+                    Layout.preferredWidth: 18
+                    Layout.preferredHeight: 18
+                    padding: 0
+                }
+                Label {
+                    objectName: "deletingRemote"
+                    visible: controller.isDeleting
+                    text: "Deleting…"
+                    color: app.theme.secondary
+                }
+            }
             Item { Layout.preferredHeight: 16 }
         }
     }
 
-    Dialog {
+    ConfirmDialog {
         id: confirmDialog
         objectName: "remoteDeleteDialog"
-        property string message
-        anchors.centerIn: parent
-        modal: true
         title: "Delete Remote?"
-        padding: 20
-        topPadding: 12
-        contentWidth: 400
-        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
-        header: Label { text: confirmDialog.title; font.pixelSize: 15; font.weight: Font.DemiBold; padding: 20; bottomPadding: 0 }
-        Label { width: 400; text: confirmDialog.message; textFormat: Text.PlainText; wrapMode: Text.Wrap }
-        footer: DialogButtonBox {
-            Button { text: "Cancel"; DialogButtonBox.buttonRole: DialogButtonBox.RejectRole }
-            Button {
-                objectName: "confirmRemoteDelete"
-                text: "Delete"
-                palette.buttonText: app.theme.red
-                DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole
-                onClicked: { confirmDialog.close(); controller.confirmDelete() }
-            }
-        }
+        confirmObjectName: "confirmRemoteDelete"
+        onConfirmed: controller.confirmDelete()
     }
-    Dialog {
+    ConfirmDialog {
         id: refusalDialog
         objectName: "remoteRefusalDialog"
-        property string message
-        anchors.centerIn: parent
-        modal: true
         title: "Cannot Delete Remote"
-        padding: 20
-        topPadding: 12
-        contentWidth: 400
-        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
-        header: Label { text: refusalDialog.title; font.pixelSize: 15; font.weight: Font.DemiBold; padding: 20; bottomPadding: 0 }
-        Label { width: 400; text: refusalDialog.message; textFormat: Text.PlainText; wrapMode: Text.Wrap }
-        footer: DialogButtonBox {
-            Button { text: "OK"; DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole }
-        }
+        confirmText: "OK"
+        confirmOnly: true
     }
 }

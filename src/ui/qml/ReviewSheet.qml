@@ -26,6 +26,7 @@ Dialog {
     height: Math.min(560, (parent ? parent.height : 560) - 40)
     padding: 16
     Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
+    background: SheetBackground {}
     onVisibleChanged: if (!visible) filter = ""
 
     header: Label {
@@ -87,7 +88,7 @@ Dialog {
             text: "Nothing would change."
             color: app.theme.secondary
         }
-        TextField {
+        AppTextField {
             visible: sheet.state_ === "ready" && sheet.controller.reviewChanges.length > 0
             Layout.fillWidth: true
             placeholderText: "Filter files"
@@ -128,19 +129,22 @@ Dialog {
         Item { visible: sheet.state_ !== "ready"; Layout.fillHeight: true }
     }
 
-    footer: DialogButtonBox {
-        Button {
+    footer: RowLayout {
+        spacing: 8
+        Item { Layout.fillWidth: true }
+        AppButton {
+            Layout.bottomMargin: 16
             text: "Cancel"
-            DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
+            onClicked: sheet.controller.cancelReview()
         }
-        Button {
+        AppButton {
             objectName: "applyReview"
+            Layout.rightMargin: 16
+            Layout.bottomMargin: 16
+            kind: "primary"
             text: "Apply"
             enabled: sheet.state_ === "ready"
-            highlighted: true
-            DialogButtonBox.buttonRole: DialogButtonBox.AcceptRole
+            onClicked: sheet.controller.applyReview()
         }
-        onAccepted: sheet.controller.applyReview()
-        onRejected: sheet.controller.cancelReview()
     }
 }

@@ -7,6 +7,5 @@ Label {
     bottomPadding: 4
     font.pixelSize: 11
     font.weight: Font.DemiBold
-    font.capitalization: Font.AllUppercase
     opacity: 0.65
 }

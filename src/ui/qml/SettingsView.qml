@@ -24,12 +24,13 @@ ColumnLayout {
         Layout.margins: 20
         spacing: 16
 
-        GroupBox {
+        SettingsSection {
+            app: view.app
             title: "General"
             Layout.fillWidth: true
             ColumnLayout {
-                anchors.fill: parent
-                Switch {
+                width: parent.width
+                AppSwitch {
                     objectName: "launchAtLogin"
                     text: "Launch Nimbrell at Login"
                     checked: app.settings.launchAtLogin
@@ -42,7 +43,7 @@ ColumnLayout {
                     font.pixelSize: 11
                     color: app.theme.secondary
                 }
-                Switch {
+                AppSwitch {
                     objectName: "showNotifications"
                     text: "Show Notifications"
                     checked: app.settings.showNotifications
@@ -58,12 +59,13 @@ ColumnLayout {
             }
         }
 
-        GroupBox {
+        SettingsSection {
+            app: view.app
             title: "Sync Options"
             Layout.fillWidth: true
             ColumnLayout {
-                anchors.fill: parent
-                Switch {
+                width: parent.width
+                AppSwitch {
                     objectName: "globalSync"
                     text: "Enable Global Sync"
                     checked: view.manager.isGlobalSyncEnabled
@@ -79,7 +81,7 @@ ColumnLayout {
                 RowLayout {
                     Layout.topMargin: 8
                     Label { text: "Sync Interval" }
-                    ComboBox {
+                    AppComboBox {
                         objectName: "syncInterval"
                         Layout.preferredWidth: 160
                         model: app.settings.intervalChoices
@@ -100,11 +102,12 @@ ColumnLayout {
             }
         }
 
-        GroupBox {
+        SettingsSection {
+            app: view.app
             title: "Engine Information"
             Layout.fillWidth: true
             RowLayout {
-                anchors.fill: parent
+                width: parent.width
                 Label { text: "Rclone Version:" }
                 Label {
                     objectName: "rcloneVersion"

@@ -5,7 +5,7 @@ import Nimbrell
 AppWindow {
     id: window
     title: "Nimbrell Settings"
-    width: 500
+    width: 560
     height: 520
     minimumWidth: 420
     minimumHeight: 460

@@ -14,23 +14,20 @@ ItemDelegate {
     required property int remoteCount
     required property var lastSync
     property bool selected: false
+    property bool showsFocus: false
 
     signal deleteRequested()
 
     highlighted: selected
+    focusPolicy: Qt.NoFocus
     padding: 8
     horizontalPadding: 14
     background: SidebarRowBackground { row: row }
     readonly property color textColor: highlighted ? palette.highlightedText : palette.windowText
 
-    readonly property color statusColor: app.theme.statusColor(status)
+    readonly property color statusColor: app.theme.statusColors[status] ?? app.theme.secondary
     readonly property string detailText: app.format.remoteCount(remoteCount)
-        + (lastSync && !isNaN(lastSync.getTime()) ? " · " + relativeAgo(lastSync) : "")
-
-    function relativeAgo(date) {
-        const text = app.format.relativeTime(date, app.format.now)
-        return text === "now" ? "just now" : text + " ago"
-    }
+        + (lastSync && !isNaN(lastSync.getTime()) ? " · " + app.format.relativeTime(lastSync, app.format.now) : "")
 
     contentItem: RowLayout {
         spacing: 10
@@ -87,6 +84,11 @@ ItemDelegate {
                 padding: 0
             }
         }
+    }
+
+    // Also from the keyboard (the menu key, Shift+F10): under the row.
+    function openContextMenu() {
+        contextMenu.popup(row, 14, row.height)
     }
 
     TapHandler {

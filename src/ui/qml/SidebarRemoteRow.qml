@@ -12,8 +12,10 @@ ItemDelegate {
     required property string iconName
     required property bool iconIsAsset
     property bool selected: false
+    property bool showsFocus: false
 
     highlighted: selected
+    focusPolicy: Qt.NoFocus
     padding: 8
     horizontalPadding: 14
     background: SidebarRowBackground { row: row }

@@ -1,7 +1,8 @@
 import QtQuick
 
 
-// The rounded highlight of a selected or hovered sidebar row.
+// The rounded highlight of a selected or hovered sidebar row, ringed while
+// the sidebar has the keyboard's focus.
 Rectangle {
     property Item row
     x: 6
@@ -11,4 +12,6 @@ Rectangle {
     color: row.highlighted ? palette.highlight
          : row.hovered ? Qt.rgba(palette.windowText.r, palette.windowText.g, palette.windowText.b, 0.07)
          : "transparent"
+    border.width: row.showsFocus ? 2 : 0
+    border.color: Qt.lighter(palette.highlight, 1.45)
 }

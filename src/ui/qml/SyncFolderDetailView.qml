@@ -20,82 +20,167 @@ Item {
     readonly property var folder: controller.folder
     readonly property bool syncing: folder.status === "syncing"
 
+    // Which button of which target row takes the focus once the rows are remade.
+    property var refocus: null
+    function moveTarget(index, step, button) {
+        refocus = { index: index + step, button: button }
+        controller.moveTarget(index, step)
+    }
+
     function lastSyncText() {
         if (!folder.lastSync || isNaN(folder.lastSync.getTime()))
             return "Never synced"
-        const text = app.format.relativeTime(folder.lastSync, app.format.now)
-        return text === "now" ? "Last synced just now" : "Last synced " + text + " ago"
+        return "Last synced " + app.format.relativeTime(folder.lastSync, app.format.now) + " ago"
+    }
+
+    // Buttons that take each other's place (Sync Now and Abort Sync, the
+    // view's and the editor's) ignore presses for a moment after the swap:
+    // the second click of a double-click must not undo the first.
+    property bool swapGuard: false
+    function buttonsSwapped() {
+        swapGuard = true
+        swapGuardTimer.restart()
+    }
+    onSyncingChanged: buttonsSwapped()
+    onFolderIdChanged: buttonsSwapped()
+    Connections {
+        target: controller
+        function onIsEditingChanged() {
+            pane.buttonsSwapped()
+            modeSpring.restart()
+        }
+    }
+    Timer {
+        id: swapGuardTimer
+        interval: 400
+        onTriggered: pane.swapGuard = false
     }
 
     ColumnLayout {
         anchors.fill: parent
         spacing: 0
 
-        // ---- toolbar ----
-        ToolBar {
+        // ---- toolbar: what the pane shows, and its actions ----
+        RowLayout {
             Layout.fillWidth: true
-            background: Item {}
-            RowLayout {
-                anchors.fill: parent
-                anchors.leftMargin: 16
-                anchors.rightMargin: 16
-                spacing: 6
-                Item { Layout.fillWidth: true }
-                // view mode
-                Button {
-                    objectName: "syncNow"
-                    visible: !controller.isEditing && !pane.syncing
-                    text: "Sync Now"
-                    icon.source: "image://icon/arrow.triangle.2.circlepath?color=" + encodeURIComponent(palette.buttonText.toString())
-                    ToolTip.visible: hovered
-                    ToolTip.text: "Sync Now"
-                    onClicked: controller.syncNow()
+            Layout.leftMargin: 24
+            Layout.rightMargin: 20
+            Layout.topMargin: 16
+            Layout.bottomMargin: 12
+            spacing: 12
+            Icon {
+                Layout.alignment: Qt.AlignVCenter
+                name: controller.isEditing ? "folder.fill.badge.gearshape" : "folder.fill"
+                color: app.theme.blue
+                size: 36
+            }
+            ColumnLayout {
+                Layout.fillWidth: true
+                spacing: 2
+                Label {
+                    visible: controller.isEditing && pane.folderId === ""
+                    text: "New Sync Folder"
+                    font.pixelSize: 13
+                    color: app.theme.secondary
                 }
-                Button {
-                    objectName: "abortSync"
-                    visible: !controller.isEditing && pane.syncing
-                    text: "Abort Sync"
-                    palette.buttonText: app.theme.red
-                    icon.source: "image://icon/stop.circle?color=" + encodeURIComponent(app.theme.red.toString())
-                    ToolTip.visible: hovered
-                    ToolTip.text: "Abort Sync"
-                    onClicked: controller.abortSync()
-                }
-                Button {
-                    objectName: "editFolder"
+                Label {
                     visible: !controller.isEditing
-                    text: "Edit"
-                    icon.source: "image://icon/pencil?color=" + encodeURIComponent(palette.buttonText.toString())
-                    ToolTip.visible: hovered
-                    ToolTip.text: "Edit Folder"
-                    onClicked: controller.startEditing()
+                    Layout.fillWidth: true
+                    text: folder.name || ""
+                    textFormat: Text.PlainText
+                    elide: Text.ElideRight
+                    font.pixelSize: 22
+                    font.bold: true
                 }
-                Button {
-                    objectName: "deleteSync"
+                Label {
+                    objectName: "lastSynced"
                     visible: !controller.isEditing
-                    text: "Delete Sync"
-                    palette.buttonText: app.theme.red
-                    icon.source: "image://icon/trash?color=" + encodeURIComponent(app.theme.red.toString())
-                    ToolTip.visible: hovered
-                    ToolTip.text: "Delete Sync"
-                    onClicked: deleteDialog.open()
+                    text: pane.lastSyncText()
+                    color: app.theme.secondary
                 }
-                // edit mode
-                Button {
-                    objectName: "cancelEdit"
+                AppTextField {
+                    objectName: "editName"
                     visible: controller.isEditing
-                    text: "Cancel"
-                    onClicked: controller.cancel()
-                }
-                Button {
-                    objectName: "confirmEdit"
-                    visible: controller.isEditing
-                    text: pane.folderId === "" ? "Create" : "Save"
-                    highlighted: true
-                    enabled: controller.canConfirm
-                    onClicked: controller.save()
+                    Layout.fillWidth: true
+                    placeholderText: "Folder Name"
+                    text: controller.editName
+                    onTextEdited: controller.editName = text
+                    font.pixelSize: 15
                 }
             }
+            Item {
+                Layout.alignment: Qt.AlignVCenter
+                implicitWidth: actions.implicitWidth
+                implicitHeight: actions.implicitHeight
+                RowLayout {
+                    id: actions
+                    anchors.fill: parent
+                    spacing: 6
+                    // view mode
+                    AppButton {
+                        objectName: "syncNow"
+                        visible: !controller.isEditing && !pane.syncing
+                        kind: "primary"
+                        text: "Sync Now"
+                        iconName: "arrow.triangle.2.circlepath"
+                        toolTip: "Sync Now"
+                        onClicked: controller.syncNow()
+                    }
+                    AppButton {
+                        objectName: "abortSync"
+                        visible: !controller.isEditing && pane.syncing
+                        kind: "destructive"
+                        text: "Abort Sync"
+                        iconName: "stop.circle"
+                        toolTip: "Abort Sync"
+                        onClicked: controller.abortSync()
+                    }
+                    AppButton {
+                        objectName: "editFolder"
+                        visible: !controller.isEditing
+                        text: "Edit"
+                        iconName: "pencil"
+                        toolTip: "Edit Folder"
+                        onClicked: controller.startEditing()
+                    }
+                    AppButton {
+                        objectName: "deleteSync"
+                        visible: !controller.isEditing
+                        kind: "destructive"
+                        text: "Delete Sync"
+                        iconName: "trash"
+                        toolTip: "Delete Sync"
+                        onClicked: deleteDialog.open()
+                    }
+                    // edit mode
+                    AppButton {
+                        objectName: "cancelEdit"
+                        visible: controller.isEditing
+                        text: "Cancel"
+                        onClicked: controller.cancel()
+                    }
+                    AppButton {
+                        objectName: "confirmEdit"
+                        visible: controller.isEditing
+                        kind: "primary"
+                        text: pane.folderId === "" ? "Create" : "Save"
+                        enabled: controller.canConfirm
+                        onClicked: controller.save()
+                    }
+                }
+                // Swallows the mouse while the guard is up; keys are not affected.
+                MouseArea {
+                    objectName: "swapGuard"
+                    anchors.fill: parent
+                    enabled: pane.swapGuard
+                    acceptedButtons: Qt.AllButtons
+                }
+            }
+        }
+        Rectangle {
+            Layout.fillWidth: true
+            Layout.preferredHeight: 1
+            color: app.theme.separator
         }
 
         ScrollView {
@@ -105,54 +190,19 @@ Item {
             contentWidth: availableWidth
 
             ColumnLayout {
+                id: content
                 width: scroll.availableWidth
                 spacing: 16
-
-                // ---- header ----
-                RowLayout {
-                    Layout.fillWidth: true
-                    Layout.leftMargin: 24
-                    Layout.rightMargin: 24
-                    spacing: 12
-                    Icon {
-                        name: controller.isEditing ? "folder.fill.badge.gearshape" : "folder.fill"
-                        color: app.theme.blue
-                        size: 36
-                    }
-                    ColumnLayout {
-                        Layout.fillWidth: true
-                        spacing: 2
-                        Label {
-                            visible: controller.isEditing && pane.folderId === ""
-                            text: "New Sync Folder"
-                            font.pixelSize: 13
-                            color: app.theme.secondary
-                        }
-                        Label {
-                            visible: !controller.isEditing
-                            Layout.fillWidth: true
-                            text: folder.name || ""
-                            textFormat: Text.PlainText
-                            elide: Text.ElideRight
-                            font.pixelSize: 22
-                            font.bold: true
-                        }
-                        Label {
-                            visible: !controller.isEditing
-                            text: pane.lastSyncText()
-                            color: app.theme.secondary
-                        }
-                        TextField {
-                            objectName: "editName"
-                            visible: controller.isEditing
-                            Layout.fillWidth: true
-                            placeholderText: "Folder Name"
-                            text: controller.editName
-                            onTextEdited: controller.editName = text
-                            font.pixelSize: 16
-                        }
-                    }
+                // Entering and leaving the editor settles with a spring
+                // (about 0.35 s, lightly damped).
+                transform: Translate { id: modeShift }
+                ParallelAnimation {
+                    id: modeSpring
+                    SpringAnimation { target: modeShift; property: "y"; from: 14; to: 0; spring: 5.2; damping: 0.47; epsilon: 0.2 }
+                    NumberAnimation { target: content; property: "opacity"; from: 0.35; to: 1; duration: 220; easing.type: Easing.OutCubic }
                 }
+
+                Item { Layout.preferredHeight: 4 }
 
                 // ---- view mode ----
                 Card {
@@ -368,14 +418,14 @@ Item {
                         Label { text: "Local Path"; font.weight: Font.DemiBold }
                         RowLayout {
                             Layout.fillWidth: true
-                            TextField {
+                            AppTextField {
                                 objectName: "editLocalPath"
                                 Layout.fillWidth: true
                                 placeholderText: "/path/to/local/folder"
                                 text: controller.editLocalPath
                                 onTextEdited: controller.editLocalPath = text
                             }
-                            Button {
+                            AppButton {
                                 text: "Browse"
                                 onClicked: folderDialog.open()
                             }
@@ -404,41 +454,77 @@ Item {
                                 required property int index
                                 Layout.fillWidth: true
                                 spacing: 6
-                                ComboBox {
+                                // Follows the row's remote name, also when the
+                                // remote list is read again under it; a name
+                                // rclone no longer lists is shown as it is.
+                                AppComboBox {
+                                    objectName: "targetRemote"
                                     Layout.preferredWidth: 170
                                     model: app.remotes
                                     textRole: "name"
-                                    displayText: currentIndex < 0 ? "Select" : currentText
-                                    Component.onCompleted: currentIndex = find(targetRow.modelData.remoteName)
-                                    onActivated: controller.setTargetRemote(targetRow.index, currentText)
+                                    valueRole: "name"
+                                    currentIndex: count >= 0 ? indexOfValue(targetRow.modelData.remoteName) : -1
+                                    displayText: targetRow.modelData.remoteName || "Select"
+                                    onActivated: controller.setTargetRemote(targetRow.index, currentValue)
                                 }
-                                TextField {
+                                AppTextField {
+                                    objectName: "targetPath"
                                     Layout.fillWidth: true
                                     placeholderText: "/path"
                                     text: targetRow.modelData.remotePath
                                     onTextEdited: controller.setTargetPath(targetRow.index, text)
                                 }
-                                ToolButton {
-                                    icon.source: "image://icon/chevron.up?color=" + encodeURIComponent(palette.buttonText.toString())
+                                AppButton {
+                                    id: upButton
+                                    objectName: "moveTargetUp"
+                                    kind: "borderless"
+                                    display: AbstractButton.IconOnly
+                                    iconName: "chevron.up"
+                                    text: "Move Up"
+                                    toolTip: "Move Up"
                                     enabled: targetRow.index > 0
-                                    onClicked: controller.moveTarget(targetRow.index, -1)
+                                    onClicked: pane.moveTarget(targetRow.index, -1, "up")
                                 }
-                                ToolButton {
-                                    icon.source: "image://icon/chevron.down?color=" + encodeURIComponent(palette.buttonText.toString())
+                                AppButton {
+                                    id: downButton
+                                    objectName: "moveTargetDown"
+                                    kind: "borderless"
+                                    display: AbstractButton.IconOnly
+                                    iconName: "chevron.down"
+                                    text: "Move Down"
+                                    toolTip: "Move Down"
                                     enabled: targetRow.index < controller.editTargets.length - 1
-                                    onClicked: controller.moveTarget(targetRow.index, 1)
+                                    onClicked: pane.moveTarget(targetRow.index, 1, "down")
                                 }
-                                ToolButton {
-                                    icon.source: "image://icon/minus.circle.fill?color=" + encodeURIComponent(app.theme.red.toString())
+                                AppButton {
+                                    objectName: "removeTarget"
+                                    kind: "borderless"
+                                    display: AbstractButton.IconOnly
+                                    iconName: "minus.circle.fill"
+                                    tint: app.theme.red
+                                    text: "Remove Target"
+                                    toolTip: "Remove Target"
                                     onClicked: controller.removeTarget(targetRow.index)
+                                }
+                                // The rows are made again after a move: the
+                                // moved row's button takes the focus back
+                                // (or its other one, at either end).
+                                Component.onCompleted: {
+                                    if (pane.refocus === null || pane.refocus.index !== index)
+                                        return
+                                    const wanted = pane.refocus.button === "up" ? upButton : downButton
+                                    const other = wanted === upButton ? downButton : upButton
+                                    pane.refocus = null
+                                    Qt.callLater(() => (wanted.enabled ? wanted : other).forceActiveFocus(Qt.TabFocusReason))
                                 }
                             }
                         }
-                        Button {
+                        AppButton {
                             objectName: "addTarget"
+                            kind: "borderless"
+                            tint: app.theme.blue
                             text: "Add Remote Target"
-                            flat: true
-                            icon.source: "image://icon/plus.circle.fill?color=" + encodeURIComponent(app.theme.blue.toString())
+                            iconName: "plus.circle.fill"
                             onClicked: controller.addTarget()
                         }
                     }
@@ -457,7 +543,7 @@ Item {
                         RowLayout {
                             spacing: 8
                             SectionTitle { app: pane.app; icon: "arrow.triangle.branch"; text: "Conflict Resolution" }
-                            ComboBox {
+                            AppComboBox {
                                 objectName: "conflictResolution"
                                 Layout.preferredWidth: 230
                                 enabled: controller.isEditing
@@ -467,23 +553,26 @@ Item {
                             }
                         }
                         SectionTitle { app: pane.app; icon: "eye.slash.circle.fill"; text: "Exclude Patterns"; Layout.topMargin: 6 }
-                        Switch {
+                        AppSwitch {
+                            objectName: "excludeGit"
                             text: ".git"
                             enabled: controller.isEditing
                             checked: controller.excludeGit
                             onToggled: controller.excludeGit = checked
                         }
-                        Switch {
+                        AppSwitch {
+                            objectName: "excludeNodeModules"
                             text: "node_modules"
+                            iconName: "shippingbox"
                             enabled: controller.isEditing
-                            icon.source: "image://icon/shippingbox?color=" + encodeURIComponent(palette.windowText.toString())
                             checked: controller.excludeNodeModules
                             onToggled: controller.excludeNodeModules = checked
                         }
-                        Switch {
+                        AppSwitch {
+                            objectName: "excludeHidden"
                             text: "Hidden files"
+                            iconName: "eye.slash"
                             enabled: controller.isEditing
-                            icon.source: "image://icon/eye.slash?color=" + encodeURIComponent(palette.windowText.toString())
                             checked: controller.excludeHidden
                             onToggled: controller.excludeHidden = checked
                         }
@@ -509,42 +598,11 @@ Item {
         }
     }
 
-    Dialog {
+    ConfirmDialog {
         id: deleteDialog
         objectName: "folderDeleteDialog"
-        anchors.centerIn: parent
-        modal: true
         title: "Delete Sync Folder"
-        padding: 20
-        topPadding: 12
-        contentWidth: 380
-        Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
-        header: Label {
-            text: deleteDialog.title
-            font.pixelSize: 15
-            font.weight: Font.DemiBold
-            padding: 20
-            bottomPadding: 0
-        }
-        Label {
-            width: 380
-            text: "This sync folder and its configuration will be permanently removed."
-            wrapMode: Text.Wrap
-        }
-        footer: DialogButtonBox {
-            Button {
-                text: "Cancel"
-                DialogButtonBox.buttonRole: DialogButtonBox.RejectRole
-            }
-            Button {
-                text: "Delete"
-                palette.buttonText: app.theme.red
-                DialogButtonBox.buttonRole: DialogButtonBox.DestructiveRole
-                onClicked: {
-                    deleteDialog.close()
-                    controller.deleteFolder()
-                }
-            }
-        }
+        message: "This sync folder and its configuration will be permanently removed."
+        onConfirmed: controller.deleteFolder()
     }
 }
