@@ -4,7 +4,9 @@
 #include "fakes/FakeFileEventService.h"
 #include "fakes/FakeRclone.h"
 #include "model/UuidString.h"
+#include "platform/DesktopAppearance.h"
 #include "platform/DesktopNotifier.h"
+#include "platform/TrayHostWatcher.h"
 #include "platform/MemorySettingsStore.h"
 #include "sync/ProblemNotifier.h"
 #include "support/PrivateBus.h"
@@ -34,6 +36,28 @@ public:
         arguments[6] = qdbus_cast<QVariantMap>(arguments[6]);
         notified.append(arguments);
         return bus.send(call.createReply(uint(notified.size())));
+    }
+};
+
+// A desktop portal's Settings.Read and a StatusNotifierWatcher's
+// IsStatusNotifierHostRegistered: each answers the value it holds.
+class FakeProperty final : public QDBusVirtualObject
+{
+public:
+    FakeProperty(const QString &member, const QVariant &value, bool doubleWrapped = false)
+        : member(member), value(value), doubleWrapped(doubleWrapped) {}
+    const QString member;
+    QVariant value;
+    const bool doubleWrapped; // Read() answers a variant in a variant
+
+    QString introspect(const QString &) const override { return {}; }
+    bool handleMessage(const QDBusMessage &call, const QDBusConnection &bus) override
+    {
+        if (call.member() != member)
+            return bus.send(call.createErrorReply(QDBusError::UnknownMethod, call.member()));
+        const QVariant answer = doubleWrapped ? QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(value))))
+                                              : QVariant::fromValue(QDBusVariant(value));
+        return bus.send(call.createReply(answer));
     }
 };
 
@@ -124,6 +148,49 @@ private Q_SLOTS:
         QTRY_COMPARE(completed.size(), 6);
         QTest::qWait(200);
         QCOMPARE(server.notified.size(), 3);
+    }
+
+    // The desktop's light or dark preference from the portal, read at
+    // start and followed; another setting's change is not taken for it.
+    void colorSchemeFromThePortal()
+    {
+        FakeProperty portal("Read", 1u, true);
+        QDBusConnection portalBus = QDBusConnection::connectToBus(m_bus.address(), "portal");
+        QVERIFY(portalBus.registerVirtualObject("/org/freedesktop/portal/desktop", &portal) &&
+                portalBus.registerService("org.freedesktop.portal.Desktop"));
+        DesktopAppearance appearance(QDBusConnection::connectToBus(m_bus.address(), "appearance"));
+        QTRY_COMPARE(appearance.colorScheme(), DesktopAppearance::ColorScheme::dark);
+
+        const auto changed = [&](const QString &group, const QString &key, uint value) {
+            QVERIFY(portalBus.send(QDBusMessage::createSignal("/org/freedesktop/portal/desktop",
+                                                              "org.freedesktop.portal.Settings", "SettingChanged")
+                                   << group << key << QVariant::fromValue(QDBusVariant(value))));
+        };
+        QSignalSpy followed(&appearance, &DesktopAppearance::colorSchemeChanged);
+        changed("org.freedesktop.appearance", "accent-color", 2u);
+        changed("org.freedesktop.appearance", "color-scheme", 2u);
+        QVERIFY(followed.wait());
+        QCOMPARE(followed.size(), 1);
+        QCOMPARE(appearance.colorScheme(), DesktopAppearance::ColorScheme::light);
+        changed("org.freedesktop.appearance", "color-scheme", 0u);
+        QTRY_COMPARE(appearance.colorScheme(), DesktopAppearance::ColorScheme::noPreference);
+        portalBus.unregisterService("org.freedesktop.portal.Desktop");
+    }
+
+    // A tray that comes after us (its panel started later) is noticed.
+    void trayHostArrivingLate()
+    {
+        TrayHostWatcher tray(QDBusConnection::connectToBus(m_bus.address(), "tray"));
+        QSignalSpy checked(&tray, &TrayHostWatcher::checked);
+        QVERIFY(checked.wait());
+        QVERIFY(tray.hasAnswered());
+        QVERIFY(!tray.isAvailable());
+
+        FakeProperty watcher("Get", true);
+        QDBusConnection panel = QDBusConnection::connectToBus(m_bus.address(), "panel");
+        QVERIFY(panel.registerVirtualObject("/StatusNotifierWatcher", &watcher) &&
+                panel.registerService("org.kde.StatusNotifierWatcher"));
+        QTRY_VERIFY(tray.isAvailable());
     }
 
     void quietWithoutABus()

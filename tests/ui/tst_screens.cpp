@@ -128,19 +128,68 @@ private Q_SLOTS:
         QTRY_VERIFY(visibleTexts(main).contains("No sync folders"));
     }
 
-    void deleteConfirmation()
+    // The sidebar from the keyboard: one Tab stop; Up and Down move the
+    // selection through the dashboard, the folders and the remotes, and stop
+    // at the ends; Delete and the menu key act on the selected folder; Return
+    // goes on into the detail. A palette change recolours its status colours.
+    void sidebarFromTheKeyboard()
     {
-        SyncFolder a;
+        SyncFolder a, b;
         a.name = "A";
-        writeStore({a});
+        b.name = "B";
+        b.status = SyncStatus::error;
+        writeStore({a, b});
+        m_fake->script("listremotes", "printf 'gdrive:   drive\\n'\n");
         QQuickWindow *main = startApp();
-        QObject *dialog = main->findChild<QObject *>("deleteDialog");
-        QVERIFY(dialog);
-        QMetaObject::invokeMethod(dialog, "open");
+        QTRY_COMPARE(m_app->remotes()->count(), 1);
+        QQuickItem *sidebar = item(main, "sidebar");
+        for (int i = 0; i < 6 && !sidebar->hasActiveFocus(); ++i)
+            QTest::keyClick(main, Qt::Key_Tab);
+        QVERIFY(sidebar->hasActiveFocus());
+        QTRY_VERIFY(main->findChild<QQuickItem *>("dashboardRow")->property("showsFocus").toBool());
+
+        const auto press = [&](Qt::Key key, const SidebarSelection &expected) {
+            QTest::keyClick(main, key);
+            QCOMPARE(m_app->navigation()->selection(), expected);
+        };
+        press(Qt::Key_Up, SidebarSelection::dashboard());
+        press(Qt::Key_Down, SidebarSelection::syncFolder(a.id));
+        press(Qt::Key_Down, SidebarSelection::syncFolder(b.id));
+        press(Qt::Key_Down, SidebarSelection::remote("gdrive"));
+        press(Qt::Key_Down, SidebarSelection::remote("gdrive"));
+        press(Qt::Key_Up, SidebarSelection::syncFolder(b.id));
+
+        QTest::keyClick(main, Qt::Key_Delete);
         QTRY_VERIFY(visibleTexts(main).contains("Delete Sync Folder"));
-        QVERIFY(visibleTexts(main).contains("This sync folder and its configuration will be permanently removed."));
-        QVERIFY(visibleTexts(main).contains("Delete"));
-        QVERIFY(visibleTexts(main).contains("Cancel"));
+        for (const char *expected : {"This sync folder and its configuration will be permanently removed.", "Delete", "Cancel"})
+            QVERIFY2(visibleTexts(main).contains(expected), expected);
+        QTest::keyClick(main, Qt::Key_Escape);
+        QTRY_VERIFY(!visibleTexts(main).contains("Delete Sync Folder"));
+        QCOMPARE(m_app->syncManager()->folders().size(), 2);
+        QTRY_VERIFY(sidebar->hasActiveFocus());
+
+        QTest::keyClick(main, Qt::Key_F10, Qt::ShiftModifier);
+        QTRY_VERIFY(visibleTexts(main).contains("Delete"));
+        QTest::keyClick(main, Qt::Key_Escape);
+        QTRY_VERIFY(!visibleTexts(main).contains("Delete"));
+
+        QQuickItem *detail = item(main, "detail");
+        QTRY_COMPARE(detail->property("status").toInt(), 1); // Loader.Ready
+        QTest::keyClick(main, Qt::Key_Return);
+        QTRY_VERIFY(!sidebar->hasActiveFocus());
+        QQuickItem *focused = main->activeFocusItem();
+        while (focused && focused != detail)
+            focused = focused->parentItem();
+        QVERIFY(focused);
+
+        QQuickItem *row = findItem(main, [](QQuickItem *candidate) {
+            return candidate->inherits("QQuickItemDelegate") && candidate->property("name").toString() == "B";
+        });
+        QVERIFY(row);
+        const QColor red = row->property("statusColor").value<QColor>();
+        applyAppearance(red.lightness() < 140);
+        QTRY_VERIFY(row->property("statusColor").value<QColor>() != red);
+        QGuiApplication::setPalette(QPalette());
     }
 
     void oddNamesShowLiterallyAndElided()
@@ -176,6 +225,12 @@ private Q_SLOTS:
               "Acknowledgments"})
             QVERIFY2(texts.contains(expected), expected);
         QVERIFY(textItem(about, "This app utilizes [rclone](https://rclone.org) under the hood"));
+
+        // Brought back as it was left: a maximised window stays maximised.
+        QQuickWindow *main = m_app->window("main");
+        main->setWindowStates(Qt::WindowMaximized);
+        m_app->openDashboard();
+        QCOMPARE(main->windowStates(), Qt::WindowMaximized);
     }
 
     void settingsWindow()

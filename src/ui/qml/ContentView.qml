@@ -13,10 +13,11 @@ Item {
 
     property string folderToDelete: ""
 
-    // Return in the sidebar: on to the first control of the detail.
+    // Return in the sidebar: on to the first control of the detail, as Tab would.
     function focusDetail() {
-        if (detail.item)
-            detail.item.nextItemInFocusChain(true).forceActiveFocus(Qt.TabFocusReason)
+        const next = sidebar.nextItemInFocusChain(true)
+        if (next)
+            next.forceActiveFocus(Qt.TabFocusReason)
     }
 
     function confirmDelete(folderId) {
