@@ -21,6 +21,7 @@
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QQuickWindow>
+#include <QSignalSpy>
 #include <QTest>
 
 
@@ -118,6 +119,9 @@ private Q_SLOTS:
     {
         SyncFolder broken;
         broken.name = "Broken";
+        broken.localPath = m_sandbox->makeDirectory("home/Broken");
+        m_sandbox->addAlias("backup", m_sandbox->makeDirectory("backup"));
+        broken.remoteTargets = {{QUuid::createUuid(), "backup", "y", false}};
         broken.status = SyncStatus::error;
         broken.lastError = "\n   \nbackup:x — first line\nsecond line";
         writeStore({broken});
@@ -141,6 +145,64 @@ private Q_SLOTS:
         QTest::qWait(1700);
         QCOMPARE(copy->property("text").toString(), "Copied!");
         QTRY_COMPARE_WITH_TIMEOUT(copy->property("text").toString(), "Copy Full Log", 1000);
+
+        // A run clears the error under the open sheet: the sheet goes with it.
+        QVERIFY(m_app->syncManager()->syncFolder(broken.id));
+        QTRY_VERIFY_WITH_TIMEOUT(!sheet->property("visible").toBool(), 30000);
+        QCOMPARE(m_app->syncManager()->folders().first().lastError, std::nullopt);
+    }
+
+    // The editor's target rows: named buttons that keep the focus through a
+    // move, and remote choosers that follow the row's remote when the remote
+    // list is read again under them.
+    void editorTargetRows()
+    {
+        m_sandbox->addRemote("a", {"type = local"});
+        m_sandbox->addRemote("b", {"type = local"});
+        SyncFolder folder;
+        folder.name = "Pair";
+        folder.localPath = m_sandbox->makeDirectory("home/Pair");
+        folder.remoteTargets = {{QUuid::createUuid(), "b", "one", false}, {QUuid::createUuid(), "a", "two", false}};
+        writeStore({folder});
+        QQuickWindow *main = startApp();
+        QTRY_COMPARE(m_app->remotes()->count(), 2);
+        m_app->navigation()->showFolder(uuidString(folder.id));
+        QTRY_VERIFY(item(main, "editFolder"));
+        QTRY_VERIFY(!item(main, "swapGuard")->property("enabled").toBool());
+        click(main, item(main, "editFolder"));
+        QTRY_VERIFY(item(main, "moveTargetDown"));
+        const auto all = [&](const char *name, const char *property) {
+            QStringList values;
+            findItem(main, [&](QQuickItem *candidate) {
+                if (candidate->objectName() == QLatin1String(name))
+                    values.append(candidate->property(property).toString());
+                return false;
+            });
+            return values;
+        };
+        QCOMPARE(all("moveTargetUp", "toolTip"), (QStringList{"Move Up", "Move Up"}));
+        QCOMPARE(all("removeTarget", "text"), (QStringList{"Remove Target", "Remove Target"}));
+        QCOMPARE(all("targetRemote", "displayText"), (QStringList{"b", "a"}));
+
+        findItem(main, [](QQuickItem *candidate) { return candidate->objectName() == "moveTargetDown"; })
+            ->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(main, Qt::Key_Space);
+        QTRY_COMPARE(all("targetRemote", "displayText"), (QStringList{"a", "b"}));
+        // The moved row is the last one: its Up button has the focus.
+        QTRY_COMPARE(main->activeFocusItem()->objectName(), "moveTargetUp");
+        QCOMPARE(all("targetPath", "text"), (QStringList{"two", "one"}));
+
+        // "a" is deleted meanwhile: "b" moves up in the list.
+        QSignalSpy removed(m_app->engine()->run({"config", "delete", "a"}, nullptr, {}), &QObject::destroyed);
+        QVERIFY(removed.wait());
+        m_app->remotes()->reload();
+        QTRY_COMPARE(m_app->remotes()->count(), 1);
+        QCOMPARE(all("targetRemote", "displayText"), (QStringList{"a", "b"}));
+        QTRY_COMPARE(all("targetRemote", "currentIndex"), (QStringList{"-1", "0"}));
+        QTRY_VERIFY(!item(main, "swapGuard")->property("enabled").toBool());
+        click(main, item(main, "confirmEdit"));
+        QTRY_COMPARE(m_app->syncManager()->folders().first().remoteTargets.value(1).remoteName, "b");
+        QCOMPARE(m_app->syncManager()->folders().first().remoteTargets.value(0).remoteName, "a");
     }
 
     // Each problem's button does what it says, with the real rclone: the

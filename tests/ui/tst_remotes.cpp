@@ -85,6 +85,27 @@ private Q_SLOTS:
         QVERIFY(pane.usageCritical()); // 95 % is red
         pane.setSpaceInfo(RemoteSpaceInfo{100, 90, 10, std::nullopt});
         QVERIFY(!pane.usageCritical()); // exactly 90 % is not
+        QCOMPARE(pane.usagePercentage(), "90%");
+        pane.setSpaceInfo(RemoteSpaceInfo{100, 150, 0, std::nullopt});
+        QCOMPARE(pane.usagePercentage(), "150%"); // over quota: not capped
+    }
+
+    // The pane goes away while `rclone about` still runs: it is stopped.
+    void leavingThePaneStopsItsStorageQuery()
+    {
+        FakeRclone fake;
+        fake.script("about", "trap 'exit 143' TERM; while :; do sleep 0.05; done\n");
+        RcloneEngine engine(FakeRclone::path());
+        NimbrellApp app({m_settings, engine, m_fileEvents, m_loginItem});
+        auto pane = std::make_unique<RemoteDetailController>();
+        pane->setApp(&app);
+        pane->setRemoteName("gdrive");
+        QTRY_COMPARE(fake.calls().size(), 1);
+        QTRY_VERIFY(QFile::exists(fake.directory() + "/calls/0001.pid"));
+        const qint64 pid = readFile(fake.directory() + "/calls/0001.pid").trimmed().toLongLong();
+        QVERIFY(pid > 0);
+        pane.reset();
+        QTRY_VERIFY(::kill(pid_t(pid), 0) != 0);
     }
 
     void addFlow_data()
@@ -251,10 +272,11 @@ private Q_SLOTS:
         QVERIFY(!refusal.at(0).at(0).toString().contains("• B"));
     }
 
-    void failedDeletionIsShown()
+    // A deletion runs once however often it is asked for, and its failure is shown.
+    void deletionRunsOnceAndShowsItsFailure()
     {
         FakeRclone fake;
-        fake.script("config", "echo 'permission denied' >&2; exit 1\n");
+        fake.script("config", "sleep 0.3; echo 'permission denied' >&2; exit 1\n");
         fake.script("about", "echo '{\"total\":100,\"used\":40}'\n");
         RcloneEngine engine(FakeRclone::path());
         NimbrellApp app({m_settings, engine, m_fileEvents, m_loginItem});
@@ -264,9 +286,19 @@ private Q_SLOTS:
         pane.setRemoteName("gdrive");
         QTRY_VERIFY(!pane.isLoading());
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code 1"));
+        QSignalSpy confirmation(&pane, &RemoteDetailController::confirmationRequested);
         pane.confirmDelete();
+        QVERIFY(pane.isDeleting());
+        pane.confirmDelete();
+        pane.requestDelete();
+        QCOMPARE(confirmation.count(), 0);
         QTRY_COMPARE(pane.loadError(), "Failed to delete remote: permission denied\n");
+        QVERIFY(!pane.isDeleting());
         QCOMPARE(app.syncManager()->folders().first().remoteTargets.size(), 2); // nothing changed
+        int deletions = 0;
+        for (const QStringList &call : fake.calls())
+            deletions += call.value(1) == "delete";
+        QCOMPARE(deletions, 1);
     }
 };
 

@@ -458,14 +458,21 @@ Item {
                                 // remote list is read again under it; a name
                                 // rclone no longer lists is shown as it is.
                                 AppComboBox {
+                                    id: remoteChooser
                                     objectName: "targetRemote"
                                     Layout.preferredWidth: 170
                                     model: app.remotes
                                     textRole: "name"
                                     valueRole: "name"
-                                    currentIndex: count >= 0 ? indexOfValue(targetRow.modelData.remoteName) : -1
                                     displayText: targetRow.modelData.remoteName || "Select"
                                     onActivated: controller.setTargetRemote(targetRow.index, currentValue)
+                                    // After the combo box's own reaction to the reset.
+                                    function follow() { currentIndex = indexOfValue(targetRow.modelData.remoteName) }
+                                    Component.onCompleted: follow()
+                                    Connections {
+                                        target: app.remotes
+                                        function onModelReset() { Qt.callLater(remoteChooser.follow) }
+                                    }
                                 }
                                 AppTextField {
                                     objectName: "targetPath"
