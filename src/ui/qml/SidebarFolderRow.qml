@@ -35,7 +35,9 @@ ItemDelegate {
             Layout.preferredWidth: 28
             Layout.preferredHeight: 28
             radius: 7
-            color: Qt.rgba(row.statusColor.r, row.statusColor.g, row.statusColor.b, 0.15)
+            // On the selection's colour, a light tile keeps the status colour readable.
+            color: row.highlighted ? Qt.rgba(1, 1, 1, 0.92)
+                 : Qt.rgba(row.statusColor.r, row.statusColor.g, row.statusColor.b, 0.15)
             Icon {
                 anchors.centerIn: parent
                 name: "folder.fill"
