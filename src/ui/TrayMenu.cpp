@@ -95,7 +95,6 @@ void TrayMenu::showIcon()
             Q_EMIT openDashboardRequested();
     });
     m_icon->show();
-    Q_EMIT shown();
 }
 
 void TrayMenu::setFinishing(bool finishing)

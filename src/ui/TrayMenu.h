@@ -46,8 +46,6 @@ Q_SIGNALS:
     void settingsRequested();
     void aboutRequested();
     void quitRequested();
-    // The icon has appeared: closing the last window no longer ends the program.
-    void shown();
 
 private:
     void rebuild();
