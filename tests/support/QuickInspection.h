@@ -68,8 +68,10 @@ inline void click(QQuickWindow *window, QQuickItem *target)
 {
     QVERIFY(target);
     QVERIFY(target->isEnabled());
-    const QPointF center = target->mapToScene(QPointF(target->width() / 2, target->height() / 2));
-    QTest::mouseClick(window, Qt::LeftButton, {}, center.toPoint());
+    // A pane that was just loaded may still be laying itself out.
+    const auto center = [&] { return target->mapToScene(QPointF(target->width() / 2, target->height() / 2)); };
+    QTRY_VERIFY(QRectF(0, 0, window->width(), window->height()).contains(center()));
+    QTest::mouseClick(window, Qt::LeftButton, {}, center().toPoint());
 }
 
 inline void type(QQuickWindow *window, QQuickItem *field, const QString &text)
