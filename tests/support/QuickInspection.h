@@ -3,6 +3,7 @@
 #include <QQuickItem>
 #include <QQuickWindow>
 #include <QTest>
+#include <QtQuickTest/quicktest.h>
 
 // Looking at a Qt Quick window the way a user does: the texts it shows and its
 // controls, by walking the visual tree (delegates and popup contents are not
@@ -68,7 +69,10 @@ inline void click(QQuickWindow *window, QQuickItem *target)
 {
     QVERIFY(target);
     QVERIFY(target->isEnabled());
-    // A pane that was just loaded may still be laying itself out.
+    // A pane that was just loaded lays itself out when the window is next
+    // polished: until then its controls are not where they will be drawn.
+    QVERIFY(QQuickTest::qWaitForPolish(window));
+    QTRY_VERIFY(target->width() > 0 && target->height() > 0);
     const auto center = [&] { return target->mapToScene(QPointF(target->width() / 2, target->height() / 2)); };
     QTRY_VERIFY(QRectF(0, 0, window->width(), window->height()).contains(center()));
     QTest::mouseClick(window, Qt::LeftButton, {}, center().toPoint());

@@ -174,8 +174,8 @@ private Q_SLOTS:
         QTRY_VERIFY(!visibleTexts(main).contains("Delete"));
 
         QQuickItem *detail = item(main, "detail");
+        QTest::keyClick(main, Qt::Key_Return); // the pane may still be loading
         QTRY_COMPARE(detail->property("status").toInt(), 1); // Loader.Ready
-        QTest::keyClick(main, Qt::Key_Return);
         QTRY_VERIFY(!sidebar->hasActiveFocus());
         QQuickItem *focused = main->activeFocusItem();
         while (focused && focused != detail)

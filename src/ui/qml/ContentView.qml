@@ -15,6 +15,10 @@ Item {
 
     // Return in the sidebar: on to the first control of the detail, as Tab would.
     function focusDetail() {
+        if (detail.status === Loader.Loading) {
+            detail.focusWhenLoaded = true
+            return
+        }
         const next = sidebar.nextItemInFocusChain(true)
         if (next)
             next.forceActiveFocus(Qt.TabFocusReason)
@@ -230,6 +234,9 @@ Item {
                         setSource(file, { app: content.app })
                 }
                 Component.onCompleted: fileChanged()
+                // Return was pressed while the pane was still loading.
+                property bool focusWhenLoaded: false
+                onLoaded: if (focusWhenLoaded) { focusWhenLoaded = false; content.focusDetail() }
             }
             Binding {
                 target: detail.item

@@ -34,9 +34,11 @@ Item {
     }
 
     // Buttons that take each other's place (Sync Now and Abort Sync, the
-    // view's and the editor's) ignore presses for a moment after the swap:
-    // the second click of a double-click must not undo the first.
+    // view's and the editor's): for a moment after the swap, a press where
+    // the last one was is ignored. The second click of a double-click must
+    // not undo the first; a click elsewhere goes through.
     property bool swapGuard: false
+    property point lastPress: Qt.point(-100, -100)
     function buttonsSwapped() {
         swapGuard = true
         swapGuardTimer.restart()
@@ -168,12 +170,20 @@ Item {
                         onClicked: controller.save()
                     }
                 }
-                // Swallows the mouse while the guard is up; keys are not affected.
+                // Sees every press first and lets it through to the buttons,
+                // unless it repeats the last one while the guard is up. Keys
+                // are not affected.
                 MouseArea {
                     objectName: "swapGuard"
+                    readonly property bool guarding: pane.swapGuard
                     anchors.fill: parent
-                    enabled: pane.swapGuard
                     acceptedButtons: Qt.AllButtons
+                    onPressed: mouse => {
+                        const repeated = Math.abs(mouse.x - pane.lastPress.x) <= 8
+                                         && Math.abs(mouse.y - pane.lastPress.y) <= 8
+                        pane.lastPress = Qt.point(mouse.x, mouse.y)
+                        mouse.accepted = pane.swapGuard && repeated
+                    }
                 }
             }
         }
