@@ -1,0 +1,107 @@
+#include "engine/ChangeParser.h"
+
+#include "engine/RcloneEngine.h"
+
+namespace {
+
+// The message of a log line: "2026/11/22 21:11:49 INFO  : <message>".
+QStringView messageOf(QStringView line)
+{
+    const qsizetype colon = line.indexOf(u": ", 19);
+    return colon < 0 ? QStringView() : line.mid(colon + 2).trimmed();
+}
+
+// "- Path2    Queue delete              - dav:Docs/a.txt": the side and what
+// follows the last " - ".
+bool sideAndTail(QStringView message, QStringView what, int &side, QStringView &tail)
+{
+    if (!message.startsWith(u"- Path") || message.size() < 8)
+        return false;
+    side = message.at(6) == u'2' ? 2 : 1;
+    const QStringView rest = message.mid(7).trimmed();
+    if (!rest.startsWith(what))
+        return false;
+    const qsizetype dash = rest.indexOf(u" - ", what.size());
+    if (dash < 0)
+        return false;
+    tail = rest.mid(dash + 3);
+    return true;
+}
+
+} // namespace
+
+QString ChangeParser::relative(QStringView path, int side) const
+{
+    const QString &root = m_roots[side - 1];
+    if (!root.isEmpty() && path.startsWith(root))
+        return path.mid(root.size()).toString();
+    return path.toString();
+}
+
+void ChangeParser::add(const QString &path, Action action, bool toRemote)
+{
+    if (m_changes.size() >= kMaxChanges) {
+        ++m_dropped;
+        return;
+    }
+    m_changes.append({path, action, toRemote});
+}
+
+void ChangeParser::addLine(QStringView raw)
+{
+    // Statistics blocks make up most of the output; log lines start with the date.
+    if (raw.size() < 22 || !raw.front().isDigit())
+        return;
+    const QString cleaned = raw.contains(u'\x1b') ? RcloneEngine::stripAnsi(raw.toString()) : QString();
+    const QStringView message = messageOf(cleaned.isNull() ? raw : QStringView(cleaned));
+    if (message.isEmpty())
+        return;
+
+    int side = 0;
+    QStringView tail;
+    if (message.endsWith(u": Copied (new)") || message.endsWith(u": Copied (replaced existing)")) {
+        if (m_copiesTo == 0)
+            return;
+        const bool isNew = message.endsWith(u"(new)");
+        const QString path = message.left(message.lastIndexOf(u": Copied (")).toString();
+        // A conflict's loser deleted to make room: the winner replaces it.
+        const bool replacesLoser = m_conflictLosers.remove(path) > 0;
+        add(path, isNew && !replacesLoser ? Action::added : Action::updated, m_copiesTo == 2);
+    } else if (message.endsWith(u": Deleted")) {
+        const QString path = message.chopped(9).toString();
+        if (const auto queued = m_queuedDeletes.constFind(path); queued != m_queuedDeletes.cend()) {
+            add(path, Action::deleted, *queued == 2);
+            m_queuedDeletes.erase(queued);
+        } else {
+            m_conflictLosers.insert(path, 0);
+        }
+    } else if (sideAndTail(message, u"Queue delete", side, tail)) {
+        m_queuedDeletes.insert(relative(tail, side), side);
+    } else if (sideAndTail(message, u"Do queued copies to", side, tail)
+               || sideAndTail(message, u"Resync is copying files to", side, tail)) {
+        m_copiesTo = tail.endsWith(u'2') ? 2 : 1;
+    } else if (sideAndTail(message, u"Renaming Path", side, tail)) {
+        const QString renamed = relative(tail, side);
+        const QString original = m_bothChanged.isEmpty() ? renamed.left(renamed.lastIndexOf(u'.')) : m_bothChanged;
+        Conflict conflict{original, renamed, side == 2};
+        // bisync names the winner just before it renames the loser.
+        if (const auto winner = m_winners.constFind(original); winner != m_winners.cend()) {
+            conflict.remoteWon = *winner;
+            conflict.hasWinner = true;
+        }
+        m_conflicts.append(conflict);
+        // The other side's copy, arriving under the original name, replaces a file.
+        m_conflictLosers.insert(original, side);
+    } else if (message.startsWith(u"- WARNING") && message.contains(u"New or changed in both paths")) {
+        m_bothChanged = message.mid(message.lastIndexOf(u" - ") + 3).toString();
+    } else if (const qsizetype winner = message.indexOf(u": The winner is: Path"); winner > 0) {
+        m_winners.insert(message.left(winner).toString(), message.endsWith(u'2'));
+    } else if (message.startsWith(u"Synching Path1 \"")) {
+        // Synching Path1 "/home/user/Docs/" with Path2 "dav:Docs/"
+        const QList<QStringView> parts = message.split(u'"');
+        if (parts.size() >= 4) {
+            m_roots[0] = parts.at(1).toString();
+            m_roots[1] = parts.at(3).toString();
+        }
+    }
+}

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <QHash>
+#include <QList>
+#include <QString>
+#include <QStringView>
+
+// What a bisync run changed, read from its verbose output line by line
+// beside the progress: each file copied or deleted, and where, and each
+// conflicting copy it renamed. Paths are relative to the folder (and to the
+// target's path). Memory is bounded by the number of changes kept.
+class ChangeParser
+{
+public:
+    enum class Action { added, updated, deleted };
+    struct Change
+    {
+        QString path;
+        Action action;
+        bool toRemote; // where it happened: the remote, or this computer
+        friend bool operator==(const Change &, const Change &) = default;
+    };
+    // A conflict kept as two files: `renamed` is the copy bisync renamed on
+    // one side (and then copied to the other), `original` keeps the name.
+    struct Conflict
+    {
+        QString original;
+        QString renamed;
+        bool renamedOnRemote;  // which side's copy was renamed
+        bool remoteWon = false; // which side's copy kept the name, when bisync chose one
+        bool hasWinner = false;
+        friend bool operator==(const Conflict &, const Conflict &) = default;
+    };
+
+    static constexpr qsizetype kMaxChanges = 5000;
+
+    // One line of bisync's merged output.
+    void addLine(QStringView line);
+
+    const QList<Change> &changes() const { return m_changes; }
+    const QList<Conflict> &conflicts() const { return m_conflicts; }
+    // Changes seen beyond kMaxChanges, counted but not kept.
+    qsizetype droppedChanges() const { return m_dropped; }
+
+private:
+    void add(const QString &path, Action action, bool toRemote);
+    QString relative(QStringView path, int side) const;
+
+    QString m_roots[2];     // "/home/user/Docs/", "dav:Docs/"
+    int m_copiesTo = 0;     // the side the current copy section writes to
+    QHash<QString, int> m_queuedDeletes; // path -> side it is deleted on
+    QHash<QString, int> m_conflictLosers; // deleted to make room for a winner: path -> side
+    QString m_bothChanged;  // the conflict being resolved
+    QHash<QString, bool> m_winners; // path -> whether the remote's copy won
+    QList<Change> m_changes;
+    QList<Conflict> m_conflicts;
+    qsizetype m_dropped = 0;
+};
