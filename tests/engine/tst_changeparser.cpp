@@ -40,16 +40,37 @@ private Q_SLOTS:
                              {"Local new.txt", A::added, true}, {"Trips/Été 2026/plan 🏖.txt", A::added, true},
                              {"old notes.txt", A::deleted, true}}
             << QList<Conflict>{};
+        // A first sync copies both ways; directories are made, not counted.
+        QTest::newRow("first sync") << "changes/first-sync.log"
+            << QList<Change>{{"Shared/Équipe/agenda d'avril.txt", A::added, false}, {"Shared/café ☕.png", A::added, false},
+                             {"from remote.txt", A::added, false}, {"notes.md", A::added, true},
+                             {"l'été.txt", A::added, true}, {"photo 🌅.jpg", A::added, true},
+                             {"Résumé à jour.pdf", A::added, true}, {"Projects/overview.md", A::added, true},
+                             {"readme.txt", A::added, true}, {"Projects/2025/summary.txt", A::added, true},
+                             {"Projects/2025/Q1/budget.csv", A::added, true},
+                             {"Projects/2025/Q1/plan de travail.txt", A::added, true}}
+            << QList<Conflict>{};
+        QTest::newRow("both sides, a directory deleted") << "changes/both-sides.log"
+            << QList<Change>{{"new-remote.txt", A::added, false}, {"Reports 2025/q1 résumé.txt", A::added, false},
+                             {"notes.md", A::updated, false}, {"budget.csv", A::deleted, false},
+                             {"new-local.txt", A::added, true}, {"readme.txt", A::updated, true},
+                             {"archive/2024/mar.txt", A::deleted, true}, {"todo.txt", A::deleted, true}}
+            << QList<Conflict>{};
+        QTest::newRow("deletions only") << "changes/deletions.log"
+            << QList<Change>{{"letter.txt", A::deleted, false}, {"archive/2023/feb.txt", A::deleted, false},
+                             {"plan.txt", A::deleted, true}, {"projects/beta/old.c", A::deleted, true},
+                             {"todo.txt", A::deleted, true}}
+            << QList<Conflict>{};
         // Keep both: each loser renamed on its side and copied over; the
         // winner replaces the file that was renamed away.
-        QTest::newRow("conflicts, keep both") << "preview/conflict-keepboth.log"
-            << QList<Change>{{"plan.txt.conflict1", A::added, false}, {"minutes.txt", A::updated, false},
-                             {"plan.txt", A::updated, true}, {"minutes.txt.conflict1", A::added, true}}
-            << QList<Conflict>{{"minutes.txt", "minutes.txt.conflict1", false, true, true},
-                               {"plan.txt", "plan.txt.conflict1", true, false, true}};
+        QTest::newRow("conflicts, keep both") << "changes/conflict-keepboth.log"
+            << QList<Change>{{"report.txt", A::updated, false}, {"letter.txt.conflict1", A::added, false},
+                             {"letter.txt", A::updated, true}, {"report.txt.conflict1", A::added, true}}
+            << QList<Conflict>{{"letter.txt", "letter.txt.conflict1", true, false, true},
+                               {"report.txt", "report.txt.conflict1", false, true, true}};
         // Newer wins: the loser is deleted and the winner copied over it.
-        QTest::newRow("conflicts, newer wins") << "preview/conflict-newerwins.log"
-            << QList<Change>{{"minutes.txt", A::updated, false}, {"plan.txt", A::updated, true}}
+        QTest::newRow("conflicts, newer wins") << "changes/conflict-newerwins.log"
+            << QList<Change>{{"report.txt", A::updated, false}, {"letter.txt", A::updated, true}}
             << QList<Conflict>{};
     }
     void recordedRuns()
@@ -61,6 +82,17 @@ private Q_SLOTS:
         QCOMPARE(parser.changes(), changes);
         QCOMPARE(parser.conflicts(), conflicts);
         QCOMPARE(parser.droppedChanges(), 0);
+    }
+
+    // A 2,000-file first sync: every file rclone counts, each once.
+    void largeFirstSync()
+    {
+        const ChangeParser parser = parsed("changes/first-sync-2000.log");
+        const qsizetype counted = readFile(TEST_DATA_DIR "/changes/first-sync-2000.count").trimmed().toLongLong();
+        QCOMPARE(counted, 2000);
+        QCOMPARE(parser.changes().size(), counted);
+        QVERIFY(std::all_of(parser.changes().begin(), parser.changes().end(),
+                            [](const Change &change) { return change.action == A::added && change.toRemote; }));
     }
 };
 
