@@ -6,6 +6,7 @@
 #include "platform/QSettingsStore.h"
 #include "platform/TrayHostWatcher.h"
 #include "platform/XdgAutostartLoginItem.h"
+#include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
 #include "platform/DesktopNotifier.h"
@@ -55,9 +56,10 @@ int main(int argc, char *argv[])
     XdgAutostartLoginItem loginItem;
     DesktopNotifier notifier;
     TrayHostWatcher trayHost;
+    ActivityLog activity;
     DesktopAppearance appearance;
     followDesktopAppearance(appearance);
-    NimbrellApp nimbrell({settings, engine, fileEvents, loginItem, defaultConcurrentSyncs(), &notifier, &trayHost});
+    NimbrellApp nimbrell({settings, engine, fileEvents, loginItem, defaultConcurrentSyncs(), &notifier, &trayHost, &activity});
     SyncManager &manager = *nimbrell.syncManager();
     qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),

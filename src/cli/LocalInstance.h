@@ -3,6 +3,7 @@
 #include "engine/RcloneEngine.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/QSettingsStore.h"
+#include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncService.h"
 
@@ -30,6 +31,7 @@ private:
     RcloneEngine m_engine;
     QSettingsStore m_settings;
     InotifyFileEventService m_fileEvents;
+    ActivityLog m_activity;
     SyncManager m_manager;
     SyncService m_service;
 };

@@ -74,8 +74,3 @@ QList<BisyncPlan::Change> BisyncPlan::changes(const QString &localPath) const
     }
     return changes;
 }
-
-bool BisyncPlan::isConflictRename(QStringView line)
-{
-    return line.contains(u"Renaming Path1 copy") || line.contains(u"Renaming Path2 copy");
-}

@@ -27,10 +27,6 @@ public:
     // copy to this computer, when the file is already in `localPath`.
     QList<Change> changes(const QString &localPath = {}) const;
 
-    // A line that reports a conflicting copy being renamed (keep-both's
-    // numbered loser).
-    static bool isConflictRename(QStringView line);
-
 private:
     struct Pending
     {

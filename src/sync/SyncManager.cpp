@@ -1,5 +1,7 @@
 #include "sync/SyncManager.h"
 
+#include "sync/ActivityLog.h"
+
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
 #include "model/UuidString.h"
@@ -49,6 +51,7 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     , m_clock(environment.clock)
     , m_concurrentSyncs(std::max(1, environment.concurrentSyncs))
     , m_automaticRuns(environment.automaticRuns)
+    , m_activity(environment.activity)
 {
     // Absent and 0 both mean "never chosen".
     if (m_globalSyncIntervalMinutes == 0)
@@ -148,6 +151,8 @@ void SyncManager::deleteFolder(const QUuid &id)
     cancelSync(id);
     m_errorDetails.remove(id);
     m_problems.remove(id);
+    if (m_activity)
+        m_activity->removeFolder(id);
     for (qsizetype row = m_folders.size() - 1; row >= 0; --row) {
         if (m_folders.at(row).id == id) {
             emit folderAboutToBeRemoved(row);
@@ -454,6 +459,8 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QSt
         else
             qCCritical(lcSyncManager, "Sync completed with errors for folder ID: %s", qPrintable(uuidString(id)));
     }
+    if (m_activity)
+        m_activity->append(run->activity());
     if (row >= 0)
         emit runCompleted(id, run->conflictCount());
     if (FolderWatcher *watcher = findWatcher(id))

@@ -31,6 +31,8 @@ constexpr int kMaxConcurrentSyncs = 4;
 int defaultConcurrentSyncs();
 
 // What the manager works with.
+class ActivityLog;
+
 struct SyncEnvironment
 {
     SettingsStore &settings;
@@ -42,6 +44,8 @@ struct SyncEnvironment
     // Off for a one-off `nimbrell sync --wait`: no watchers, no periodic
     // check and no sync of every folder at start, whatever the setting says.
     bool automaticRuns = true;
+    // Where each run's changes are written; none when null.
+    ActivityLog *activity = nullptr;
 };
 
 // Who asked for a run: a user's runs start before automatic ones that wait.
@@ -173,6 +177,7 @@ private:
     QTimer m_periodicTimer;
     int m_concurrentSyncs;
     bool m_automaticRuns;
+    ActivityLog *m_activity;
     std::map<QUuid, SyncRun *> m_runs;     // the queued or running run of a folder
     std::map<QUuid, SyncRun *> m_stopping; // cancelled runs whose child has not yet exited
     // Queued runs in the order they start: a user's first, then automatic ones.

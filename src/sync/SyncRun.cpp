@@ -1,6 +1,5 @@
 #include "sync/SyncRun.h"
 
-#include "engine/BisyncPlan.h"
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
 #include "platform/AppLogger.h"
@@ -54,10 +53,8 @@ void SyncRun::nextTarget()
     m_job = m_engine.bisync(
         request, this, [this](const SyncProgress &progress) { targetProgressed(progress); },
         [this](const RcloneStatus &result) { targetFinished(result); });
-    connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) {
-        if (BisyncPlan::isConflictRename(line))
-            ++m_conflicts;
-    });
+    m_changes = ChangeParser();
+    connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_changes.addLine(line); });
     connect(m_job, &RcloneJob::waitingChanged, this, [this](bool waiting) {
         m_isWaitingForEarlier = waiting;
         Q_EMIT waitingChanged();
@@ -79,6 +76,11 @@ void SyncRun::targetProgressed(const SyncProgress &progress)
 void SyncRun::targetFinished(const RcloneStatus &result)
 {
     m_job = nullptr;
+    // What happened happened, also in a run that failed or was stopped.
+    const RemoteTarget &finished = m_folder.remoteTargets.at(m_index);
+    m_activity += ActivityRecord::fromRun(m_folderId, finished.remoteName + u':' + finished.remotePath,
+                                          QDateTime::currentDateTimeUtc(), m_changes);
+    m_conflicts += int(m_changes.conflicts().size());
     if (m_state == State::stopping) {
         Q_EMIT stopped();
         return;

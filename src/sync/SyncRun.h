@@ -1,8 +1,10 @@
 #pragma once
 
+#include "engine/ChangeParser.h"
 #include "engine/RcloneResult.h"
 #include "engine/SyncProgress.h"
 #include "model/SyncFolder.h"
+#include "sync/ActivityLog.h"
 
 #include <QObject>
 #include <QPointer>
@@ -44,8 +46,10 @@ public:
 
     void setOverride(const TargetOverride &override) { m_override = override; }
     void start(const SyncFolder &folder);
-    // Files that bisync found changed on both sides during this run.
+    // Conflicting copies that bisync renamed during this run.
     int conflictCount() const { return m_conflicts; }
+    // What the run changed, target by target, as bisync reported it.
+    const QList<ActivityRecord> &activity() const { return m_activity; }
     // Nothing of the run happens after this. True while its child is still
     // stopping (stopped() follows), false when nothing is left to wait for.
     bool cancel();
@@ -76,6 +80,8 @@ private:
     QStringList m_errors;
     QStringList m_details;
     QPointer<RcloneJob> m_job;
+    ChangeParser m_changes; // of the current target
+    QList<ActivityRecord> m_activity;
     bool m_isWaitingForEarlier = false;
     std::optional<TargetOverride> m_override;
     int m_conflicts = 0;

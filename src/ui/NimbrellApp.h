@@ -10,6 +10,7 @@
 
 #include <memory>
 
+class ActivityLog;
 class AppTheme;
 class DesktopNotifier;
 class FileEventService;
@@ -40,6 +41,8 @@ struct AppServices
     DesktopNotifier *notifier = nullptr;
     // Tells when the desktop has a tray for the icon; no icon when null.
     TrayHostWatcher *trayHost = nullptr;
+    // Where runs write what they changed; nowhere when null.
+    ActivityLog *activity = nullptr;
 };
 
 // The application: the one sync manager and navigation state, the models the

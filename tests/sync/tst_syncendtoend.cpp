@@ -1,6 +1,6 @@
 // The whole road of a sync with the real rclone, real file events and the
 // program's own timings: a change in a local folder reaches both of its remotes
-// without anyone asking.
+// without anyone asking, and the activity file says so.
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
 #include "platform/InotifyFileEventService.h"
@@ -8,6 +8,7 @@
 #include "support/LogCapture.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
+#include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 
 
@@ -33,7 +34,9 @@ private Q_SLOTS:
         settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
         RcloneEngine engine(RcloneSandbox::rclone());
         InotifyFileEventService fileEvents; // 1 s batches
-        SyncManager manager({settings, engine, fileEvents}); // 5 s debounce, 2 s follow-up
+        ActivityLog activity(sandbox.makeDirectory("share") + "/activity.jsonl");
+        // 5 s debounce, 2 s follow-up
+        SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, true, &activity});
 
         SyncFolder folder;
         folder.name = "Documents";
@@ -62,6 +65,18 @@ private Q_SLOTS:
         QVERIFY(stored.remoteTargets[0].hasResynced);
         QVERIFY(stored.remoteTargets[1].hasResynced);
         QCOMPARE(stored.lastError, std::nullopt);
+
+        // Each run's changes, target by target; gone with the folder.
+        QStringList seen;
+        for (const ActivityRecord &record : activity.read()) {
+            QCOMPARE(record.action, ChangeParser::Action::added);
+            QVERIFY(record.onRemote);
+            seen.append(record.target + " " + record.path);
+        }
+        QCOMPARE(seen, (QStringList{"backup:Docs report.txt", "dav:Team Docs report.txt",
+                                    "backup:Docs notes/new note.txt", "dav:Team Docs notes/new note.txt"}));
+        manager.deleteFolder(folder.id);
+        QVERIFY(activity.read().isEmpty());
     }
 
     // More directories than watches: the folder syncs, the limit is logged

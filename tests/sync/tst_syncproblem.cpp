@@ -211,17 +211,6 @@ private Q_SLOTS:
         if (!somePath.isEmpty())
             QVERIFY(changes.contains(BisyncPlan::Change{itsGroup, somePath, itsGroup != Group::toLocal && itsGroup != Group::deletedLocal}));
     }
-
-    void countsConflictRenames()
-    {
-        int keepBoth = 0, newerWins = 0;
-        for (const QString &line : recorded("preview/conflict-keepboth.log").split(u'\n'))
-            keepBoth += BisyncPlan::isConflictRename(RcloneEngine::stripAnsi(line));
-        for (const QString &line : recorded("preview/conflict-newerwins.log").split(u'\n'))
-            newerWins += BisyncPlan::isConflictRename(RcloneEngine::stripAnsi(line));
-        QCOMPARE(keepBoth, 2);
-        QCOMPARE(newerWins, 0);
-    }
 };
 
 QTEST_GUILESS_MAIN(TestSyncProblem)
