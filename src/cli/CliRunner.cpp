@@ -199,6 +199,9 @@ void printStatus(const QJsonObject &report)
         }
         if (const QString error = folder.value(QStringLiteral("error")).toString(); !error.isEmpty() && problems.isEmpty())
             out(line(QStringLiteral("Error"), error));
+        if (const int conflicts = folder.value(QStringLiteral("conflicts")).toInt(); conflicts > 0)
+            out(line(QStringLiteral("Conflicts"), QString::number(conflicts) + (conflicts == 1 ? QStringLiteral(" file kept in two copies")
+                                                                                              : QStringLiteral(" files kept in two copies"))));
     }
 }
 

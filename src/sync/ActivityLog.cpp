@@ -8,6 +8,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QSaveFile>
+#include <QSet>
 #include <QStandardPaths>
 
 namespace {
@@ -32,6 +33,28 @@ QList<ActivityRecord> ActivityRecord::fromRun(const QUuid &folderId, const QStri
                         conflict.hasWinner ? std::optional<bool>(conflict.remoteWon) : std::nullopt});
     }
     return records;
+}
+
+FolderActivity FolderActivity::of(const QList<ActivityRecord> &records, const QUuid &folderId, const QString &localPath)
+{
+    FolderActivity activity;
+    QSet<QString> seen;
+    const QDir local(localPath);
+    for (auto record = records.crbegin(); record != records.crend(); ++record) {
+        if (record->folderId != folderId)
+            continue;
+        if (record->kind == ActivityRecord::Kind::change) {
+            if (!activity.lastChange || record->time > *activity.lastChange)
+                activity.lastChange = record->time;
+            continue;
+        }
+        // Resolved outside (either copy gone), it is no longer open.
+        if (!localPath.isEmpty() && !seen.contains(record->renamed) && QFileInfo::exists(local.filePath(record->path))
+            && QFileInfo::exists(local.filePath(record->renamed)))
+            activity.openConflicts.append(*record);
+        seen.insert(record->renamed);
+    }
+    return activity;
 }
 
 QString ActivityLog::defaultPath()

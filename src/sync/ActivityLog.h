@@ -29,6 +29,16 @@ struct ActivityRecord
                                          const ChangeParser &parser);
 };
 
+// What a folder's activity comes to now: the conflicts still open (both
+// copies still there on this computer) and when the last change was.
+struct FolderActivity
+{
+    QList<ActivityRecord> openConflicts; // newest first, one per renamed copy
+    std::optional<QDateTime> lastChange;
+
+    static FolderActivity of(const QList<ActivityRecord> &records, const QUuid &folderId, const QString &localPath);
+};
+
 // The activity of every folder, newest last, in a file of its own: one JSON
 // record per line, at most kMaxRecords of them. A line that cannot be read
 // is skipped; the folder store is never touched.

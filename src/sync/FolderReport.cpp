@@ -40,7 +40,8 @@ QJsonArray problems(const QList<SyncProblem> &problems)
     return array;
 }
 
-QJsonObject status(const SyncFolder &folder, bool running, bool waiting, const QList<SyncProblem> &problems)
+QJsonObject status(const SyncFolder &folder, bool running, bool waiting, const QList<SyncProblem> &problems,
+                   const FolderActivity &activity)
 {
     QJsonArray targets;
     for (const RemoteTarget &target : folder.remoteTargets)
@@ -64,6 +65,8 @@ QJsonObject status(const SyncFolder &folder, bool running, bool waiting, const Q
         {QStringLiteral("error"),
          folder.lastError ? QJsonValue(Formatting::errorSummary(*folder.lastError)) : QJsonValue()},
         {QStringLiteral("problems"), FolderReport::problems(problems)},
+        {QStringLiteral("conflicts"), int(activity.openConflicts.size())},
+        {QStringLiteral("lastChange"), activity.lastChange ? QJsonValue(isoDate(*activity.lastChange)) : QJsonValue()},
     };
 }
 

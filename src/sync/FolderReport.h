@@ -2,6 +2,7 @@
 
 #include "model/CloudRemote.h"
 #include "model/SyncFolder.h"
+#include "sync/ActivityLog.h"
 #include "sync/SyncProblem.h"
 
 #include <QJsonArray>
@@ -14,9 +15,10 @@ namespace FolderReport {
 
 // What a folder shows: status, last sync, targets, progress, first error line.
 // `running`: a run is queued or under way; `waiting`: it waits for a slot.
-// `problems`: the manager's reading of the folder's failure.
+// `problems`: the manager's reading of the folder's failure; `activity`:
+// its open conflicts and last change.
 QJsonObject status(const SyncFolder &folder, bool running = false, bool waiting = false,
-                   const QList<SyncProblem> &problems = {});
+                   const QList<SyncProblem> &problems = {}, const FolderActivity &activity = {});
 // How a folder is set up: path, targets, filters, conflict policy.
 QJsonObject configuration(const SyncFolder &folder);
 // Per failing target: [{target, kind, title, sentence, action}].

@@ -122,6 +122,8 @@ public:
 
     // A run of the folder is queued or under way.
     bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }
+    // Where runs write what they changed; null when nowhere.
+    ActivityLog *activityLog() const { return m_activity; }
     // The folder's run waits for a slot or for an earlier run of its pair.
     bool isWaiting(const QUuid &id) const;
     // Some run is queued, under way or still stopping.

@@ -127,9 +127,11 @@ void SyncService::serve(InstanceChannel &channel)
 QJsonObject SyncService::statusReport() const
 {
     QJsonArray folders;
+    const QList<ActivityRecord> activity = m_manager.activityLog() ? m_manager.activityLog()->read() : QList<ActivityRecord>();
     for (const SyncFolder &folder : m_manager.folders())
         folders.append(FolderReport::status(folder, m_manager.isRunning(folder.id), m_manager.isWaiting(folder.id),
-                                            m_manager.problems(folder.id)));
+                                            m_manager.problems(folder.id),
+                                            FolderActivity::of(activity, folder.id, folder.localPath)));
     const QJsonValue instance = m_mode == Mode::offline
         ? QJsonValue()
         : QJsonObject{{QStringLiteral("pid"), QCoreApplication::applicationPid()},

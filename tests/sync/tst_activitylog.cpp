@@ -49,6 +49,28 @@ private Q_SLOTS:
         QVERIFY(ActivityLog(m_dir.filePath("none/activity.jsonl")).read().isEmpty());
     }
 
+    // Open conflicts are the ones whose two copies are both still here,
+    // newest first and each once; the last change is the newest change.
+    void whatAFolderComesTo()
+    {
+        const QString local = m_dir.filePath("Docs");
+        for (const char *file : {"a.txt", "a.txt.conflict1", "b.txt", "c.txt", "c.txt.conflict1"})
+            writeFile(local + "/" + file, "x");
+        const auto conflict = [&](const QString &path, int minutes) {
+            return ActivityRecord{m_docs, "gdrive:Docs", m_time.addSecs(60 * minutes), ActivityRecord::Kind::conflict,
+                                  path, A::added, false, path + ".conflict1", true};
+        };
+        ActivityRecord later = change(m_docs, "d.txt");
+        later.time = m_time.addSecs(600);
+        const QList<ActivityRecord> records{change(m_docs, "x"), conflict("a.txt", 1), conflict("b.txt", 2),
+                                            later, conflict("c.txt", 3), conflict("a.txt", 4),
+                                            change(m_photos, "newer elsewhere")};
+        const FolderActivity docs = FolderActivity::of(records, m_docs, local);
+        QCOMPARE(docs.openConflicts, (QList<ActivityRecord>{conflict("a.txt", 4), conflict("c.txt", 3)}));
+        QCOMPARE(docs.lastChange, later.time);
+        QCOMPARE(FolderActivity::of(records, QUuid::createUuid(), local).lastChange, std::nullopt);
+    }
+
     // The newest kMaxRecords stay, the file rewritten whole.
     void keepsTheNewest()
     {
