@@ -14,7 +14,7 @@ const QString kKey = QStringLiteral("color-scheme");
 // Read() answers a variant in a variant; the signal, one variant.
 QVariant unwrapped(QVariant value)
 {
-    while (value.canConvert<QDBusVariant>() && value.userType() == qMetaTypeId<QDBusVariant>())
+    while (value.userType() == qMetaTypeId<QDBusVariant>())
         value = value.value<QDBusVariant>().variant();
     return value;
 }

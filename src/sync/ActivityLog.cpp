@@ -115,15 +115,21 @@ std::optional<ActivityRecord> ActivityLog::decode(QByteArrayView line)
 
 QList<ActivityRecord> ActivityLog::read() const
 {
+    const QFileInfo info(m_path);
+    if (info.size() == m_readSize && info.lastModified() == m_readTime)
+        return m_read;
     QList<ActivityRecord> records;
     QFile file(m_path);
-    if (!file.open(QIODevice::ReadOnly))
-        return records;
-    const QByteArray all = file.readAll();
-    for (const QByteArray &line : all.split('\n')) { // a torn last line is skipped too
-        if (const auto record = decode(line))
-            records.append(*record);
+    if (file.open(QIODevice::ReadOnly)) {
+        const QByteArray all = file.readAll();
+        for (const QByteArray &line : all.split('\n')) { // a torn last line is skipped too
+            if (const auto record = decode(line))
+                records.append(*record);
+        }
     }
+    m_read = records;
+    m_readSize = info.exists() ? info.size() : -1;
+    m_readTime = info.lastModified();
     return records;
 }
 

@@ -68,4 +68,9 @@ private:
 
     QString m_path;
     qsizetype m_lines = -1; // in the file, once known
+    // What read() last found, and the file's size and time then: a status
+    // asked for many times a second reads the file once.
+    mutable QList<ActivityRecord> m_read;
+    mutable qint64 m_readSize = -1;
+    mutable QDateTime m_readTime;
 };

@@ -85,21 +85,26 @@ std::optional<double> RemoteDetailController::usageFraction(const RemoteSpaceInf
     return double(info.used.value_or(0)) / double(*info.total);
 }
 
+std::optional<double> RemoteDetailController::currentFraction() const
+{
+    return m_spaceInfo ? usageFraction(*m_spaceInfo) : std::nullopt;
+}
+
 QVariant RemoteDetailController::usageFractionValue() const
 {
-    const auto fraction = m_spaceInfo ? usageFraction(*m_spaceInfo) : std::nullopt;
+    const auto fraction = currentFraction();
     return fraction ? QVariant(*fraction) : QVariant();
 }
 
 bool RemoteDetailController::usageCritical() const
 {
-    const auto fraction = m_spaceInfo ? usageFraction(*m_spaceInfo) : std::nullopt;
+    const auto fraction = currentFraction();
     return fraction && *fraction > 0.9;
 }
 
 QString RemoteDetailController::usagePercentage() const
 {
-    const auto fraction = m_spaceInfo ? usageFraction(*m_spaceInfo) : std::nullopt;
+    const auto fraction = currentFraction();
     return fraction ? QString::number(qint64(std::trunc(*fraction * 100.0))) + u'%' : QString();
 }
 

@@ -89,6 +89,7 @@ Q_SIGNALS:
     void deleted();
 
 private:
+    std::optional<double> currentFraction() const;
     QVariant figure(std::optional<qint64> RemoteSpaceInfo::*field) const;
 
     QPointer<NimbrellApp> m_app;

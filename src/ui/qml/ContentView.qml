@@ -95,18 +95,23 @@ Item {
                     Accessible.role: Accessible.List
                     Accessible.name: "Sidebar"
 
-                    readonly property int folderRow: nav.page === NavigationState.SyncFolder ? app.folders.rowOf(nav.folderId) : -1
+                    // Asked each time: rows move when other folders come and go.
+                    function folderRow() {
+                        return nav.page === NavigationState.SyncFolder ? app.folders.rowOf(nav.folderId) : -1
+                    }
                     function step(delta) {
                         app.selectAdjacent(delta)
-                        if (folderRow >= 0)
-                            positionViewAtIndex(folderRow, ListView.Contain)
+                        const row = folderRow()
+                        if (row >= 0)
+                            positionViewAtIndex(row, ListView.Contain)
                         else if (nav.page === NavigationState.Dashboard)
                             positionViewAtBeginning()
                         else
                             positionViewAtEnd()
                     }
                     function openSelectedMenu() {
-                        const row = folderRow >= 0 ? itemAtIndex(folderRow) : null
+                        const index = folderRow()
+                        const row = index >= 0 ? itemAtIndex(index) : null
                         if (row)
                             row.openContextMenu()
                     }
@@ -114,7 +119,7 @@ Item {
                     Keys.onDownPressed: step(1)
                     Keys.onReturnPressed: content.focusDetail()
                     Keys.onEnterPressed: content.focusDetail()
-                    Keys.onDeletePressed: if (folderRow >= 0) content.confirmDelete(nav.folderId)
+                    Keys.onDeletePressed: if (folderRow() >= 0) content.confirmDelete(nav.folderId)
                     Keys.onMenuPressed: openSelectedMenu()
                     Keys.onPressed: event => {
                         if (event.key === Qt.Key_F10 && (event.modifiers & Qt.ShiftModifier)) {
