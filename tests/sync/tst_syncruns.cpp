@@ -121,6 +121,7 @@ private Q_SLOTS:
 
     // ---- runs -----------------------------------------------------------
 
+    // The folder was renamed in place since it was added: its bookmark finds it.
     void successfulRunOverAllTargets()
     {
         m_fake->script("bisync", "echo 'Transferred:   	 2 MiB / 4 MiB, 50%, 1 MiB/s, ETA 2s'\n"
@@ -129,6 +130,8 @@ private Q_SLOTS:
         SyncFolder folder = makeFolder("Docs", 2);
         folder.remoteTargets[1].hasResynced = false;
         folder.remoteTargets[1].remotePath = "";
+        folder.localPathBookmarkData = BookmarkService::create(folder.localPath);
+        QVERIFY(QDir().rename(folder.localPath, folder.localPath + " 2026"));
         manager.addFolder(folder);
 
         LogCapture log;
@@ -156,6 +159,7 @@ private Q_SLOTS:
         const QList<QStringList> calls = m_fake->calls();
         QVERIFY(!calls[1].contains("--resync"));
         QVERIFY(calls[3].contains("--resync")); // the second target had never been synced
+        QCOMPARE(calls[3].value(1), folder.localPath + " 2026");
         QCOMPARE(log.count("Starting sync for folder: Docs to 2 target(s)"), 1);
         QCOMPARE(log.count("Sync completed successfully for folder ID: " + uuidString(folder.id)), 1);
 
@@ -220,27 +224,6 @@ private Q_SLOTS:
         QVERIFY(manager.folders()[0].remoteTargets[0].hasResynced);
     }
 
-    // Nothing runs for a folder without targets (nor for an unknown id), and
-    // its watcher is not left waiting for a run that never comes.
-    void folderWithoutTargetsIsNotSynced()
-    {
-        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
-        SyncManager manager(environment({1h, 50ms, 50ms}));
-        const SyncFolder folder = makeFolder("Empty", 0);
-        manager.addFolder(folder);
-        LogCapture log;
-        QVERIFY(!manager.syncFolder(folder.id));
-        QVERIFY(!manager.syncFolder(QUuid::createUuid()));
-        QCOMPARE(manager.folders()[0], folder);
-        QVERIFY(log.messages.isEmpty());
-        QVERIFY(!manager.isRunning(folder.id));
-
-        m_fileEvents.change(folder.localPath);
-        QTest::qWait(150);
-        QVERIFY(!manager.watcher(folder.id)->isSyncing());
-        QVERIFY(m_fake->calls().isEmpty());
-    }
-
     // A cancelled run shows idle at once and runs no further target; the run
     // of a deleted folder, ending later, does not bring the folder back.
     void cancelOrDeleteDuringARun()
@@ -277,26 +260,12 @@ private Q_SLOTS:
         QCOMPARE(log.count("Canceling sync for folder ID: " + uuidString(folder.id)), 1);
     }
 
-    void renamedFolderIsFoundThroughItsBookmark()
-    {
-        QTemporaryDir parent;
-        const QString before = parent.filePath("Projects");
-        QVERIFY(QDir().mkpath(before));
-        SyncFolder folder = makeFolder("Projects", 1);
-        folder.localPath = before;
-        folder.localPathBookmarkData = BookmarkService::create(before);
-        QVERIFY(QDir().rename(before, parent.filePath("Projects 2026")));
-
-        SyncManager manager(environment());
-        manager.addFolder(folder);
-        manager.syncFolder(folder.id);
-        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
-        QCOMPARE(m_fake->calls().last().value(1), parent.filePath("Projects 2026"));
-    }
-
     // ---- one run per folder, a few folders at once ---------------------
 
-    void runsWaitForASlotInTheOrderAsked()
+    // A run waits for a slot, a user's ahead of automatic ones; sync-all skips
+    // a folder that syncs already. Sleep, shutdown and quitting stop every run
+    // and start none until resumed.
+    void runsWaitForASlotThenSuspendAndResume()
     {
         m_fake->script("bisync", kHeldBisync);
         SyncManager manager(environment({1h, 1h, 1h}, 2));
@@ -307,8 +276,9 @@ private Q_SLOTS:
             manager.addFolder(folders.last());
         }
         QSignalSpy activity(&manager, &SyncManager::syncActivityChanged);
-        manager.syncAllFolders();                   // automatic: A, B, C
-        manager.syncFolder(folders[3].id);          // the user's goes ahead of C
+        manager.syncFolder(folders[0].id);
+        manager.syncAllFolders();          // automatic: B, C, D
+        manager.syncFolder(folders[3].id); // the user's goes ahead of C
         QTRY_COMPARE(sorted(bisyncRemotes()), (QStringList{"A:A", "B:B"}));
         QCOMPARE(activity.count(), 1);
         for (const SyncFolder &folder : manager.folders())
@@ -319,11 +289,21 @@ private Q_SLOTS:
         QCOMPARE(manager.folders()[2].status, SyncStatus::idle);
         release("A");
         QTRY_COMPARE(sorted(bisyncRemotes()), (QStringList{"A:A", "B:B", "D:D"}));
+
+        manager.suspendRuns();
+        QCOMPARE(manager.folders()[1].status, SyncStatus::idle);
+        QCOMPARE(storedFolders().value(3).status, SyncStatus::idle);
+        QVERIFY(!manager.syncFolder(folders[2].id));
+        QTRY_VERIFY(!manager.isSyncActive());
+        QCOMPARE(activity.count(), 2);
+        QCOMPARE(bisyncRemotes().size(), 3);
+
+        manager.resumeRuns(); // the stopped runs start again, the cancelled one not
         release("B");
         release("D");
-        QTRY_VERIFY(!manager.isSyncActive());
-        QCOMPARE(bisyncRemotes().size(), 3);
-        QCOMPARE(activity.count(), 2);
+        QTRY_VERIFY(manager.folders()[1].status == SyncStatus::success && manager.folders()[3].status == SyncStatus::success);
+        QCOMPARE(sorted(bisyncRemotes()), (QStringList{"A:A", "B:B", "B:B", "D:D", "D:D"}));
+        QCOMPARE(manager.folders()[2].status, SyncStatus::idle);
     }
 
     // The folder shows idle at once, but its next run starts only once the
@@ -371,36 +351,6 @@ private Q_SLOTS:
         QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
     }
 
-    // Sync-all skips a folder that syncs already. Sleep, shutdown and
-    // quitting stop every run and start none until resumed.
-    void syncAllThenSuspendAndResume()
-    {
-        m_fake->script("bisync", kHeldBisync);
-        SyncManager manager(environment());
-        const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1), c = makeFolder("C", 0);
-        manager.addFolder(a);
-        manager.addFolder(b);
-        manager.addFolder(c);
-        manager.syncFolder(a.id);
-        QTRY_COMPARE(bisyncRemotes().size(), 1);
-        manager.syncAllFolders();
-        QTRY_COMPARE(bisyncRemotes().size(), 2);
-        QCOMPARE(sorted(bisyncRemotes()), (QStringList{"r0:A", "r0:B"}));
-
-        manager.suspendRuns();
-        QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
-        QCOMPARE(storedFolders().value(1).status, SyncStatus::idle);
-        QVERIFY(!manager.syncFolder(c.id) && !manager.syncFolder(a.id));
-        QTRY_VERIFY(!manager.isSyncActive());
-        QCOMPARE(bisyncRemotes().size(), 2);
-
-        manager.resumeRuns(); // the stopped runs start again
-        QTRY_COMPARE(bisyncRemotes().size(), 4);
-        release("r0");
-        QTRY_VERIFY(manager.folders()[0].status == SyncStatus::success && manager.folders()[1].status == SyncStatus::success);
-        QCOMPARE(manager.folders()[2].status, SyncStatus::idle);
-    }
-
     // ---- watching -------------------------------------------------------
 
     // A burst of changes gives one run once it has settled; changes during a
@@ -446,6 +396,8 @@ private Q_SLOTS:
 
     // Switched on, automatic sync watches and syncs every folder, and the
     // watchers follow the folder list; switched off, it stops them all.
+    // Nothing runs for a folder without targets (nor for an unknown id), and
+    // its watcher is not left waiting for a run that never comes.
     void switchingAutomaticSync()
     {
         m_fake->script("bisync", kHeldBisync);
@@ -462,6 +414,12 @@ private Q_SLOTS:
         QCOMPARE(manager.folders()[0].status, SyncStatus::syncing);
         QCOMPARE(manager.folders()[1].status, SyncStatus::syncing);
         QTRY_COMPARE(bisyncRemotes().size(), 2);
+        QVERIFY(!manager.syncFolder(c.id) && !manager.syncFolder(QUuid::createUuid()));
+        m_fileEvents.change(c.localPath);
+        QTest::qWait(400);
+        QVERIFY(!manager.watcher(c.id)->isSyncing() && !manager.isRunning(c.id));
+        QCOMPARE(manager.folders()[2], c);
+        QCOMPARE(bisyncRemotes().size(), 2);
 
         const int created = m_fileEvents.createdCount();
         a.name = "Renamed";
@@ -480,29 +438,16 @@ private Q_SLOTS:
         QVERIFY(!manager.isRunning(a.id) && !manager.isRunning(b.id));
     }
 
-    void startingWithAutomaticSyncSyncsEverything()
-    {
-        SyncFolder busy = makeFolder("Busy", 1);
-        busy.status = SyncStatus::syncing; // saved mid-run before a crash
-        writeStore({busy, makeFolder("Idle", 1)});
-        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
-        SyncManager manager(environment());
-        QCOMPARE(m_fileEvents.watchedPaths().size(), 2);
-        QCOMPARE(m_fileEvents.lastIgnored, manager.ownPaths()); // the program's own writes start nothing
-        QVERIFY(manager.ownPaths().contains(RcloneEngine::workDirectory()));
-        QVERIFY(manager.ownPaths().contains(manager.dataFilePath()));
-        // The folder saved mid-run is synced like any other.
-        QTRY_VERIFY(manager.folders()[0].status == SyncStatus::success && manager.folders()[1].status == SyncStatus::success);
-        QCOMPARE(sorted(bisyncRemotes()), (QStringList{"r0:Busy", "r0:Idle"}));
-    }
-
     // ---- periodic check -------------------------------------------------
 
+    // Automatic sync on at start watches every folder and syncs them all,
+    // also one saved mid-run before a crash; then the ticks sync what is due.
     void periodicCheck()
     {
         m_fake->script("bisync", kHeldBisync);
         m_settings.values.insert(SyncManager::kGlobalSyncIntervalKey, 30);
         SyncFolder never = makeFolder("Never", 1);
+        never.status = SyncStatus::syncing;
         SyncFolder recent = makeFolder("Recent", 1);
         recent.status = SyncStatus::success;
         recent.lastSync = m_now.addSecs(-29 * 60);
@@ -517,8 +462,11 @@ private Q_SLOTS:
 
         m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
         SyncManager enabled(environment({100ms, 1h, 1h}));
-        // Turning it on at start syncs everything at once; let those finish first.
-        QTRY_COMPARE(bisyncRemotes().size(), 3);
+        QCOMPARE(m_fileEvents.watchedPaths().size(), 3);
+        QCOMPARE(m_fileEvents.lastIgnored, enabled.ownPaths()); // the program's own writes start nothing
+        QVERIFY(enabled.ownPaths().contains(RcloneEngine::workDirectory()));
+        QVERIFY(enabled.ownPaths().contains(enabled.dataFilePath()));
+        QTRY_COMPARE(sorted(bisyncRemotes()), (QStringList{"r0:Due", "r0:Never", "r0:Recent"}));
         release("r0");
         QTRY_VERIFY(std::all_of(enabled.folders().begin(), enabled.folders().end(),
                                 [](const SyncFolder &f) { return f.status == SyncStatus::success; }));
