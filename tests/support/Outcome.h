@@ -33,3 +33,15 @@ struct Outcome
         return result.has_value();
     }
 };
+
+// Makes one engine call and waits for its result; a call that gives none in
+// time reads as one that could not start.
+template <typename T, typename Call>
+RcloneResult<T> resultOf(Call call, int timeoutMs = 60000)
+{
+    Outcome<T> outcome;
+    call(outcome.callback());
+    if (!outcome.wait(timeoutMs))
+        return RcloneError{RcloneError::Kind::launchFailed, 0, QStringLiteral("no result in time")};
+    return *outcome.result;
+}
