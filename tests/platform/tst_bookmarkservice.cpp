@@ -36,10 +36,8 @@ private Q_SLOTS:
         // Gone altogether.
         QVERIFY(QDir(parent.filePath("Projects 2026")).removeRecursively());
         QCOMPARE(BookmarkService::resolve(*bookmark).has_value(), false);
-    }
 
-    void refusesWhatItCannotUse()
-    {
+        // Nothing to bookmark, or no bookmark of ours.
         QCOMPARE(BookmarkService::create("/nonexistent/folder"), std::nullopt);
         QCOMPARE(BookmarkService::resolve(QByteArray()).has_value(), false);
         QCOMPARE(BookmarkService::resolve("bookmark bytes").has_value(), false);
