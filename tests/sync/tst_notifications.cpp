@@ -21,44 +21,27 @@
 
 namespace {
 
-// org.freedesktop.Notifications as a desktop has it: records each Notify.
-class FakeServer final : public QDBusVirtualObject
+// A service as a desktop has it: answers the calls of one method and records
+// their arguments. The notification server's Notify, the portal's
+// Settings.Read, a StatusNotifierWatcher's property Get.
+class FakeService final : public QDBusVirtualObject
 {
 public:
-    QList<QVariantList> notified; // app, id, icon, summary, body, actions, hints, timeout
+    FakeService(const QString &member, std::function<QVariant()> answer) : m_member(member), m_answer(std::move(answer)) {}
+    QList<QVariantList> calls;
 
     QString introspect(const QString &) const override { return {}; }
     bool handleMessage(const QDBusMessage &call, const QDBusConnection &bus) override
     {
-        if (call.member() != "Notify")
+        if (call.member() != m_member)
             return bus.send(call.createErrorReply(QDBusError::UnknownMethod, call.member()));
-        QVariantList arguments = call.arguments();
-        arguments[6] = qdbus_cast<QVariantMap>(arguments[6]);
-        notified.append(arguments);
-        return bus.send(call.createReply(uint(notified.size())));
+        calls.append(call.arguments());
+        return bus.send(call.createReply(m_answer()));
     }
-};
 
-// A desktop portal's Settings.Read and a StatusNotifierWatcher's
-// IsStatusNotifierHostRegistered: each answers the value it holds.
-class FakeProperty final : public QDBusVirtualObject
-{
-public:
-    FakeProperty(const QString &member, const QVariant &value, bool doubleWrapped = false)
-        : member(member), value(value), doubleWrapped(doubleWrapped) {}
-    const QString member;
-    QVariant value;
-    const bool doubleWrapped; // Read() answers a variant in a variant
-
-    QString introspect(const QString &) const override { return {}; }
-    bool handleMessage(const QDBusMessage &call, const QDBusConnection &bus) override
-    {
-        if (call.member() != member)
-            return bus.send(call.createErrorReply(QDBusError::UnknownMethod, call.member()));
-        const QVariant answer = doubleWrapped ? QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(value))))
-                                              : QVariant::fromValue(QDBusVariant(value));
-        return bus.send(call.createReply(answer));
-    }
+private:
+    const QString m_member;
+    const std::function<QVariant()> m_answer;
 };
 
 // Fails once with too many deletes, once more the same way, then succeeds
@@ -94,7 +77,7 @@ private Q_SLOTS:
     void tellsFailureOnceRecoveryAndConflictsNeverRoutineSuccess()
     {
         const QString &address = m_bus.address();
-        FakeServer server;
+        FakeService server("Notify", [&server] { return QVariant(uint(server.calls.size())); }); // a notification's id
         QDBusConnection serverBus = QDBusConnection::connectToBus(address, "server");
         QVERIFY(serverBus.registerVirtualObject("/org/freedesktop/Notifications", &server) &&
                 serverBus.registerService("org.freedesktop.Notifications"));
@@ -121,18 +104,18 @@ private Q_SLOTS:
         }
         const auto summaries = [&server] {
             QStringList summaries;
-            for (const QVariantList &call : std::as_const(server.notified))
+            for (const QVariantList &call : std::as_const(server.calls))
                 summaries.append(call.value(3).toString());
             return summaries;
         };
         const QStringList expected{"Docs: Stopped before deleting files", "Docs is back in sync",
                                    "1 file in Docs had conflicting changes"};
         QTRY_COMPARE(summaries(), expected);
-        const QVariantList &first = server.notified.first();
+        const QVariantList &first = server.calls.first(); // app, id, icon, summary, body, actions, hints, timeout
         QCOMPARE(first.mid(0, 3), (QVariantList{"Nimbrell", 0u, "org.nimbrell.Nimbrell"}));
         QVERIFY2(first.value(4).toString().contains("6 of 10 files on gdrive:Docs"), qPrintable(first.value(4).toString()));
         QCOMPARE(first.value(5).toStringList(), (QStringList{"default", "Open"}));
-        QCOMPARE(first.value(6).toMap(), (QVariantMap{{"desktop-entry", "org.nimbrell.Nimbrell"}}));
+        QCOMPARE(qdbus_cast<QVariantMap>(first.value(6)), (QVariantMap{{"desktop-entry", "org.nimbrell.Nimbrell"}}));
 
         // A click on the first one: its folder.
         QSignalSpy activated(&notifier, &DesktopNotifier::activated);
@@ -148,14 +131,15 @@ private Q_SLOTS:
         QVERIFY(manager.syncFolder(folder.id));
         QTRY_COMPARE(completed.size(), 6);
         QTest::qWait(200);
-        QCOMPARE(server.notified.size(), 3);
+        QCOMPARE(server.calls.size(), 3);
     }
 
     // The desktop's light or dark preference from the portal, read at
     // start and followed; another setting's change is not taken for it.
     void colorSchemeFromThePortal()
     {
-        FakeProperty portal("Read", 1u, true);
+        // Read() answers a variant in a variant.
+        FakeService portal("Read", [] { return QVariant::fromValue(QDBusVariant(QVariant::fromValue(QDBusVariant(1u)))); });
         QDBusConnection portalBus = QDBusConnection::connectToBus(m_bus.address(), "portal");
         QVERIFY(portalBus.registerVirtualObject("/org/freedesktop/portal/desktop", &portal) &&
                 portalBus.registerService("org.freedesktop.portal.Desktop"));
@@ -187,7 +171,7 @@ private Q_SLOTS:
         QVERIFY(tray.hasAnswered());
         QVERIFY(!tray.isAvailable());
 
-        FakeProperty watcher("Get", true);
+        FakeService watcher("Get", [] { return QVariant::fromValue(QDBusVariant(true)); });
         QDBusConnection panel = QDBusConnection::connectToBus(m_bus.address(), "panel");
         QVERIFY(panel.registerVirtualObject("/StatusNotifierWatcher", &watcher) &&
                 panel.registerService("org.kde.StatusNotifierWatcher"));
