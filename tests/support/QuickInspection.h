@@ -30,6 +30,19 @@ inline QStringList visibleTexts(QQuickWindow *window)
     return texts;
 }
 
+// Those of the expected texts the window does not show now: none when it shows
+// them all (QCOMPARE names the ones it lacks).
+inline QStringList missing(QQuickWindow *window, const QStringList &expected)
+{
+    const QStringList texts = visibleTexts(window);
+    QStringList absent;
+    for (const QString &text : expected) {
+        if (!texts.contains(text))
+            absent.append(text);
+    }
+    return absent;
+}
+
 // The first visible item that matches, in the order of the visual tree.
 inline QQuickItem *findItem(QQuickWindow *window, const std::function<bool(QQuickItem *)> &matches)
 {
