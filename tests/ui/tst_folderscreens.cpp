@@ -25,6 +25,19 @@
 #include <QTest>
 
 
+namespace {
+// A folder syncing with these targets, each "remote:path".
+SyncFolder folder(const QString &name, const QString &localPath, const QStringList &targets = {})
+{
+    SyncFolder folder;
+    folder.name = name;
+    folder.localPath = localPath;
+    for (const QString &target : targets)
+        folder.remoteTargets.append({QUuid::createUuid(), target.section(':', 0, 0), target.section(':', 1), false});
+    return folder;
+}
+} // namespace
+
 class TestFolderScreens : public QObject
 {
     Q_OBJECT
@@ -36,13 +49,9 @@ class TestFolderScreens : public QObject
     std::unique_ptr<RcloneEngine> m_engine;
     std::unique_ptr<NimbrellApp> m_app;
 
-    void writeStore(const QList<SyncFolder> &folders)
+    QQuickWindow *startApp(const QList<SyncFolder> &folders = {})
     {
         writeFile(m_sandbox->home() + "/.config/rclone/rclone_sync_folders.json", FolderStore::encode(folders).value());
-    }
-
-    QQuickWindow *startApp()
-    {
         m_engine = std::make_unique<RcloneEngine>(RcloneSandbox::rclone());
         m_app = std::make_unique<NimbrellApp>(AppServices{m_settings, *m_engine, m_fileEvents, m_loginItem});
         m_app->start();
@@ -67,76 +76,39 @@ private Q_SLOTS:
         m_sandbox.reset();
     }
 
-    void dashboardWithoutFolders()
+    // The dashboard puts errors first and turns its active-syncs icon while a
+    // sync runs. A failed folder shows its error and its log, which a run
+    // takes away; a folder without targets is idle, and one that does not
+    // exist holds nothing.
+    void dashboardAndFolderStates()
     {
-        QQuickWindow *main = startApp();
-        QTRY_VERIFY(!m_app->remotes()->isLoading());
-        const QStringList texts = visibleTexts(main);
-        for (const char *expected :
-             {"Welcome to Nimbrell", "Manage and monitor all your cloud synchronizations in one place.", "Global Sync",
-              "Paused", "Configured Remotes", "Sync Folders", "Active Syncs", "No Sync Folders Configured",
-              "Get started by adding a cloud remote and creating your first sync folder.", "Create Sync Folder",
-              "Sync All Now", "System Status", "All systems go. Your files are up to date."})
-            QVERIFY2(texts.contains(expected), expected);
-        QCOMPARE(texts.count("0"), 6); // the three cards and the three pills
-    }
-
-    void dashboardPutsErrorsFirst()
-    {
-        SyncFolder busy, broken, quiet;
-        busy.name = "Busy";
-        busy.localPath = m_sandbox->makeDirectory("Busy");
+        SyncFolder busy = folder("Busy", m_sandbox->makeDirectory("Busy"), {"slow:busy"});
         for (int i = 0; i < 300; ++i)
             writeFile(busy.localPath + QStringLiteral("/f%1.txt").arg(i), "x");
         m_sandbox->addWebDav("slow", m_sandbox->makeDirectory("served"), true);
-        busy.remoteTargets = {RemoteTarget{QUuid::createUuid(), "slow", "busy", false}};
-        broken.name = "Broken";
+        m_sandbox->addAlias("backup", m_sandbox->makeDirectory("backup"));
+        SyncFolder broken = folder("Broken", m_sandbox->makeDirectory("home/Broken"), {"backup:y"});
         broken.status = SyncStatus::error;
-        quiet.name = "Quiet";
-        writeStore({busy, broken, quiet});
-        QQuickWindow *main = startApp();
+        broken.lastError = "\n   \nbackup:x — first line\nsecond line";
+        const SyncFolder quiet = folder("Quiet", "/nonexistent/folder");
+        QQuickWindow *main = startApp({busy, broken, quiet});
         m_app->syncManager()->syncFolder(busy.id);
-        QStringList texts = visibleTexts(main);
-        QVERIFY(texts.contains("Needs Attention"));
-        QVERIFY(texts.contains("View Details"));
-        QVERIFY(!texts.contains("Sync in progress..."));
-        QVERIFY(!texts.contains("All systems go. Your files are up to date."));
-
-        // The active-syncs icon turns while a sync runs and stands upright once none does.
+        const QString allGood = "All systems go. Your files are up to date.";
+        QCOMPARE(missing(main, {"Needs Attention", "View Details", "Sync in progress...", allGood}),
+                 (QStringList{"Sync in progress...", allGood}));
         QQuickItem *activeCard = item(main, "activeSyncsCard");
         QTRY_VERIFY(activeCard->property("iconRotation").toDouble() > 0);
-        m_app->syncManager()->cancelSync(busy.id);
+        m_app->syncManager()->cancelSync(busy.id); // upright at once, and it stays so
         QCOMPARE(activeCard->property("iconRotation").toDouble(), 0.0);
         QTest::qWait(100);
         QCOMPARE(activeCard->property("iconRotation").toDouble(), 0.0);
 
-        m_app->syncManager()->cancelSync(broken.id); // back to idle: nothing needs attention
-        QTRY_VERIFY(visibleTexts(main).contains("All systems go. Your files are up to date."));
-        QVERIFY(!visibleTexts(main).contains("Needs Attention"));
-    }
-
-    void errorBannerAndLog()
-    {
-        SyncFolder broken;
-        broken.name = "Broken";
-        broken.localPath = m_sandbox->makeDirectory("home/Broken");
-        m_sandbox->addAlias("backup", m_sandbox->makeDirectory("backup"));
-        broken.remoteTargets = {{QUuid::createUuid(), "backup", "y", false}};
-        broken.status = SyncStatus::error;
-        broken.lastError = "\n   \nbackup:x — first line\nsecond line";
-        writeStore({broken});
-        QQuickWindow *main = startApp();
         m_app->navigation()->showFolder(uuidString(broken.id));
-        QTRY_VERIFY(visibleTexts(main).contains("Last sync failed"));
-        QVERIFY(visibleTexts(main).contains("Sync Error"));
-        QVERIFY(visibleTexts(main).contains("backup:x — first line"));
-        QVERIFY(visibleTexts(main).contains("Never synced"));
-
+        QTRY_COMPARE(missing(main, {"Last sync failed", "Sync Error", "backup:x — first line", "Never synced"}), QStringList());
         QGuiApplication::clipboard()->setText("something else");
         QObject *sheet = main->findChild<QObject *>("errorLogSheet");
         QMetaObject::invokeMethod(sheet, "open");
-        QTRY_VERIFY(visibleTexts(main).contains("Error Log"));
-        QVERIFY(visibleTexts(main).contains("Select text above to copy a portion of the log."));
+        QTRY_COMPARE(missing(main, {"Error Log", "Select text above to copy a portion of the log."}), QStringList());
         QQuickItem *copy = item(main, "copyButton");
         QCOMPARE(copy->property("text").toString(), "Copy Full Log");
         click(main, copy);
@@ -145,11 +117,20 @@ private Q_SLOTS:
         QTest::qWait(1700);
         QCOMPARE(copy->property("text").toString(), "Copied!");
         QTRY_COMPARE_WITH_TIMEOUT(copy->property("text").toString(), "Copy Full Log", 1000);
-
         // A run clears the error under the open sheet: the sheet goes with it.
         QVERIFY(m_app->syncManager()->syncFolder(broken.id));
         QTRY_VERIFY_WITH_TIMEOUT(!sheet->property("visible").toBool(), 30000);
-        QCOMPARE(m_app->syncManager()->folders().first().lastError, std::nullopt);
+        QCOMPARE(m_app->syncManager()->folder(broken.id)->lastError, std::nullopt);
+
+        m_app->navigation()->showFolder(uuidString(quiet.id));
+        QTRY_COMPARE(missing(main, {"Idle — ready to sync", "No remote targets configured"}), QStringList());
+        QTRY_COMPARE(item(main, "filesCard")->property("value").toString(), "0");
+        QCOMPARE(item(main, "sizeCard")->property("value").toString(), "0 B");
+
+        // Nothing failed any more: nothing needs attention.
+        m_app->navigation()->showDashboard();
+        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains(allGood), 30000);
+        QVERIFY(!visibleTexts(main).contains("Needs Attention"));
     }
 
     // The editor's target rows: named buttons that keep the focus through a
@@ -159,14 +140,10 @@ private Q_SLOTS:
     {
         m_sandbox->addRemote("a", {"type = local"});
         m_sandbox->addRemote("b", {"type = local"});
-        SyncFolder folder;
-        folder.name = "Pair";
-        folder.localPath = m_sandbox->makeDirectory("home/Pair");
-        folder.remoteTargets = {{QUuid::createUuid(), "b", "one", false}, {QUuid::createUuid(), "a", "two", false}};
-        writeStore({folder});
-        QQuickWindow *main = startApp();
+        const SyncFolder pair = folder("Pair", m_sandbox->makeDirectory("home/Pair"), {"b:one", "a:two"});
+        QQuickWindow *main = startApp({pair});
         QTRY_COMPARE(m_app->remotes()->count(), 2);
-        m_app->navigation()->showFolder(uuidString(folder.id));
+        m_app->navigation()->showFolder(uuidString(pair.id));
         QTRY_COMPARE(main->findChild<QObject *>("detail")->property("status").toInt(), 1); // Loader.Ready
         QTRY_VERIFY(item(main, "editFolder"));
         click(main, item(main, "editFolder"));
@@ -222,21 +199,14 @@ private Q_SLOTS:
         put(remote + "/ch2.txt", "ch2 edited there", newer);
         put(local + "/only here.txt", "here", old);
         put(remote + "/only there.txt", "there", old);
-        SyncFolder book;
-        book.name = "Book";
-        book.localPath = local;
-        book.status = SyncStatus::error;
-        book.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "", true}};
+        SyncFolder book = folder("Book", local, {"backup:"}), mail = folder("Mail", local, {"backup:"}),
+                   inbox = folder("Inbox", m_sandbox->makeDirectory("home/Inbox"), {"backup:inbox"});
+        book.remoteTargets[0].hasResynced = mail.remoteTargets[0].hasResynced = true;
         book.lastError = "backup: — ERROR : Bisync aborted. Must run --resync to recover.";
-        SyncFolder mail = book, inbox = book;
-        mail.id = QUuid::createUuid();
         mail.lastError = "backup: — CRITICAL: couldn't fetch token: invalid_grant: maybe token expired?";
-        inbox.id = QUuid::createUuid();
-        inbox.localPath = m_sandbox->makeDirectory("home/Inbox");
-        inbox.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "inbox", false}};
         inbox.lastError = "backup:inbox — dial tcp 127.0.0.1:9: connect: connection refused";
-        writeStore({book, mail, inbox});
-        QQuickWindow *main = startApp();
+        book.status = mail.status = inbox.status = SyncStatus::error;
+        QQuickWindow *main = startApp({book, mail, inbox});
         m_app->navigation()->showFolder(uuidString(book.id));
         QTRY_VERIFY(item(main, "problem_needsResync"));
         QVERIFY(visibleTexts(main).contains("Sync history lost"));
@@ -295,22 +265,10 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(m_app->syncManager()->folder(inbox.id)->status == SyncStatus::success, 30000);
     }
 
-    void idleFolderWithoutTargets()
-    {
-        SyncFolder lonely;
-        lonely.name = "Lonely";
-        lonely.localPath = "/nonexistent/folder";
-        writeStore({lonely});
-        QQuickWindow *main = startApp();
-        m_app->navigation()->showFolder(uuidString(lonely.id));
-        QTRY_VERIFY(visibleTexts(main).contains("Idle — ready to sync"));
-        QVERIFY(visibleTexts(main).contains("No remote targets configured"));
-        // A folder that does not exist holds nothing.
-        QTRY_COMPARE(item(main, "filesCard")->property("value").toString(), "0");
-        QCOMPARE(item(main, "sizeCard")->property("value").toString(), "0 B");
-    }
-
-    void remotePanes()
+    // A remote's pane with the real rclone: its storage figures, none from a
+    // WebDAV server, an error for a remote no longer configured. The sheet that
+    // adds one, from the keyboard too, starts afresh each time it opens.
+    void remotes()
     {
         m_sandbox->addRemote("scratch", {"type = local"});
         m_sandbox->addWebDav("dav", m_sandbox->makeDirectory("served"));
@@ -318,48 +276,38 @@ private Q_SLOTS:
         QTRY_COMPARE(m_app->remotes()->count(), 2);
 
         m_app->navigation()->showRemote("scratch");
-        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Total"), 20000);
-        for (const char *expected : {"scratch", "Local", "Name", "Type", "Backend", "local", "Storage", "Used", "Free",
-                                     "Delete Remote"})
-            QVERIFY2(visibleTexts(main).contains(expected), expected);
+        QTRY_COMPARE_WITH_TIMEOUT(missing(main, {"scratch", "Local", "Name", "Type", "Backend", "local", "Storage", "Total",
+                                                 "Used", "Free", "Delete Remote"}),
+                                  QStringList(), 20000);
         QVERIFY(item(main, "usagePercentage"));
-
-        m_app->navigation()->showRemote("dav"); // rclone's WebDAV server reports no figures
-        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Storage info not available for this remote type"), 20000);
-        QVERIFY(visibleTexts(main).contains("WebDAV"));
-
+        m_app->navigation()->showRemote("dav");
+        QTRY_COMPARE_WITH_TIMEOUT(missing(main, {"Storage info not available for this remote type", "WebDAV"}), QStringList(), 20000);
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code"));
-        m_app->navigation()->showRemote("gone"); // no longer configured
-        QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Could not load storage info"), 20000);
-        QVERIFY(visibleTexts(main).contains("Unknown"));
-    }
+        m_app->navigation()->showRemote("gone");
+        QTRY_COMPARE_WITH_TIMEOUT(missing(main, {"Could not load storage info", "Unknown"}), QStringList(), 20000);
 
-    void addRemoteSheet()
-    {
-        QQuickWindow *main = startApp();
-        QMetaObject::invokeMethod(main->findChild<QObject *>("contentView"), "openAddRemote");
-        QTRY_VERIFY(visibleTexts(main).contains("Connect a cloud storage provider to sync."));
-        for (const char *expected : {"Add Remote", "Remote Name", "Provider", "Google Drive", "Dropbox", "OneDrive",
-                                     "Amazon S3", "WebDAV", "Cancel"})
-            QVERIFY2(visibleTexts(main).contains(expected), expected);
+        QObject *contentView = main->findChild<QObject *>("contentView");
+        QMetaObject::invokeMethod(contentView, "openAddRemote");
+        QTRY_COMPARE(missing(main, {"Add Remote", "Connect a cloud storage provider to sync.", "Remote Name", "Provider",
+                                    "Google Drive", "Dropbox", "OneDrive", "Amazon S3", "WebDAV", "Cancel"}),
+                     QStringList());
         QQuickItem *button = item(main, "addAndAuthenticate");
         QCOMPARE(button->property("text").toString(), "Add & Authenticate");
         QVERIFY(!button->isEnabled());
         type(main, item(main, "remoteName"), "My Drive");
         QTRY_VERIFY(button->isEnabled());
         click(main, item(main, "provider-webdav"));
-        QCOMPARE(item(main, "provider-webdav")->property("isSelected").toBool(), true);
-        QCOMPARE(item(main, "provider-drive")->property("isSelected").toBool(), false);
+        QVERIFY(item(main, "provider-webdav")->property("isSelected").toBool());
+        QVERIFY(!item(main, "provider-drive")->property("isSelected").toBool());
         // The arrow keys move the choice between the cards, the focus with it.
         QTest::keyClick(main, Qt::Key_Left);
         QVERIFY(item(main, "provider-s3")->property("isSelected").toBool());
         QVERIFY(item(main, "provider-s3")->hasActiveFocus());
         QTest::keyClick(main, Qt::Key_Up);
         QVERIFY(item(main, "provider-drive")->property("isSelected").toBool());
-        // Reopened, the sheet starts afresh.
         QTest::keyClick(main, Qt::Key_Escape);
         QTRY_VERIFY(!visibleTexts(main).contains("Connect a cloud storage provider to sync."));
-        QMetaObject::invokeMethod(main->findChild<QObject *>("contentView"), "openAddRemote");
+        QMetaObject::invokeMethod(contentView, "openAddRemote");
         QTRY_VERIFY(visibleTexts(main).contains("Connect a cloud storage provider to sync."));
         QCOMPARE(item(main, "remoteName")->property("text").toString(), QString());
         QVERIFY(!item(main, "addAndAuthenticate")->isEnabled());
@@ -435,15 +383,9 @@ private Q_SLOTS:
         // Delete, after the confirmation.
         click(main, item(main, "deleteSync"));
         QTRY_VERIFY(visibleTexts(main).contains("This sync folder and its configuration will be permanently removed."));
-        QObject *dialog = main->findChild<QObject *>("folderDeleteDialog");
-        QVERIFY(dialog);
-        QQuickItem *deleteButton = nullptr;
-        for (QQuickItem *candidate : main->findChildren<QQuickItem *>()) {
-            if (candidate->isVisible() && candidate->inherits("QQuickAbstractButton") &&
-                candidate->property("text").toString() == "Delete")
-                deleteButton = candidate;
-        }
-        click(main, deleteButton);
+        click(main, findItem(main, [](QQuickItem *candidate) {
+                  return candidate->inherits("QQuickAbstractButton") && candidate->property("text").toString() == "Delete";
+              }));
         QTRY_VERIFY(m_app->syncManager()->folders().isEmpty());
         QCOMPARE(m_app->navigation()->selection(), std::nullopt);
         QTRY_VERIFY(visibleTexts(main).contains("No sync folders"));
