@@ -1,5 +1,5 @@
-// The folder pane's logic: byte and error texts, the statistics walk, the
-// editor's save rules, and what a delete leaves selected.
+// The folder pane's logic: the statistics walk, the editor's target rows and
+// save rules, and what cancelling and deleting leave.
 #include "engine/RcloneEngine.h"
 #include "fakes/FakeFileEventService.h"
 #include "fakes/FakeLoginItem.h"
@@ -9,7 +9,6 @@
 #include "sync/SyncManager.h"
 #include "ui/FolderDetailController.h"
 #include "ui/FolderStatistics.h"
-#include "ui/Format.h"
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
 
@@ -30,64 +29,12 @@ private Q_SLOTS:
     void initTestCase() { qputenv("HOME", QFile::encodeName(m_home.path())); }
     void init() { QFile::remove(m_home.filePath(".config/rclone/rclone_sync_folders.json")); }
 
-    void byteCounts_data()
-    {
-        QTest::addColumn<qint64>("bytes");
-        QTest::addColumn<QString>("text");
-        QTest::newRow("zero") << qint64(0) << "0 B";
-        QTest::newRow("512") << qint64(512) << "512 B";
-        QTest::newRow("1023") << qint64(1023) << "1023 B";
-        QTest::newRow("1 KiB") << qint64(1024) << "1 KiB";
-        QTest::newRow("1.50 KiB") << qint64(1536) << "1.50 KiB";
-        QTest::newRow("just below 1 MiB") << qint64(1048575) << "1024.00 KiB";
-        QTest::newRow("1 MiB") << qint64(1048576) << "1 MiB";
-        QTest::newRow("1.50 MiB") << qint64(1572864) << "1.50 MiB";
-        QTest::newRow("GiB") << (qint64(5) << 30) << "5 GiB";
-        QTest::newRow("TiB") << (qint64(3) << 40) + (qint64(1) << 39) << "3.50 TiB";
-        QTest::newRow("PiB") << (qint64(2) << 50) << "2 PiB";
-        QTest::newRow("many PiB") << (qint64(4096) << 50) << "4096 PiB";
-    }
-    void byteCounts()
-    {
-        QFETCH(qint64, bytes);
-        QFETCH(QString, text);
-        QCOMPARE(Formatting::formatByteCount(bytes), text);
-    }
-
-    void errorSummaries_data()
-    {
-        QTest::addColumn<QString>("log");
-        QTest::addColumn<QString>("summary");
-        QTest::newRow("first line") << "r:x — failed\nmore" << "r:x — failed";
-        QTest::newRow("leading blank lines, blanks kept") << "\n  \t\n   first real line  \nsecond"
-                                                           << "   first real line  ";
-        QTest::newRow("carriage returns") << "\r\n\rline\r\n" << "line";
-        QTest::newRow("empty") << "" << "Unknown error";
-        QTest::newRow("only blanks") << " \n\t\n  " << "Unknown error";
-    }
-    void errorSummaries()
-    {
-        QFETCH(QString, log);
-        QFETCH(QString, summary);
-        QCOMPARE(Formatting::errorSummary(log), summary);
-    }
-
-    void percentages()
-    {
-        QCOMPARE(Formatting::percentage(0.425), "42%");
-        QCOMPARE(Formatting::percentage(0.0), "0%");
-        QCOMPARE(Formatting::percentage(0.999), "99%");
-        QCOMPARE(Formatting::percentage(1.0), "100%");
-        QCOMPARE(Formatting::percentage(std::numeric_limits<double>::quiet_NaN()), "0%");
-    }
-
     // Every entry that is not a directory counts, hidden ones too, and a link
     // as itself; the pane has the tree walked on a worker.
     void statistics()
     {
         QTemporaryDir tree;
-        QCOMPARE(FolderStatistics::of(tree.path()), (FolderStatistics{0, 0})); // empty
-        QCOMPARE(FolderStatistics::of(tree.filePath("missing")), (FolderStatistics{0, 0}));
+        QCOMPARE(FolderStatistics::of(tree.path()), (FolderStatistics{0, 0})); // empty (missing: in the window's test)
 
         writeFile(tree.filePath("a.txt"), "12345");
         writeFile(tree.filePath(".hidden"), "12");
@@ -175,13 +122,15 @@ private Q_SLOTS:
         QCOMPARE(created.filters, SyncFilterOptions()); // the switches do not carry over on create
         QCOMPARE(created.conflictResolution, ConflictResolution::localWins);
         QVERIFY(created.localPathBookmarkData.has_value());
-        QCOMPARE(app.navigation()->selection(), SidebarSelection::syncFolder(created.id));
     }
 
-    void savingAnExistingFolderKeepsItsRun()
+    // An edit keeps the folder's run and takes the switches; a cancelled one
+    // changes nothing, and cancelling a new folder closes its pane; a folder
+    // deleted under the editor is not saved back.
+    void editingAFolder()
     {
         NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
-        SyncFolder folder;
+        SyncFolder folder, other;
         folder.name = "Docs";
         folder.localPath = "/nowhere";
         folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "gdrive", "Docs", true}};
@@ -189,11 +138,23 @@ private Q_SLOTS:
         folder.progress = 0.5;
         folder.periodicIntervalMinutes = 30;
         app.syncManager()->addFolder(folder);
-
+        app.syncManager()->addFolder(other);
         FolderDetailController pane;
         pane.setApp(&app);
+        app.navigation()->showNewSyncFolder();
+        pane.cancel(); // a new folder's pane goes away
+        QCOMPARE(app.navigation()->selection(), std::nullopt);
+
         pane.setFolderId(uuidString(folder.id));
         QVERIFY(!pane.isEditing());
+
+        pane.startEditing();
+        pane.setEditName("Changed");
+        pane.cancel();
+        QVERIFY(!pane.isEditing());
+        QCOMPARE(pane.editName(), "Docs");
+        QCOMPARE(app.syncManager()->folders().first().name, "Docs");
+
         pane.startEditing();
         QCOMPARE(pane.editName(), "Docs");
         pane.setEditName("Documents");
@@ -202,55 +163,22 @@ private Q_SLOTS:
         QVERIFY(!pane.isEditing());
         const SyncFolder saved = app.syncManager()->folders().first();
         QCOMPARE(saved.name, "Documents");
-        QVERIFY(saved.filters.excludeHidden); // an edit takes the switches
+        QVERIFY(saved.filters.excludeHidden);
         QCOMPARE(saved.status, SyncStatus::syncing);
         QCOMPARE(saved.progress, 0.5);
         QCOMPARE(saved.periodicIntervalMinutes, 30);
         QVERIFY(saved.remoteTargets[0].hasResynced);
         QCOMPARE(saved.localPathBookmarkData, std::nullopt); // no such folder to bookmark
 
-        // The folder vanishes while the editor is open: saving does nothing.
+        pane.deleteFolder(); // only its own
+        QCOMPARE(app.syncManager()->folders(), QList<SyncFolder>{other});
+
+        pane.setFolderId(uuidString(other.id));
         pane.startEditing();
         pane.setEditName("Gone");
-        app.syncManager()->deleteFolder(folder.id);
+        app.syncManager()->deleteFolder(other.id);
         pane.save();
         QVERIFY(pane.isEditing());
-        QVERIFY(app.syncManager()->folders().isEmpty());
-    }
-
-    void cancellingAndDeleting()
-    {
-        NimbrellApp app({m_settings, m_engine, m_fileEvents, m_loginItem});
-        FolderDetailController pane;
-        pane.setApp(&app);
-        app.navigation()->showNewSyncFolder();
-        pane.cancel(); // a new folder: the pane goes away
-        QCOMPARE(app.navigation()->selection(), std::nullopt);
-
-        SyncFolder folder, other, third;
-        folder.name = "Docs";
-        for (const SyncFolder &f : {folder, other, third})
-            app.syncManager()->addFolder(f);
-        pane.setFolderId(uuidString(folder.id));
-        pane.startEditing();
-        pane.setEditName("Changed");
-        pane.cancel();
-        QVERIFY(!pane.isEditing());
-        QCOMPARE(pane.editName(), "Docs");
-        QCOMPARE(app.syncManager()->folders().first().name, "Docs");
-
-        app.navigation()->showFolder(uuidString(folder.id));
-        pane.deleteFolder();
-        QCOMPARE(app.syncManager()->folders(), (QList<SyncFolder>{other, third}));
-        QCOMPARE(app.navigation()->selection(), std::nullopt);
-
-        // Deleted elsewhere (the sidebar's menu): only the open folder empties the detail.
-        app.navigation()->showFolder(uuidString(third.id));
-        app.deleteFolder(uuidString(other.id));
-        QCOMPARE(app.navigation()->selection(), SidebarSelection::syncFolder(third.id));
-        app.deleteFolder(uuidString(third.id));
-        QCOMPARE(app.navigation()->selection(), std::nullopt);
-        QCOMPARE(app.navigation()->page(), NavigationState::Page::None);
         QVERIFY(app.syncManager()->folders().isEmpty());
     }
 };
