@@ -1,6 +1,6 @@
 #include "engine/ProgressParser.h"
+#include "support/TestFiles.h"
 
-#include <QFile>
 #include <QTest>
 
 Q_DECLARE_METATYPE(SyncProgress)
@@ -91,10 +91,8 @@ private Q_SLOTS:
     // A whole first sync of 20 files (10 MiB) as rclone printed it.
     void realOutput()
     {
-        QFile file(QStringLiteral(TEST_DATA_DIR "/bisync-resync-output.txt"));
-        QVERIFY(file.open(QIODevice::ReadOnly));
         QList<SyncProgress> values;
-        for (const QByteArray &line : file.readAll().split('\n')) {
+        for (const QByteArray &line : readFile(QStringLiteral(TEST_DATA_DIR "/bisync-resync-output.txt")).split('\n')) {
             const QString text = QString::fromUtf8(line);
             for (const QStringView piece : ProgressParser::splitStatistics(text)) {
                 if (const auto progress = ProgressParser::parseLine(piece))

@@ -61,13 +61,10 @@ class TestRcloneEngine : public QObject
     }
 
     // A lock file, written by the process `pid`.
-    void writeLock(const QString &path, qint64 pid)
+    static void writeLock(const QString &path, qint64 pid)
     {
-        QDir().mkpath(QFileInfo(path).path());
-        QFile lock(path);
-        QVERIFY(lock.open(QIODevice::WriteOnly));
-        lock.write(R"({"Session":"_home_ann_Docs..remote_Docs","PID":")" + QByteArray::number(pid) +
-                   R"(","TimeRenewed":"2026-11-21T10:00:00Z","TimeExpires":"0001-01-01T00:00:00Z"})");
+        writeFile(path, R"({"Session":"_home_ann_Docs..remote_Docs","PID":")" + QByteArray::number(pid) +
+                            R"(","TimeRenewed":"2026-11-21T10:00:00Z","TimeExpires":"0001-01-01T00:00:00Z"})");
     }
 
     // A bisync call whose output ends like rclone's when it finds a lock.

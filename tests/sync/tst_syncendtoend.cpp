@@ -11,9 +11,7 @@
 #include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 
-
 using namespace std::chrono_literals;
-
 
 class TestSyncEndToEnd : public QObject
 {
@@ -57,9 +55,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(readFile(served + "/Team Docs/notes/new note.txt"), QByteArray("second"), 30000);
         QTRY_COMPARE_WITH_TIMEOUT(manager.folders()[0].status, SyncStatus::success, 30000);
 
-        QFile store(manager.dataFilePath());
-        QVERIFY(store.open(QIODevice::ReadOnly));
-        const SyncFolder stored = FolderStore::decode(store.readAll()).value().value(0);
+        const SyncFolder stored = FolderStore::decode(readFile(manager.dataFilePath())).value().value(0);
         QCOMPARE(stored.status, SyncStatus::success);
         QVERIFY(stored.lastSync.value() > changedAt.addSecs(5)); // the run came after the quiet time
         QVERIFY(stored.remoteTargets[0].hasResynced);

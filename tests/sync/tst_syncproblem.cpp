@@ -2,10 +2,9 @@
 // rclone (tests/data/problems, tests/data/preview).
 #include "engine/BisyncPlan.h"
 #include "engine/RcloneEngine.h"
+#include "support/TestFiles.h"
 #include "sync/SyncProblem.h"
 
-#include <QDir>
-#include <QFile>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -17,10 +16,7 @@ namespace {
 
 QString recorded(const QString &name)
 {
-    QFile file(QStringLiteral(TEST_DATA_DIR "/") + name);
-    if (!file.open(QIODevice::ReadOnly))
-        qFatal("missing %s", qPrintable(file.fileName()));
-    return QString::fromUtf8(file.readAll());
+    return QString::fromUtf8(readFile(QStringLiteral(TEST_DATA_DIR "/") + name));
 }
 
 // What a failed run leaves: the entry (the last 15 lines, without colour)
@@ -60,10 +56,8 @@ private Q_SLOTS:
     {
         QVERIFY(QDir().mkpath(folder()) && QDir().mkpath(emptyFolder()));
         // Two of the files a recorded resync copies to this computer are here already.
-        for (const char *name : {"/a.txt", "/ch2.txt", "/ch4.txt"}) {
-            QFile file(folder() + name);
-            QVERIFY(file.open(QIODevice::WriteOnly));
-        }
+        for (const char *name : {"/a.txt", "/ch2.txt", "/ch4.txt"})
+            writeFile(folder() + name, {});
     }
 
     // Each kind, from a real output where one can be made here. `restarted`:
