@@ -105,16 +105,13 @@ private Q_SLOTS:
         QTest::addColumn<int>("kind"); // -1: a usage error
         QTest::addColumn<QStringList>("folders");
         QTest::addColumn<QString>("flags"); // j(son) a(ll) w(ait)
-        QTest::newRow("nothing: the window") << QStringList{} << int(Kind::window) << QStringList{} << "";
+        // No arguments, --headless, sync --wait of all, cancel --all: run by the tests below.
         QTest::newRow("Qt's options go to the window") << QStringList{"-platform", "offscreen"} << int(Kind::window) << QStringList{} << "";
         QTest::newRow("help anywhere") << QStringList{"sync", "Docs", "--help"} << int(Kind::help) << QStringList{} << "";
         QTest::newRow("--help after -- is a name") << QStringList{"status", "--", "--help"} << int(Kind::status) << QStringList{"--help"} << "";
         QTest::newRow("version") << QStringList{"--version"} << int(Kind::version) << QStringList{} << "";
-        QTest::newRow("headless") << QStringList{"--headless"} << int(Kind::headless) << QStringList{} << "";
         QTest::newRow("status of two") << QStringList{"status", "--json", "a b", "c"} << int(Kind::status) << QStringList{"a b", "c"} << "j";
-        QTest::newRow("sync with no folder: all") << QStringList{"sync", "--wait"} << int(Kind::sync) << QStringList{} << "aw";
         QTest::newRow("dash names after --") << QStringList{"sync", "--wait", "--", "-x", "--all"} << int(Kind::sync) << QStringList{"-x", "--all"} << "w";
-        QTest::newRow("cancel all") << QStringList{"cancel", "--all"} << int(Kind::cancel) << QStringList{} << "a";
         QTest::newRow("open one") << QStringList{"open", "Docs"} << int(Kind::open) << QStringList{"Docs"} << "";
         QTest::newRow("unknown command") << QStringList{"frobnicate"} << -1 << QStringList{} << "unknown command 'frobnicate'";
         QTest::newRow("unknown long option") << QStringList{"--frobnicate"} << -1 << QStringList{} << "unknown option";
