@@ -31,10 +31,10 @@ public:
         file.write(bash);
     }
 
-    // The arguments of every call so far, in order, as the bytes rclone got.
-    QList<QByteArrayList> rawCalls() const
+    // The arguments of every call so far, in order.
+    QList<QStringList> calls() const
     {
-        QList<QByteArrayList> calls;
+        QList<QStringList> calls;
         const QDir callDir(m_dir.filePath(QStringLiteral("calls")));
         for (const QString &name : callDir.entryList({QStringLiteral("[0-9][0-9][0-9][0-9]")}, QDir::Files, QDir::Name)) {
             QFile file(callDir.filePath(name));
@@ -42,17 +42,8 @@ public:
                 continue;
             QByteArray bytes = file.readAll();
             bytes.chop(1); // the last NUL
-            calls.append(bytes.isEmpty() ? QByteArrayList() : bytes.split('\0'));
-        }
-        return calls;
-    }
-
-    QList<QStringList> calls() const
-    {
-        QList<QStringList> calls;
-        for (const QByteArrayList &raw : rawCalls()) {
             QStringList arguments;
-            for (const QByteArray &argument : raw)
+            for (const QByteArray &argument : bytes.isEmpty() ? QByteArrayList() : bytes.split('\0'))
                 arguments.append(QString::fromUtf8(argument));
             calls.append(arguments);
         }
