@@ -133,54 +133,6 @@ private Q_SLOTS:
         QVERIFY(!visibleTexts(main).contains("Needs Attention"));
     }
 
-    // The editor's target rows: named buttons that keep the focus through a
-    // move, and remote choosers that follow the row's remote when the remote
-    // list is read again under them.
-    void editorTargetRows()
-    {
-        m_sandbox->addRemote("a", {"type = local"});
-        m_sandbox->addRemote("b", {"type = local"});
-        const SyncFolder pair = folder("Pair", m_sandbox->makeDirectory("home/Pair"), {"b:one", "a:two"});
-        QQuickWindow *main = startApp({pair});
-        QTRY_COMPARE(m_app->remotes()->count(), 2);
-        m_app->navigation()->showFolder(uuidString(pair.id));
-        QTRY_COMPARE(main->findChild<QObject *>("detail")->property("status").toInt(), 1); // Loader.Ready
-        QTRY_VERIFY(item(main, "editFolder"));
-        click(main, item(main, "editFolder"));
-        QTRY_VERIFY(item(main, "moveTargetDown"));
-        const auto all = [&](const char *name, const char *property) {
-            QStringList values;
-            findItem(main, [&](QQuickItem *candidate) {
-                if (candidate->objectName() == QLatin1String(name))
-                    values.append(candidate->property(property).toString());
-                return false;
-            });
-            return values;
-        };
-        QCOMPARE(all("moveTargetUp", "toolTip"), (QStringList{"Move Up", "Move Up"}));
-        QCOMPARE(all("removeTarget", "text"), (QStringList{"Remove Target", "Remove Target"}));
-        QCOMPARE(all("targetRemote", "displayText"), (QStringList{"b", "a"}));
-
-        findItem(main, [](QQuickItem *candidate) { return candidate->objectName() == "moveTargetDown"; })
-            ->forceActiveFocus(Qt::TabFocusReason);
-        QTest::keyClick(main, Qt::Key_Space);
-        QTRY_COMPARE(all("targetRemote", "displayText"), (QStringList{"a", "b"}));
-        // The moved row is the last one: its Up button has the focus.
-        QTRY_COMPARE(main->activeFocusItem()->objectName(), "moveTargetUp");
-        QCOMPARE(all("targetPath", "text"), (QStringList{"two", "one"}));
-
-        // "a" is deleted meanwhile: "b" moves up in the list.
-        QSignalSpy removed(m_app->engine()->run({"config", "delete", "a"}, nullptr, {}), &QObject::destroyed);
-        QVERIFY(removed.wait());
-        m_app->remotes()->reload();
-        QTRY_COMPARE(m_app->remotes()->count(), 1);
-        QCOMPARE(all("targetRemote", "displayText"), (QStringList{"a", "b"}));
-        QTRY_COMPARE(all("targetRemote", "currentIndex"), (QStringList{"-1", "0"}));
-        click(main, item(main, "confirmEdit"));
-        QTRY_COMPARE(m_app->syncManager()->folders().first().remoteTargets.value(1).remoteName, "b");
-        QCOMPARE(m_app->syncManager()->folders().first().remoteTargets.value(0).remoteName, "a");
-    }
-
     // Each problem's button does what it says, with the real rclone: the
     // reviews preview without changing anything and apply what they showed.
     void problemActions()
@@ -265,18 +217,23 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(m_app->syncManager()->folder(inbox.id)->status == SyncStatus::success, 30000);
     }
 
-    // A remote's pane with the real rclone: its storage figures, none from a
-    // WebDAV server, an error for a remote no longer configured. The sheet that
-    // adds one, from the keyboard too, starts afresh each time it opens.
-    void remotes()
+    // The remotes with the real rclone. A remote's pane: its storage figures,
+    // none from a WebDAV server, an error for a remote no longer configured.
+    // The sheet that adds one, from the keyboard too, starts afresh each time
+    // it opens. The editor's target rows: named buttons that keep the focus
+    // through a move, and remote choosers that follow the row's remote when
+    // the remote list is read again under them.
+    void remotesAndTargetRows()
     {
-        m_sandbox->addRemote("scratch", {"type = local"});
+        m_sandbox->addRemote("a", {"type = local"});
+        m_sandbox->addRemote("b", {"type = local"});
         m_sandbox->addWebDav("dav", m_sandbox->makeDirectory("served"));
-        QQuickWindow *main = startApp();
-        QTRY_COMPARE(m_app->remotes()->count(), 2);
+        const SyncFolder pair = folder("Pair", m_sandbox->makeDirectory("home/Pair"), {"b:one", "a:two"});
+        QQuickWindow *main = startApp({pair});
+        QTRY_COMPARE(m_app->remotes()->count(), 3);
 
-        m_app->navigation()->showRemote("scratch");
-        QTRY_COMPARE_WITH_TIMEOUT(missing(main, {"scratch", "Local", "Name", "Type", "Backend", "local", "Storage", "Total",
+        m_app->navigation()->showRemote("a");
+        QTRY_COMPARE_WITH_TIMEOUT(missing(main, {"Local", "Name", "Type", "Backend", "local", "Storage", "Total",
                                                  "Used", "Free", "Delete Remote"}),
                                   QStringList(), 20000);
         QVERIFY(item(main, "usagePercentage"));
@@ -311,6 +268,44 @@ private Q_SLOTS:
         QTRY_VERIFY(visibleTexts(main).contains("Connect a cloud storage provider to sync."));
         QCOMPARE(item(main, "remoteName")->property("text").toString(), QString());
         QVERIFY(!item(main, "addAndAuthenticate")->isEnabled());
+        QTest::keyClick(main, Qt::Key_Escape);
+
+        m_app->navigation()->showFolder(uuidString(pair.id));
+        QTRY_COMPARE(main->findChild<QObject *>("detail")->property("status").toInt(), 1); // Loader.Ready
+        QTRY_VERIFY(item(main, "editFolder"));
+        click(main, item(main, "editFolder"));
+        QTRY_VERIFY(item(main, "moveTargetDown"));
+        const auto all = [&](const char *name, const char *property) {
+            QStringList values;
+            findItem(main, [&](QQuickItem *candidate) {
+                if (candidate->objectName() == QLatin1String(name))
+                    values.append(candidate->property(property).toString());
+                return false;
+            });
+            return values;
+        };
+        QCOMPARE(all("moveTargetUp", "toolTip"), (QStringList{"Move Up", "Move Up"}));
+        QCOMPARE(all("removeTarget", "text"), (QStringList{"Remove Target", "Remove Target"}));
+        QCOMPARE(all("targetRemote", "displayText"), (QStringList{"b", "a"}));
+
+        findItem(main, [](QQuickItem *candidate) { return candidate->objectName() == "moveTargetDown"; })
+            ->forceActiveFocus(Qt::TabFocusReason);
+        QTest::keyClick(main, Qt::Key_Space);
+        QTRY_COMPARE(all("targetRemote", "displayText"), (QStringList{"a", "b"}));
+        // The moved row is the last one: its Up button has the focus.
+        QTRY_COMPARE(main->activeFocusItem()->objectName(), "moveTargetUp");
+        QCOMPARE(all("targetPath", "text"), (QStringList{"two", "one"}));
+
+        // "a" is deleted meanwhile: "b" moves up in the list.
+        QSignalSpy removed(m_app->engine()->run({"config", "delete", "a"}, nullptr, {}), &QObject::destroyed);
+        QVERIFY(removed.wait());
+        m_app->remotes()->reload();
+        QTRY_COMPARE(m_app->remotes()->count(), 2);
+        QCOMPARE(all("targetRemote", "displayText"), (QStringList{"a", "b"}));
+        QTRY_COMPARE(all("targetRemote", "currentIndex"), (QStringList{"-1", "0"}));
+        click(main, item(main, "confirmEdit"));
+        QTRY_COMPARE(m_app->syncManager()->folders().first().remoteTargets.value(1).remoteName, "b");
+        QCOMPARE(m_app->syncManager()->folders().first().remoteTargets.value(0).remoteName, "a");
     }
 
     void createSyncEditAbortDelete()
