@@ -14,11 +14,6 @@
 
 #include <csignal>
 
-namespace {
-// How the program ends in the middle of an upload.
-enum class Stop { terminate, quit, kill, displayLost };
-} // namespace
-
 class TestLifecycle : public QObject
 {
     Q_OBJECT
@@ -129,18 +124,16 @@ private Q_SLOTS:
     // rclone; a dead one leaves it orphaned, to stop by itself.
     void stoppedDuringAnUpload_data()
     {
-        QTest::addColumn<int>("how");
-        QTest::newRow("SIGTERM") << int(Stop::terminate);
-        QTest::newRow("Quit") << int(Stop::quit);
-        QTest::newRow("kill -9") << int(Stop::kill);
-        QTest::newRow("display gone") << int(Stop::displayLost);
+        QTest::addColumn<QByteArray>("how");
+        for (const char *how : {"SIGTERM", "Quit", "kill -9", "display gone"})
+            QTest::newRow(how) << QByteArray(how);
     }
     void stoppedDuringAnUpload()
     {
-        QFETCH(int, how);
+        QFETCH(QByteArray, how);
         prepare();
         QProcess xserver, program;
-        if (how == int(Stop::displayLost)) {
+        if (how == "display gone") {
             int display = 90;
             while (QFileInfo::exists(QStringLiteral("/tmp/.X11-unix/X%1").arg(display)))
                 ++display;
@@ -155,22 +148,22 @@ private Q_SLOTS:
         }
         waitForTransfer();
         QCOMPARE(rclonesOfThisHome().size(), 1);
-        const bool quits = how == int(Stop::terminate) || how == int(Stop::quit);
-        if (how == int(Stop::terminate)) {
+        const bool quits = how == "SIGTERM" || how == "Quit";
+        if (how == "SIGTERM") {
             program.terminate();
-        } else if (how == int(Stop::quit)) {
+        } else if (how == "Quit") {
             QLocalSocket socket;
             socket.connectToServer(instanceSocket());
             QVERIFY(socket.waitForConnected(5000));
             socket.write("{\"nimbrell\":1,\"command\":\"quit\"}\n");
             QVERIFY(socket.waitForReadyRead(5000));
             QCOMPARE(QJsonDocument::fromJson(socket.readLine()).object().value("ok").toBool(), true);
-        } else if (how == int(Stop::kill)) {
+        } else if (how == "kill -9") {
             ::kill(pid_t(program.processId()), SIGKILL);
         } else {
             xserver.kill();
         }
-        QVERIFY(program.waitForFinished(quits ? 150000 : how == int(Stop::kill) ? 10000 : 30000));
+        QVERIFY(program.waitForFinished(quits ? 150000 : how == "kill -9" ? 10000 : 30000));
         if (quits) {
             QCOMPARE(program.exitStatus(), QProcess::NormalExit);
             QCOMPARE(program.exitCode(), 0);
