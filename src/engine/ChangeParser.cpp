@@ -73,7 +73,7 @@ void ChangeParser::addLine(QStringView raw)
             add(path, Action::deleted, *queued == 2);
             m_queuedDeletes.erase(queued);
         } else {
-            m_conflictLosers.insert(path, 0);
+            m_conflictLosers.insert(path);
         }
     } else if (sideAndTail(message, u"Queue delete", side, tail)) {
         m_queuedDeletes.insert(relative(tail, side), side);
@@ -83,15 +83,13 @@ void ChangeParser::addLine(QStringView raw)
     } else if (sideAndTail(message, u"Renaming Path", side, tail)) {
         const QString renamed = relative(tail, side);
         const QString original = m_bothChanged.isEmpty() ? renamed.left(renamed.lastIndexOf(u'.')) : m_bothChanged;
-        Conflict conflict{original, renamed, side == 2};
+        Conflict conflict{original, renamed, side == 2, std::nullopt};
         // bisync names the winner just before it renames the loser.
-        if (const auto winner = m_winners.constFind(original); winner != m_winners.cend()) {
+        if (const auto winner = m_winners.constFind(original); winner != m_winners.cend())
             conflict.remoteWon = *winner;
-            conflict.hasWinner = true;
-        }
         m_conflicts.append(conflict);
         // The other side's copy, arriving under the original name, replaces a file.
-        m_conflictLosers.insert(original, side);
+        m_conflictLosers.insert(original);
     } else if (message.startsWith(u"- WARNING") && message.contains(u"New or changed in both paths")) {
         m_bothChanged = message.mid(message.lastIndexOf(u" - ") + 3).toString();
     } else if (const qsizetype winner = message.indexOf(u": The winner is: Path"); winner > 0) {

@@ -2,8 +2,11 @@
 
 #include <QHash>
 #include <QList>
+#include <QSet>
 #include <QString>
 #include <QStringView>
+
+#include <optional>
 
 // What a bisync run changed, read from its verbose output line by line
 // beside the progress: each file copied or deleted, and where, and each
@@ -27,8 +30,7 @@ public:
         QString original;
         QString renamed;
         bool renamedOnRemote;  // which side's copy was renamed
-        bool remoteWon = false; // which side's copy kept the name, when bisync chose one
-        bool hasWinner = false;
+        std::optional<bool> remoteWon; // which side's copy kept the name, when bisync chose one
         friend bool operator==(const Conflict &, const Conflict &) = default;
     };
 
@@ -49,7 +51,7 @@ private:
     QString m_roots[2];     // "/home/user/Docs/", "dav:Docs/"
     int m_copiesTo = 0;     // the side the current copy section writes to
     QHash<QString, int> m_queuedDeletes; // path -> side it is deleted on
-    QHash<QString, int> m_conflictLosers; // deleted to make room for a winner: path -> side
+    QSet<QString> m_conflictLosers; // deleted or renamed away to make room for a winner
     QString m_bothChanged;  // the conflict being resolved
     QHash<QString, bool> m_winners; // path -> whether the remote's copy won
     QList<Change> m_changes;

@@ -29,8 +29,7 @@ QList<ActivityRecord> ActivityRecord::fromRun(const QUuid &folderId, const QStri
         records.append({folderId, target, time, Kind::change, change.path, change.action, change.toRemote, {}, {}});
     for (const ChangeParser::Conflict &conflict : parser.conflicts()) {
         records.append({folderId, target, time, Kind::conflict, conflict.original, ChangeParser::Action::added,
-                        conflict.renamedOnRemote, conflict.renamed,
-                        conflict.hasWinner ? std::optional<bool>(conflict.remoteWon) : std::nullopt});
+                        conflict.renamedOnRemote, conflict.renamed, conflict.remoteWon});
     }
     return records;
 }

@@ -66,8 +66,8 @@ private Q_SLOTS:
         QTest::newRow("conflicts, keep both") << "changes/conflict-keepboth.log"
             << QList<Change>{{"report.txt", A::updated, false}, {"letter.txt.conflict1", A::added, false},
                              {"letter.txt", A::updated, true}, {"report.txt.conflict1", A::added, true}}
-            << QList<Conflict>{{"letter.txt", "letter.txt.conflict1", true, false, true},
-                               {"report.txt", "report.txt.conflict1", false, true, true}};
+            << QList<Conflict>{{"letter.txt", "letter.txt.conflict1", true, false},
+                               {"report.txt", "report.txt.conflict1", false, true}};
         // Newer wins: the loser is deleted and the winner copied over it.
         QTest::newRow("conflicts, newer wins") << "changes/conflict-newerwins.log"
             << QList<Change>{{"report.txt", A::updated, false}, {"letter.txt", A::updated, true}}
