@@ -171,7 +171,9 @@ private Q_SLOTS:
             QCOMPARE(storedStatus(), SyncStatus::idle);
         }
         QTRY_VERIFY_WITH_TIMEOUT(rclonesOfThisHome().isEmpty(), 120000);
-        QVERIFY(locks().isEmpty());
+        // An exiting rclone can vanish from the process list (its command
+        // line empties) a moment before it has removed its lock.
+        QTRY_VERIFY_WITH_TIMEOUT(locks().isEmpty(), 10000);
         nextStartSucceeds();
         xserver.waitForFinished();
     }
