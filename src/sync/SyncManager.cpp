@@ -13,6 +13,7 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QPointer>
 #include <QSaveFile>
 #include <QSet>
 #include <QStandardPaths>
@@ -59,6 +60,8 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
 
     loadFolders();
     updateWatchers();
+    for (const SyncFolder &folder : std::as_const(m_folders))
+        recheckConflicts(folder.id);
 
     m_periodicTimer.setInterval(m_timings.periodicCheck);
     connect(&m_periodicTimer, &QTimer::timeout, this, &SyncManager::periodicCheck);
@@ -151,6 +154,7 @@ void SyncManager::deleteFolder(const QUuid &id)
     cancelSync(id);
     m_errorDetails.remove(id);
     m_problems.remove(id);
+    m_openConflicts.remove(id);
     if (m_activity)
         m_activity->removeFolder(id);
     for (qsizetype row = m_folders.size() - 1; row >= 0; --row) {
@@ -461,8 +465,10 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QSt
     }
     if (m_activity)
         m_activity->append(run->activity());
-    if (row >= 0)
+    if (row >= 0) {
+        recheckConflicts(id);
         emit runCompleted(id, run->conflictCount());
+    }
     if (FolderWatcher *watcher = findWatcher(id))
         watcher->syncDidFinish();
     if (m_followUps.remove(id))
@@ -478,6 +484,50 @@ void SyncManager::runStopped(SyncRun *run)
     run->deleteLater();
     updateActivity();
     startQueuedRuns();
+}
+
+void SyncManager::recheckConflicts(const QUuid &id)
+{
+    const std::optional<SyncFolder> checked = folder(id);
+    if (!m_activity || !checked)
+        return;
+    QList<ActivityRecord> open = FolderActivity::of(m_activity->read(), id, checked->localPath).openConflicts;
+    if (open == m_openConflicts.value(id))
+        return;
+    if (open.isEmpty())
+        m_openConflicts.remove(id);
+    else
+        m_openConflicts.insert(id, open);
+    emit openConflictsChanged(id);
+    notifyFolder(id);
+}
+
+void SyncManager::settleConflict(const QUuid &id, qsizetype conflict, ConflictCopies::Choice choice,
+                                 const QObject *context, const std::function<void(const QString &error)> &done)
+{
+    const std::optional<SyncFolder> settled = folder(id);
+    const QList<ActivityRecord> open = openConflicts(id);
+    if (!settled || conflict < 0 || conflict >= open.size())
+        return done(QStringLiteral("This conflict is no longer open."));
+    // A run reads the folder now: what it reads must not change under it.
+    if (isRunning(id) || isHeld(id))
+        return done(QStringLiteral("Wait for the sync to finish, then try again."));
+    const ActivityRecord record = open.at(conflict);
+    ConflictCopies copies(settled->localPath, record);
+    const QStringList remoteCopy = copies.remoteCopy(choice);
+    const QString error = copies.settle(choice);
+    recheckConflicts(id);
+    if (!error.isEmpty() || remoteCopy.isEmpty())
+        return done(error);
+    holdRuns(id);
+    m_engine.run(remoteCopy, this, [this, id, done, context = QPointer<const QObject>(context), target = record.target](
+                                       const RcloneResult<QString> &result) {
+        releaseRuns(id);
+        if (context)
+            done(result.ok() ? QString()
+                             : QStringLiteral("Kept on this computer, but %1 could not be updated: %2")
+                                   .arg(target, result.errorDescription()));
+    });
 }
 
 void SyncManager::notifyFolder(const QUuid &id)

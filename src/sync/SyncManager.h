@@ -1,6 +1,8 @@
 #pragma once
 
 #include "model/SyncFolder.h"
+#include "sync/ActivityLog.h"
+#include "sync/ConflictCopies.h"
 #include "sync/SyncProblem.h"
 #include "sync/SyncTimings.h"
 
@@ -31,8 +33,6 @@ constexpr int kMaxConcurrentSyncs = 4;
 int defaultConcurrentSyncs();
 
 // What the manager works with.
-class ActivityLog;
-
 struct SyncEnvironment
 {
     SettingsStore &settings;
@@ -124,6 +124,18 @@ public:
     bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }
     // Where runs write what they changed; null when nowhere.
     ActivityLog *activityLog() const { return m_activity; }
+    // The conflicts of the folder's runs whose two copies are both still on
+    // this computer, newest first.
+    QList<ActivityRecord> openConflicts(const QUuid &id) const { return m_openConflicts.value(id); }
+    // Looks again whether the folder's conflicts are open: after one was
+    // settled, here or in a file manager.
+    void recheckConflicts(const QUuid &id);
+    // Settles the folder's open conflict `conflict` (an index into
+    // openConflicts) as `choice` says: on this computer, then on the remote
+    // where the next run cannot do it (its runs wait meanwhile). `done` gets
+    // an error sentence, or an empty one.
+    void settleConflict(const QUuid &id, qsizetype conflict, ConflictCopies::Choice choice, const QObject *context,
+                        const std::function<void(const QString &error)> &done);
     // The folder's run waits for a slot or for an earlier run of its pair.
     bool isWaiting(const QUuid &id) const;
     // Some run is queued, under way or still stopping.
@@ -146,6 +158,9 @@ signals:
     // A run went over all targets; the folder has its outcome. `conflicts`:
     // files found changed on both sides.
     void runCompleted(const QUuid &id, int conflicts);
+    // The folder's open conflicts are not what they were (also reported as a
+    // change of the folder's row).
+    void openConflictsChanged(const QUuid &id);
 
 private:
 
@@ -192,6 +207,7 @@ private:
     // The reading of each failed folder's error, made once per outcome (not
     // on every progress report).
     QHash<QUuid, QList<SyncProblem>> m_problems;
+    QHash<QUuid, QList<ActivityRecord>> m_openConflicts;
     bool m_runsSuspended = false;
     QList<QUuid> m_suspendedRuns;
     bool m_wasSyncActive = false;

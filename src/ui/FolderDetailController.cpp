@@ -4,6 +4,7 @@
 #include "platform/BookmarkService.h"
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
+#include "sync/ConflictCopies.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncReview.h"
 #include "ui/NavigationState.h"
@@ -38,6 +39,10 @@ void FolderDetailController::setApp(NimbrellApp *app)
         connect(manager, &SyncManager::folderChanged, this, changedRow);
         connect(manager, &SyncManager::folderInserted, this, changedRow);
         connect(manager, &SyncManager::folderRemoved, this, &FolderDetailController::folderChanged);
+        connect(manager, &SyncManager::openConflictsChanged, this, [this](const QUuid &id) {
+            if (id == m_folderId)
+                Q_EMIT conflictsChanged();
+        });
         delete m_review;
         m_review = new SyncReview(*manager, *m_app->engine(), this);
         connect(m_review, &SyncReview::stateChanged, this, &FolderDetailController::reviewChanged);
@@ -67,6 +72,10 @@ void FolderDetailController::reset()
     if (m_review)
         m_review->cancel();
     Q_EMIT folderChanged();
+    m_conflictError.clear();
+    m_isSettling = false;
+    recheckConflicts();
+    Q_EMIT conflictsChanged();
     setEditing(m_folderId.isNull());
     loadEditState();
     loadFolderStats();
@@ -506,4 +515,62 @@ void FolderDetailController::cancelReview()
 {
     if (m_review)
         m_review->cancel();
+}
+
+QVariantList FolderDetailController::conflicts() const
+{
+    const std::optional<SyncFolder> f = folder();
+    if (!f)
+        return {};
+    QVariantList conflicts;
+    for (const ActivityRecord &record : m_app->syncManager()->openConflicts(f->id)) {
+        const ConflictCopies copies(f->localPath, record);
+        QVariantList both;
+        for (const ConflictCopies::Copy *copy : {&copies.original(), &copies.renamed()}) {
+            both.append(QVariantMap{
+                {QStringLiteral("path"), copy->path},
+                {QStringLiteral("fileName"), copy->path.section(u'/', -1)},
+                {QStringLiteral("filePath"), QDir(f->localPath).filePath(copy->path)},
+                {QStringLiteral("size"), copy->size},
+                {QStringLiteral("modified"), copy->modified},
+                {QStringLiteral("side"), copy->fromRemote ? record.target : QStringLiteral("this computer")},
+                {QStringLiteral("fromRemote"), copy->fromRemote},
+                {QStringLiteral("keepsName"), copy == &copies.original()},
+            });
+        }
+        conflicts.append(QVariantMap{{QStringLiteral("name"), record.path},
+                                     {QStringLiteral("time"), record.time},
+                                     {QStringLiteral("copies"), both}});
+    }
+    return conflicts;
+}
+
+void FolderDetailController::keepConflictCopy(int conflict, int copy)
+{
+    settleConflict(conflict, copy == 1 ? ConflictCopies::Choice::keepRenamed : ConflictCopies::Choice::keepOriginal);
+}
+
+void FolderDetailController::keepBothCopies(int conflict)
+{
+    settleConflict(conflict, ConflictCopies::Choice::keepBoth);
+}
+
+void FolderDetailController::settleConflict(int conflict, ConflictCopies::Choice choice)
+{
+    if (!m_app || m_folderId.isNull() || m_isSettling)
+        return;
+    m_isSettling = true;
+    m_conflictError.clear();
+    Q_EMIT conflictsChanged();
+    m_app->syncManager()->settleConflict(m_folderId, conflict, choice, this, [this](const QString &error) {
+        m_isSettling = false;
+        m_conflictError = error;
+        Q_EMIT conflictsChanged();
+    });
+}
+
+void FolderDetailController::recheckConflicts()
+{
+    if (m_app && !m_folderId.isNull())
+        m_app->syncManager()->recheckConflicts(m_folderId);
 }

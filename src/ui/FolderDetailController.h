@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/SyncFolder.h"
+#include "sync/ConflictCopies.h"
 #include "ui/FolderStatistics.h"
 #include "ui/NimbrellApp.h"
 
@@ -51,6 +52,13 @@ class FolderDetailController : public QObject
     Q_PROPERTY(QVariantList reviewChanges READ reviewChanges NOTIFY reviewChanged)
     Q_PROPERTY(QVariantList reviewCounts READ reviewCounts NOTIFY reviewChanged)
     Q_PROPERTY(QStringList reviewGroups READ reviewGroups CONSTANT)
+    // The conflicts whose two copies are both still here, newest first:
+    // [{name, time, copies: [{path, fileName, filePath, size, modified, side,
+    // fromRemote, keepsName}]}], the copy that kept the name first.
+    Q_PROPERTY(QVariantList conflicts READ conflicts NOTIFY conflictsChanged)
+    Q_PROPERTY(QString conflictError READ conflictError NOTIFY conflictsChanged)
+    // A choice is being carried out (the remote's copy replaced).
+    Q_PROPERTY(bool isSettlingConflict READ isSettlingConflict NOTIFY conflictsChanged)
 
 public:
     explicit FolderDetailController(QObject *parent = nullptr);
@@ -124,6 +132,17 @@ public:
     Q_INVOKABLE void applyReview();
     Q_INVOKABLE void cancelReview();
 
+    QVariantList conflicts() const;
+    const QString &conflictError() const { return m_conflictError; }
+    bool isSettlingConflict() const { return m_isSettling; }
+    // "Keep This": copy 0 (the one that kept the name) or 1 (the renamed one)
+    // stays under the original name, the other goes to the trash.
+    Q_INVOKABLE void keepConflictCopy(int conflict, int copy);
+    // "Keep Both": the renamed copy takes a readable name.
+    Q_INVOKABLE void keepBothCopies(int conflict);
+    // Conflicts settled in a file manager meanwhile drop out.
+    Q_INVOKABLE void recheckConflicts();
+
     Q_INVOKABLE void addTarget();
     Q_INVOKABLE void removeTarget(int row);
     Q_INVOKABLE void moveTarget(int row, int delta);
@@ -141,10 +160,12 @@ Q_SIGNALS:
     void statisticsChanged();
     void problemsChanged();
     void reviewChanged();
+    void conflictsChanged();
 
 private:
     void reset();
     void setEditing(bool editing);
+    void settleConflict(int conflict, ConflictCopies::Choice choice);
 
     QPointer<NimbrellApp> m_app;
     QUuid m_folderId;
@@ -160,4 +181,6 @@ private:
     SyncReview *m_review = nullptr;
     QPointer<RcloneJob> m_signIn;
     QString m_signInError;
+    QString m_conflictError;
+    bool m_isSettling = false;
 };

@@ -55,6 +55,8 @@ QVariant FolderListModel::data(const QModelIndex &index, int role) const
         return folder.progress;
     case LocalPathRole:
         return folder.localPath;
+    case ConflictsRole:
+        return int(m_manager.openConflicts(folder.id).size());
     default:
         return {};
     }
@@ -65,11 +67,18 @@ QHash<int, QByteArray> FolderListModel::roleNames() const
     return {
         {IdRole, "folderId"},   {NameRole, "name"},         {StatusRole, "status"},       {RemoteCountRole, "remoteCount"},
         {LastSyncRole, "lastSync"}, {ProgressRole, "progress"}, {LocalPathRole, "localPath"},
+        {ConflictsRole, "conflicts"},
     };
 }
 
 void FolderListModel::statusesMayHaveChanged()
 {
+    int conflicts = 0;
+    for (const SyncFolder &folder : m_manager.folders())
+        conflicts += int(m_manager.openConflicts(folder.id).size());
+    if (std::exchange(m_conflictCount, conflicts) != conflicts)
+        Q_EMIT conflictCountChanged();
+
     QList<std::pair<SyncStatus, QString>> statuses;
     statuses.reserve(m_manager.folders().size());
     for (const SyncFolder &folder : m_manager.folders())

@@ -22,6 +22,8 @@ class FolderListModel final : public QAbstractListModel
     Q_PROPERTY(int idleCount READ idleCount NOTIFY statusCountsChanged)
     Q_PROPERTY(QVariantList errorFolders READ errorFolders NOTIFY statusCountsChanged)
     Q_PROPERTY(Summary summary READ summary NOTIFY statusCountsChanged)
+    // Open conflicts over all folders.
+    Q_PROPERTY(int conflictCount READ conflictCount NOTIFY conflictCountChanged)
 
 public:
     enum Role {
@@ -32,6 +34,7 @@ public:
         LastSyncRole, // invalid when never synced
         ProgressRole,
         LocalPathRole,
+        ConflictsRole, // open conflicts
     };
 
     // What the dashboard's "System Status" says: errors first, then running syncs.
@@ -52,12 +55,14 @@ public:
     int idleCount() const { return countOf(SyncStatus::idle); }
     QVariantList errorFolders() const; // [{folderId, name}], in list order
     Summary summary() const { return summaryFor(errorCount(), activeCount()); }
+    int conflictCount() const { return m_conflictCount; }
     // The row of the folder with this id, or -1.
     Q_INVOKABLE int rowOf(const QString &folderId) const;
 
 Q_SIGNALS:
     void countChanged();
     void statusCountsChanged();
+    void conflictCountChanged();
 
 private:
     int countOf(SyncStatus status) const;
@@ -68,4 +73,5 @@ private:
     SyncManager &m_manager;
     // The statuses, with the names of the folders in error, as last told.
     QList<std::pair<SyncStatus, QString>> m_statuses;
+    int m_conflictCount = 0;
 };

@@ -15,7 +15,7 @@ struct Icon
 
 // Symbols ending in ".fill" point at Tabler's filled variant ("-filled") where Tabler has
 // one; otherwise at the outline icon, which reads the same at the sizes we draw.
-constexpr std::array<Icon, 45> kIcons{{
+constexpr std::array<Icon, 48> kIcons{{
     // Provider logos
     {u"drive", u"providers/drive"},
     {u"dropbox", u"providers/dropbox"},
@@ -37,6 +37,7 @@ constexpr std::array<Icon, 45> kIcons{{
     {u"tag.fill", u"tabler/tag-filled"},
     {u"clock", u"tabler/clock"},
     {u"chart.bar.fill", u"tabler/chart-bar"},
+    {u"doc", u"tabler/file"},
 
     // Actions
     {u"plus", u"tabler/plus"},
@@ -59,6 +60,8 @@ constexpr std::array<Icon, 45> kIcons{{
     {u"arrow.triangle.2.circlepath", u"tabler/refresh"},
     {u"arrow.triangle.2.circlepath.icloud.fill", u"tabler/cloud-upload"},
     {u"arrow.triangle.branch", u"tabler/git-branch"},
+    {u"arrow.up", u"tabler/arrow-up"},
+    {u"arrow.down", u"tabler/arrow-down"},
     {u"bolt.fill", u"tabler/bolt-filled"},
     {u"bolt.slash.fill", u"tabler/bolt-off"},
     {u"checkmark.circle.fill", u"tabler/circle-check-filled"},

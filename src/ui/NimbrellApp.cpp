@@ -4,6 +4,7 @@
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
 #include "platform/DesktopNotifier.h"
+#include "platform/FileManager.h"
 #include "sync/ProblemNotifier.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncService.h"
@@ -18,6 +19,9 @@
 
 #include <QClipboard>
 #include <QCoreApplication>
+#include <QDesktopServices>
+#include <QDir>
+#include <QFileInfo>
 #include <QGuiApplication>
 #include <QQmlComponent>
 #include <QQmlEngine>
@@ -159,6 +163,28 @@ void NimbrellApp::deleteFolder(const QString &id)
 void NimbrellApp::copyToClipboard(const QString &text)
 {
     QGuiApplication::clipboard()->setText(text);
+}
+
+void NimbrellApp::openPath(const QString &path)
+{
+    if (!QDesktopServices::openUrl(QUrl::fromLocalFile(path)))
+        qCWarning(lcGeneral, "Cannot open %s", qUtf8Printable(path));
+}
+
+void NimbrellApp::showInFolder(const QString &path)
+{
+    // A file that is gone (a deletion) has its nearest folder opened.
+    if (!QFileInfo::exists(path)) {
+        QDir folder = QFileInfo(path).dir();
+        while (!folder.exists() && folder.cdUp()) {
+        }
+        openPath(folder.absolutePath());
+        return;
+    }
+    showInFileManager(QDBusConnection::sessionBus(), path, this, [this, path](bool shown) {
+        if (!shown)
+            openPath(QFileInfo(path).absolutePath());
+    });
 }
 
 void NimbrellApp::quit()

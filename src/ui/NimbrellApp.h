@@ -108,6 +108,11 @@ public:
     bool isQuitting() const { return m_isQuitting; }
     // Replaces the clipboard's content with plain text.
     Q_INVOKABLE void copyToClipboard(const QString &text);
+    // Opens a file or a folder as the desktop would on a double-click.
+    Q_INVOKABLE void openPath(const QString &path);
+    // The file manager shows the file selected in its folder; without one
+    // that can, the folder is opened.
+    Q_INVOKABLE void showInFolder(const QString &path);
 
     // Shows the main window and the tray; once the window is on screen the
     // remotes are listed (rclone's start-up would only slow down the window's).

@@ -19,7 +19,7 @@ TrayMenu::TrayMenu(SyncManager &manager, QObject *parent)
     const auto update = [this] {
         // Progress reports come many times a second; rebuild only when a line changes.
         const QStringList lines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); })
-            + failedLines();
+            + failedLines() + QStringList{conflictLine()};
         if (lines != m_shownLines || m_menu->isEmpty())
             rebuild();
     };
@@ -61,6 +61,16 @@ QStringList TrayMenu::failedLines() const
             lines.append(folder.name + QStringLiteral(" — ") + m_manager.problems(folder.id).value(0).title());
     }
     return lines;
+}
+
+QString TrayMenu::conflictLine() const
+{
+    qsizetype conflicts = 0;
+    for (const SyncFolder &folder : m_manager.folders())
+        conflicts += m_manager.openConflicts(folder.id).size();
+    if (conflicts == 0)
+        return {};
+    return conflicts == 1 ? QStringLiteral("1 conflict") : QStringLiteral("%1 conflicts").arg(conflicts);
 }
 
 void TrayMenu::show(TrayHostWatcher *host)
@@ -109,7 +119,8 @@ void TrayMenu::rebuild()
 {
     const QStringList syncing = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
     const QStringList failed = failedLines();
-    m_shownLines = syncing + failed;
+    const QString conflicts = conflictLine();
+    m_shownLines = syncing + failed + QStringList{conflicts};
     m_menu->clear();
     if (m_isFinishing) {
         m_menu->addAction(kFinishingText)->setEnabled(false);
@@ -134,6 +145,16 @@ void TrayMenu::rebuild()
                 continue;
             m_menu->addAction(escaped(failed.at(i++)), this,
                               [this, id = folder.id] { Q_EMIT openFolderRequested(id); });
+        }
+        m_menu->addSeparator();
+    }
+    if (!conflicts.isEmpty()) {
+        // A click opens the first folder with a conflict, where both copies are shown.
+        for (const SyncFolder &folder : m_manager.folders()) {
+            if (!m_manager.openConflicts(folder.id).isEmpty()) {
+                m_menu->addAction(conflicts, this, [this, id = folder.id] { Q_EMIT openFolderRequested(id); });
+                break;
+            }
         }
         m_menu->addSeparator();
     }

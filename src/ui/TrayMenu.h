@@ -29,6 +29,8 @@ public:
     // "Docs → gdrive — 42%", or "Docs — Waiting for another sync to finish…".
     // "Documents — Stopped before deleting files": a line per failed folder.
     QStringList failedLines() const;
+    // "2 conflicts" over all folders; empty without any.
+    QString conflictLine() const;
     static QStringList syncingLines(const QList<SyncFolder> &folders,
                                     const std::function<bool(const QUuid &)> &isWaiting = {});
 

@@ -7,8 +7,9 @@
 #include <QTemporaryDir>
 #include <QTest>
 
-// A private world for the real rclone: a temporary HOME (so the bisync work
-// directory and the folder store live there) and an rclone configuration of
+// A private world for the real rclone: a temporary HOME and XDG_DATA_HOME
+// (so the bisync work directory, the folder store, the activity file and the
+// trash live there) and an rclone configuration of
 // local, alias and WebDAV remotes. WebDAV servers are rclone's own, on
 // 127.0.0.1, and end with this object.
 class RcloneSandbox
@@ -17,11 +18,13 @@ public:
     RcloneSandbox()
         : m_savedHome(qgetenv("HOME"))
         , m_savedConfig(qgetenv("RCLONE_CONFIG"))
+        , m_savedData(qgetenv("XDG_DATA_HOME"))
     {
         QVERIFY(m_root.isValid());
         QVERIFY(QDir().mkpath(home()));
         qputenv("HOME", QFile::encodeName(home()));
         qputenv("RCLONE_CONFIG", QFile::encodeName(configPath()));
+        qputenv("XDG_DATA_HOME", QFile::encodeName(dataHome()));
         QFile(configPath()).open(QIODevice::WriteOnly);
     }
 
@@ -34,11 +37,13 @@ public:
         }
         restore("HOME", m_savedHome);
         restore("RCLONE_CONFIG", m_savedConfig);
+        restore("XDG_DATA_HOME", m_savedData);
     }
 
     static QString rclone() { return QStringLiteral(RCLONE_PATH); }
     QString root() const { return m_root.path(); }
     QString home() const { return m_root.filePath(QStringLiteral("home")); }
+    QString dataHome() const { return m_root.filePath(QStringLiteral("home/.local/share")); }
     QString configPath() const { return m_root.filePath(QStringLiteral("rclone.conf")); }
 
     // A directory under the sandbox, created.
@@ -98,5 +103,6 @@ private:
     QTemporaryDir m_root;
     QByteArray m_savedHome;
     QByteArray m_savedConfig;
+    QByteArray m_savedData;
     QList<QProcess *> m_servers;
 };

@@ -11,8 +11,10 @@
 #include "support/QuickInspection.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
+#include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
+#include "ui/FolderListModel.h"
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
 #include "ui/RemoteListModel.h"
@@ -47,13 +49,17 @@ class TestFolderScreens : public QObject
     FakeFileEventService m_fileEvents;
     FakeLoginItem m_loginItem;
     std::unique_ptr<RcloneEngine> m_engine;
+    std::unique_ptr<ActivityLog> m_activity;
     std::unique_ptr<NimbrellApp> m_app;
 
     QQuickWindow *startApp(const QList<SyncFolder> &folders = {})
     {
         writeFile(m_sandbox->home() + "/.config/rclone/rclone_sync_folders.json", FolderStore::encode(folders).value());
         m_engine = std::make_unique<RcloneEngine>(RcloneSandbox::rclone());
-        m_app = std::make_unique<NimbrellApp>(AppServices{m_settings, *m_engine, m_fileEvents, m_loginItem});
+        m_activity = std::make_unique<ActivityLog>(); // in the sandbox's XDG_DATA_HOME
+        m_app = std::make_unique<NimbrellApp>(AppServices{.settings = m_settings, .engine = *m_engine,
+                                                          .fileEvents = m_fileEvents, .loginItem = m_loginItem,
+                                                          .activity = m_activity.get()});
         m_app->start();
         QQuickWindow *main = m_app->window("main");
         if (main && !QTest::qWaitForWindowExposed(main))
@@ -72,6 +78,7 @@ private Q_SLOTS:
     void cleanup()
     {
         m_app.reset();
+        m_activity.reset();
         m_engine.reset();
         m_sandbox.reset();
     }
@@ -307,6 +314,75 @@ private Q_SLOTS:
         click(main, item(main, "confirmEdit"));
         QTRY_COMPARE(m_app->syncManager()->folders().first().remoteTargets.value(1).remoteName, "b");
         QCOMPARE(m_app->syncManager()->folders().first().remoteTargets.value(0).remoteName, "a");
+    }
+
+    // A file changed on both sides with the real rclone: the pane shows both
+    // copies, the sidebar and the dashboard count the conflict. "Keep This" on
+    // the renamed copy keeps it under the name and trashes the other; the
+    // next run makes both sides agree. Each run's changes are listed.
+    void conflictSettledFromThePane()
+    {
+        const QString local = m_sandbox->makeDirectory("home/Letters"), remote = m_sandbox->makeDirectory("backup");
+        m_sandbox->addAlias("backup", remote);
+        writeFile(local + "/letter.txt", "first");
+        writeFile(local + "/notes/plan.txt", "plan");
+        const SyncFolder letters = folder("Letters", local, {"backup:"});
+        QQuickWindow *main = startApp({letters});
+        SyncManager *manager = m_app->syncManager();
+        const auto synced = [&] {
+            QSignalSpy completed(manager, &SyncManager::runCompleted);
+            QVERIFY(manager->syncFolder(letters.id));
+            QVERIFY(completed.wait(30000));
+            QCOMPARE(manager->folder(letters.id)->status, SyncStatus::success);
+        };
+        synced();
+        const auto put = [](const QString &path, const QByteArray &content, qint64 secondsAgo) {
+            writeFile(path, content);
+            QFile file(path);
+            QVERIFY(file.open(QIODevice::ReadWrite)
+                    && file.setFileTime(QDateTime::currentDateTime().addSecs(-secondsAgo), QFileDevice::FileModificationTime));
+        };
+        put(local + "/letter.txt", "mine", 60);
+        put(remote + "/letter.txt", "theirs, newer", 10);
+        synced();
+        QCOMPARE(readFile(local + "/letter.txt.conflict1"), "mine"); // the older copy lost the name
+
+        m_app->navigation()->showFolder(uuidString(letters.id));
+        QTRY_VERIFY(item(main, "conflict_letter.txt"));
+        QTRY_COMPARE(missing(main, {"1 Conflict", "letter.txt", "letter.txt.conflict1", "Recent Changes", "plan.txt",
+                                    "Letters/notes"}),
+                     QStringList());
+        const auto copy = [main](int index, const char *name) {
+            return findItem(main, [&](QQuickItem *candidate) {
+                if (candidate->objectName() != QLatin1String(name))
+                    return false;
+                for (QQuickItem *above = candidate->parentItem(); above; above = above->parentItem()) {
+                    if (above->objectName().startsWith("conflictCopy"))
+                        return above->objectName() == QStringLiteral("conflictCopy%1").arg(index);
+                }
+                return false;
+            });
+        };
+        QVERIFY(copy(0, "copyDetails")->property("text").toString().startsWith("From backup: · 13 B · modified"));
+        QVERIFY(copy(1, "copyDetails")->property("text").toString().startsWith("From this computer · 4 B · modified"));
+        QVERIFY(item(main, "conflictBadge"));
+        QCOMPARE(m_app->folders()->conflictCount(), 1);
+
+        click(main, copy(1, "keepThis"));
+        QTRY_VERIFY(!item(main, "conflict_letter.txt"));
+        QCOMPARE(readFile(local + "/letter.txt"), "mine");
+        QVERIFY(!QFile::exists(local + "/letter.txt.conflict1"));
+        QCOMPARE(readFile(m_sandbox->dataHome() + "/Trash/files/letter.txt"), "theirs, newer");
+        QCOMPARE(m_app->folders()->conflictCount(), 0);
+        QVERIFY(!item(main, "conflictBadge"));
+
+        synced();
+        for (const QString &side : {local, remote}) {
+            QCOMPARE(readFile(side + "/letter.txt"), "mine");
+            QCOMPARE(QDir(side).entryList({"letter*"}, QDir::Files), QStringList{"letter.txt"});
+        }
+        m_app->navigation()->showDashboard();
+        QTRY_COMPARE(missing(main, {"Recent Activity", "letter.txt", "letter.txt.conflict1"}), QStringList());
     }
 
     void createSyncEditAbortDelete()

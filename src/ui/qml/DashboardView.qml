@@ -140,6 +140,13 @@ Item {
                         StatusPill { label: "Healthy"; count: folders.healthyCount; tint: app.theme.green }
                         StatusPill { label: "Errors"; count: folders.errorCount; tint: app.theme.red }
                         StatusPill { label: "Idle"; count: folders.idleCount; tint: app.theme.secondary }
+                        StatusPill {
+                            objectName: "conflictsPill"
+                            visible: folders.conflictCount > 0
+                            label: folders.conflictCount === 1 ? "Conflict" : "Conflicts"
+                            count: folders.conflictCount
+                            tint: app.theme.orange
+                        }
                     }
                     ColumnLayout {
                         visible: folders.summary === FolderListModel.NeedsAttention
@@ -197,6 +204,18 @@ Item {
                         Label { text: "All systems go. Your files are up to date." }
                     }
                 }
+            }
+
+            ActivityList {
+                objectName: "recentActivity"
+                visible: folders.count > 0
+                Layout.fillWidth: true
+                Layout.leftMargin: 24
+                Layout.rightMargin: 24
+                app: dashboard.app
+                title: "Recent Activity"
+                limit: 50
+                visibleRows: 5
             }
 
             // No folders yet

@@ -22,7 +22,7 @@ Rectangle {
     function act(index) {
         const action = banner.problems[index].action
         if (action === "showFolder")
-            Qt.openUrlExternally("file://" + banner.localPath)
+            app.openPath(banner.localPath)
         else if (action === "chooseFolder")
             folderDialog.open()
         else if (action === "viewLog")

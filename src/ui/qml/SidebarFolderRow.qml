@@ -13,6 +13,7 @@ ItemDelegate {
     required property string status
     required property int remoteCount
     required property var lastSync
+    required property int conflicts
     property bool selected: false
     property bool showsFocus: false
 
@@ -65,6 +66,29 @@ ItemDelegate {
                 color: row.textColor
                 opacity: 0.65
             }
+        }
+        // Open conflicts, counted.
+        Rectangle {
+            id: badge
+            objectName: "conflictBadge"
+            visible: row.conflicts > 0
+            Layout.preferredWidth: Math.max(18, badgeText.implicitWidth + 10)
+            Layout.preferredHeight: 18
+            radius: 9
+            color: app.theme.orange
+            Accessible.name: row.conflicts === 1 ? "1 conflict" : row.conflicts + " conflicts"
+            Label {
+                id: badgeText
+                anchors.centerIn: parent
+                text: String(row.conflicts)
+                color: "white"
+                font.pixelSize: 11
+                font.bold: true
+            }
+            ToolTip.visible: badgeHover.hovered
+            ToolTip.delay: 500
+            ToolTip.text: badge.Accessible.name
+            HoverHandler { id: badgeHover }
         }
         Item {
             Layout.preferredWidth: 16

@@ -326,6 +326,17 @@ Item {
                     }
                 }
 
+                ConflictList {
+                    objectName: "conflicts"
+                    visible: !controller.isEditing && controller.conflicts.length > 0
+                    Layout.fillWidth: true
+                    Layout.leftMargin: 24
+                    Layout.rightMargin: 24
+                    app: pane.app
+                    controller: controller
+                    syncing: pane.syncing
+                }
+
                 RowLayout {
                     visible: !controller.isEditing
                     Layout.fillWidth: true
@@ -413,6 +424,17 @@ Item {
                             }
                         }
                     }
+                }
+
+                ActivityList {
+                    objectName: "recentChanges"
+                    visible: !controller.isEditing && pane.folderId !== ""
+                    Layout.fillWidth: true
+                    Layout.leftMargin: 24
+                    Layout.rightMargin: 24
+                    app: pane.app
+                    title: "Recent Changes"
+                    folderId: pane.folderId
                 }
 
                 // ---- edit mode ----
