@@ -1,6 +1,7 @@
 // The activity file: its records, its bound, and what it does with lines it
-// cannot read.
+// cannot read; and the ways a conflict it recorded is settled.
 #include "sync/ActivityLog.h"
+#include "sync/ConflictCopies.h"
 #include "support/TestFiles.h"
 
 #include <QTemporaryDir>
@@ -22,6 +23,14 @@ class TestActivityLog : public QObject
     }
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        // The trash is the one under XDG_DATA_HOME, on the same file system.
+        QVERIFY(QDir().mkpath(m_dir.filePath("home/share")));
+        qputenv("HOME", QFile::encodeName(m_dir.filePath("home")));
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_dir.filePath("home/share")));
+    }
+
     void recordsReadBackAndBadLinesAreSkipped()
     {
         ActivityLog log(m_dir.filePath("share/nimbrell/activity.jsonl"));
@@ -69,6 +78,90 @@ private Q_SLOTS:
         QCOMPARE(docs.openConflicts, (QList<ActivityRecord>{conflict("a.txt", 4), conflict("c.txt", 3)}));
         QCOMPARE(docs.lastChange, later.time);
         QCOMPARE(FolderActivity::of(records, QUuid::createUuid(), local).lastChange, std::nullopt);
+    }
+
+    // Each choice leaves one file under the name, or both under readable
+    // names; the copy not kept is in the trash, never deleted.
+    void conflictSettled_data()
+    {
+        QTest::addColumn<int>("choice");
+        QTest::addColumn<QStringList>("present"); // beside the two copies before
+        QTest::addColumn<QStringList>("after");   // the folder's files, "name=content"
+        QTest::addColumn<QString>("trashed");
+        QTest::addColumn<QString>("error");
+        QTest::addColumn<QStringList>("remoteCopy");
+        using C = ConflictCopies::Choice;
+        const QString date = m_time.toLocalTime().date().toString(Qt::ISODate);
+        QTest::newRow("keep the one under the name") << int(C::keepOriginal) << QStringList()
+            << QStringList{"d/r.txt=theirs"} << "mine" << "" << QStringList();
+        QTest::newRow("keep the renamed one") << int(C::keepRenamed) << QStringList()
+            << QStringList{"d/r.txt=mine"} << "theirs" << ""
+            << QStringList{"copyto", m_dir.filePath("Settle/d/r.txt"), "gdrive:Docs/d/r.txt"};
+        QTest::newRow("keep both") << int(C::keepBoth) << QStringList()
+            << QStringList{"d/r (conflict " + date + ").txt=mine", "d/r.txt=theirs"} << "" << "" << QStringList();
+        QTest::newRow("keep both, the readable name taken")
+            << int(C::keepBoth) << QStringList{"d/r (conflict " + date + ").txt"}
+            << QStringList{"d/r (conflict " + date + " 2).txt=mine", "d/r (conflict " + date + ").txt=x", "d/r.txt=theirs"}
+            << "" << "" << QStringList();
+        QTest::newRow("a copy gone meanwhile") << int(C::keepRenamed) << QStringList{"-d/r.txt.conflict1"}
+            << QStringList{"d/r.txt=theirs"} << "" << "“r.txt.conflict1” is no longer there."
+            << QStringList{"copyto", m_dir.filePath("Settle/d/r.txt"), "gdrive:Docs/d/r.txt"};
+    }
+    void conflictSettled()
+    {
+        QFETCH(int, choice);
+        QFETCH(QStringList, present);
+        QFETCH(QStringList, after);
+        QFETCH(QString, trashed);
+        QFETCH(QString, error);
+        QFETCH(QStringList, remoteCopy);
+        const QString local = m_dir.filePath("Settle"), trash = m_dir.filePath("home/share/Trash");
+        QDir(local).removeRecursively();
+        QDir(trash).removeRecursively();
+        writeFile(local + "/d/r.txt", "theirs");
+        writeFile(local + "/d/r.txt.conflict1", "mine");
+        for (const QString &path : present) {
+            if (path.startsWith('-'))
+                QVERIFY(QFile::remove(local + "/" + path.mid(1)));
+            else
+                writeFile(local + "/" + path, "x");
+        }
+        // This computer's copy lost and was renamed; the remote's kept the name.
+        const ActivityRecord record{m_docs, "gdrive:Docs", m_time, ActivityRecord::Kind::conflict, "d/r.txt",
+                                    A::added, false, "d/r.txt.conflict1", true};
+        ConflictCopies copies(local, record);
+        QCOMPARE(copies.original().fromRemote, true);
+        QCOMPARE(copies.renamed().fromRemote, false);
+        QCOMPARE(copies.remoteCopy(ConflictCopies::Choice(choice)), remoteCopy);
+        QCOMPARE(copies.settle(ConflictCopies::Choice(choice)), error);
+
+        QStringList files;
+        for (const QString &name : QDir(local + "/d").entryList(QDir::Files, QDir::Name))
+            files.append("d/" + name + "=" + readFile(local + "/d/" + name));
+        QCOMPARE(files, after);
+        const QStringList inTrash = QDir(trash + "/files").entryList(QDir::Files);
+        QCOMPARE(inTrash.size(), trashed.isEmpty() ? 0 : 1);
+        if (!trashed.isEmpty())
+            QCOMPARE(readFile(trash + "/files/" + inTrash.first()), trashed.toUtf8());
+    }
+
+    void readableNames_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<QString>("readable");
+        QTest::newRow("extension") << "report.txt" << "report (conflict 2026-11-22).txt";
+        QTest::newRow("directories, last extension") << "a/b c/x.tar.gz" << "a/b c/x.tar (conflict 2026-11-22).gz";
+        QTest::newRow("hidden file") << ".bashrc" << ".bashrc (conflict 2026-11-22)";
+        QTest::newRow("no extension, dotted directory") << "v1.2/Makefile" << "v1.2/Makefile (conflict 2026-11-22)";
+        QTest::newRow("taken twice") << "plan 🏖.md" << "plan 🏖 (conflict 2026-11-22 3).md";
+    }
+    void readableNames()
+    {
+        QFETCH(QString, path);
+        QFETCH(QString, readable);
+        const QStringList taken{"plan 🏖 (conflict 2026-11-22).md", "plan 🏖 (conflict 2026-11-22 2).md"};
+        QCOMPARE(ConflictCopies::readableName(path, QDate(2026, 11, 22), [&](const QString &name) { return taken.contains(name); }),
+                 readable);
     }
 
     // The newest kMaxRecords stay, the file rewritten whole.

@@ -1,11 +1,13 @@
 // Desktop notifications of runs, against a fake notification server on a
-// private bus, with the fake rclone.
+// private bus, with the fake rclone; and the other desktop services the
+// program asks over the session bus.
 #include "engine/RcloneEngine.h"
 #include "fakes/FakeFileEventService.h"
 #include "fakes/FakeRclone.h"
 #include "model/UuidString.h"
 #include "platform/DesktopAppearance.h"
 #include "platform/DesktopNotifier.h"
+#include "platform/FileManager.h"
 #include "platform/TrayHostWatcher.h"
 #include "platform/MemorySettingsStore.h"
 #include "sync/ProblemNotifier.h"
@@ -176,6 +178,28 @@ private Q_SLOTS:
         QVERIFY(panel.registerVirtualObject("/StatusNotifierWatcher", &watcher) &&
                 panel.registerService("org.kde.StatusNotifierWatcher"));
         QTRY_VERIFY(tray.isAvailable());
+    }
+
+    // "Show in Folder" asks the file manager to show the file, by its URL;
+    // without one on the bus, the caller is told so and opens the folder.
+    void fileManagerShowsTheFile()
+    {
+        QDBusConnection files = QDBusConnection::connectToBus(m_bus.address(), "files");
+        std::optional<bool> shown;
+        const auto show = [&] {
+            shown.reset();
+            showInFileManager(files, "/home/user/My Docs/#1 plan.txt", this, [&](bool ok) { shown = ok; });
+            QTRY_VERIFY(shown.has_value());
+        };
+        show();
+        QCOMPARE(*shown, false);
+        FakeService manager("ShowItems", [] { return QVariant(true); });
+        QDBusConnection desktop = QDBusConnection::connectToBus(m_bus.address(), "desktop");
+        QVERIFY(desktop.registerVirtualObject("/org/freedesktop/FileManager1", &manager)
+                && desktop.registerService("org.freedesktop.FileManager1"));
+        show();
+        QCOMPARE(*shown, true);
+        QCOMPARE(manager.calls, (QList<QVariantList>{{QStringList{"file:///home/user/My%20Docs/%231%20plan.txt"}, QString()}}));
     }
 
     void quietWithoutABus()

@@ -18,8 +18,10 @@
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
 #include "ui/RemoteListModel.h"
+#include "ui/TrayMenu.h"
 
 #include <QClipboard>
+#include <QMenu>
 #include <QGuiApplication>
 #include <QQuickItem>
 #include <QQuickWindow>
@@ -367,6 +369,13 @@ private Q_SLOTS:
         QVERIFY(copy(1, "copyDetails")->property("text").toString().startsWith("From this computer · 4 B · modified"));
         QVERIFY(item(main, "conflictBadge"));
         QCOMPARE(m_app->folders()->conflictCount(), 1);
+        const auto trayLines = [this] {
+            QStringList lines;
+            for (const QAction *action : m_app->trayMenu()->menu()->actions())
+                lines.append(action->text());
+            return lines;
+        };
+        QVERIFY(trayLines().contains("1 conflict"));
 
         click(main, copy(1, "keepThis"));
         QTRY_VERIFY(!item(main, "conflict_letter.txt"));
@@ -374,6 +383,7 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(local + "/letter.txt.conflict1"));
         QCOMPARE(readFile(m_sandbox->dataHome() + "/Trash/files/letter.txt"), "theirs, newer");
         QCOMPARE(m_app->folders()->conflictCount(), 0);
+        QVERIFY(!trayLines().contains("1 conflict"));
         QVERIFY(!item(main, "conflictBadge"));
 
         synced();
