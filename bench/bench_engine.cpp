@@ -1,7 +1,9 @@
 // Prints the progress parser's throughput on real bisync output, and the wall
 // time of a no-change bisync through the engine next to rclone run directly.
+#include "engine/ChangeParser.h"
 #include "engine/ProgressParser.h"
 #include "engine/RcloneEngine.h"
+#include "engine/RcloneJob.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -50,16 +52,19 @@ double rawBisync(const QString &rclone, const QStringList &arguments)
     return double(timer.nsecsElapsed()) / 1e9;
 }
 
-double engineBisync(RcloneEngine &engine, const BisyncRequest &request)
+double engineBisync(RcloneEngine &engine, const BisyncRequest &request, ChangeParser *changes = nullptr)
 {
     QElapsedTimer timer;
     timer.start();
     QEventLoop loop;
     bool ok = false;
-    engine.bisync(request, nullptr, [](const SyncProgress &) {}, [&](const RcloneStatus &result) {
+    RcloneJob *job = engine.bisync(request, nullptr, [](const SyncProgress &) {}, [&](const RcloneStatus &result) {
         ok = result.ok();
         loop.quit();
     });
+    // As a sync run does it.
+    if (changes)
+        QObject::connect(job, &RcloneJob::lineRead, job, [changes](const QString &line) { changes->addLine(line); });
     loop.exec();
     if (!ok)
         std::fprintf(stderr, "engine bisync failed\n");
@@ -138,5 +143,48 @@ int main(int argc, char *argv[])
     std::printf("  engine (mkdir + bisync, parsed):  %.3f s\n", e);
     std::printf("  ratio engine / bisync alone:      %.3f\n", e / d);
     std::printf("  ratio engine / same two commands: %.3f\n", e / dm);
+
+    // 3. The change parser: its throughput on the real output of a first sync
+    // of 10,000 files, and what it costs such a sync, in runs that take turns.
+    const QString tenThousand = root.filePath(QStringLiteral("ten"));
+    makeTree(tenThousand, 10000);
+    const auto firstSync = [&](int run) {
+        const QString remote = QStringLiteral("ten%1").arg(run);
+        QDir().mkpath(root.filePath(QStringLiteral("remote/") + remote));
+        return BisyncRequest{tenThousand, QStringLiteral("backup:") + remote, std::nullopt, ConflictResolution::keepBoth, true};
+    };
+    recorder.start(rclone, RcloneEngine::bisyncArguments(firstSync(0), RcloneEngine::workDirectory()));
+    recorder.waitForFinished(-1);
+    const QByteArray tenOutput = recorder.readAll();
+    QStringList tenLines;
+    for (const QByteArray &line : tenOutput.split('\n'))
+        tenLines.append(QString::fromUtf8(line));
+    constexpr int kChangeRounds = 5;
+    ChangeParser parsed;
+    timer.restart();
+    for (int round = 0; round < kChangeRounds; ++round) {
+        parsed = ChangeParser();
+        for (const QString &line : std::as_const(tenLines))
+            parsed.addLine(line);
+    }
+    const double changeSeconds = double(timer.nsecsElapsed()) / 1e9;
+    std::printf("change parser, real output of a first sync of 10,000 files\n");
+    std::printf("  output:     %lld lines, %.2f MB\n", static_cast<long long>(tenLines.size()), double(tenOutput.size()) / 1e6);
+    std::printf("  changes:    %lld kept, %lld counted beyond the bound\n", static_cast<long long>(parsed.changes().size()),
+                static_cast<long long>(parsed.droppedChanges()));
+    std::printf("  throughput: %.2f million lines/s\n", double(tenLines.size()) * kChangeRounds / changeSeconds / 1e6);
+
+    constexpr int kPairs = 3;
+    std::vector<double> withParser, withoutParser;
+    for (int pair = 0; pair < kPairs; ++pair) {
+        ChangeParser changes;
+        withParser.push_back(engineBisync(engine, firstSync(2 * pair + 1), &changes));
+        withoutParser.push_back(engineBisync(engine, firstSync(2 * pair + 2)));
+    }
+    const double w = median(withParser), wo = median(withoutParser);
+    std::printf("first sync of 10,000 files through the engine (median of %d each, taking turns)\n", kPairs);
+    std::printf("  without the change parser: %.3f s\n", wo);
+    std::printf("  with the change parser:    %.3f s\n", w);
+    std::printf("  ratio with / without:      %.3f\n", w / wo);
     return 0;
 }

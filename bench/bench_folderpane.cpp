@@ -1,13 +1,14 @@
 // Prints what the folder pane costs: the statistics walk on a tree of 100,000
 // files in 5,000 directories next to `du -sb` on the same tree, the main
-// window's frame times while the walk runs, and the time to open a 1 MB error
-// log.
+// window's frame times while the walk runs, the time to open a 1 MB error
+// log, and the first frame of the pane with 5,000 records of activity.
 #include "BenchSupport.h"
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/LoginItemService.h"
 #include "platform/SettingsStore.h"
+#include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
 #include "ui/FolderStatistics.h"
@@ -19,6 +20,7 @@
 #include <QElapsedTimer>
 #include <QEventLoop>
 #include <QFile>
+#include <QFileInfo>
 #include <QLoggingCategory>
 #include <QProcess>
 #include <QRegularExpression>
@@ -100,11 +102,33 @@ int main(int argc, char *argv[])
         if (store.open(QIODevice::WriteOnly))
             store.write(FolderStore::encode({folder}).value());
     }
+    // As many changes as the activity file keeps, all of this folder.
+    ActivityLog activity(root.filePath(QStringLiteral("home/.local/share/nimbrell/activity.jsonl")));
+    {
+        QList<ActivityRecord> records;
+        const QDateTime start = QDateTime::currentDateTimeUtc().addDays(-30);
+        for (int i = 0; i < ActivityLog::kMaxRecords; ++i)
+            records.append({folder.id, QStringLiteral("gdrive:Big"), start.addSecs(i * 60), ActivityRecord::Kind::change,
+                            QStringLiteral("d%1/e%2/f%3").arg(i % 50).arg(i).arg(i % 20), ChangeParser::Action(i % 3),
+                            i % 2 == 0, {}, {}});
+        activity.append(records);
+        std::vector<double> reads;
+        qsizetype count = 0;
+        for (int run = 0; run < 7; ++run) {
+            QElapsedTimer read;
+            read.start();
+            count = ActivityLog(activity.path()).read().size();
+            reads.push_back(double(read.nsecsElapsed()) / 1e6);
+        }
+        std::printf("reading the activity file of %lld records (%.2f MB): %.1f ms (median of 7)\n",
+                    static_cast<long long>(count), double(QFileInfo(activity.path()).size()) / 1e6, median(reads));
+    }
     MemorySettingsStore settings;
     RcloneEngine engine(QStringLiteral("/bin/false"));
     InotifyFileEventService fileEvents;
     NoLoginItem loginItem;
-    NimbrellApp app({settings, engine, fileEvents, loginItem});
+    NimbrellApp app({.settings = settings, .engine = engine, .fileEvents = fileEvents, .loginItem = loginItem,
+                     .activity = &activity});
     app.start();
     QQuickWindow *window = app.window(QStringLiteral("main"));
     wait(500);
@@ -119,7 +143,7 @@ int main(int argc, char *argv[])
         return 1;
     std::vector<double> intervals;
     QElapsedTimer interval;
-    QObject::connect(window, &QQuickWindow::frameSwapped, window, [&] {
+    const auto counting = QObject::connect(window, &QQuickWindow::frameSwapped, window, [&] {
         if (interval.isValid())
             intervals.push_back(double(interval.nsecsElapsed()) / 1e6);
         interval.start();
@@ -134,6 +158,7 @@ int main(int argc, char *argv[])
         wait(5);
     const double walkInWindow = double(walkTimer.nsecsElapsed()) / 1e9;
     redraw.stop();
+    QObject::disconnect(counting);
     if (!intervals.empty()) {
         std::printf("window while the walk runs on its worker (%.2f s), redrawn every 16 ms: %zu frames, "
                     "interval median %.1f ms, max %.1f ms\n",
@@ -148,11 +173,41 @@ int main(int argc, char *argv[])
         open.start();
         QMetaObject::invokeMethod(sheet, "open");
         bool opened = false;
-        QObject::connect(window, &QQuickWindow::frameSwapped, window, [&] { opened = true; });
+        const auto drawn = QObject::connect(window, &QQuickWindow::frameSwapped, window, [&] { opened = true; });
         while (!opened && open.elapsed() < 20000)
             wait(1);
+        QObject::disconnect(drawn);
         std::printf("opening a %.1f MB error log: first frame after %.0f ms\n",
                     double(folder.lastError->size()) / 1e6, double(open.nsecsElapsed()) / 1e6);
+        QMetaObject::invokeMethod(sheet, "close");
     }
+
+    // The pane again, from the dashboard: its first frame with Recent Changes
+    // listing 5,000 records, then with none.
+    const auto firstFrame = [&](int records) {
+        std::vector<double> frames;
+        for (int run = 0; run < 7; ++run) {
+            app.navigation()->showDashboard();
+            wait(300);
+            QElapsedTimer shown;
+            shown.start();
+            app.navigation()->showFolder(app.syncManager()->folders().first().id.toString(QUuid::WithoutBraces));
+            double at = 0;
+            const auto drawn = QObject::connect(window, &QQuickWindow::frameSwapped, window, [&] {
+                auto *list = window->findChild<QQuickItem *>(QStringLiteral("recentChanges"));
+                if (at == 0 && list && list->isVisible() && list->property("count").toInt() == records)
+                    at = double(shown.nsecsElapsed()) / 1e6;
+            });
+            while (at == 0 && shown.elapsed() < 20000)
+                wait(1);
+            QObject::disconnect(drawn);
+            frames.push_back(at);
+        }
+        std::printf("folder pane with Recent Changes of %d records: first frame after %.0f ms (median of 7, max %.0f ms)\n",
+                    records, median(frames), *std::max_element(frames.begin(), frames.end()));
+    };
+    firstFrame(int(ActivityLog::kMaxRecords));
+    activity.removeFolder(folder.id);
+    firstFrame(0);
     return 0;
 }

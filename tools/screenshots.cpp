@@ -6,6 +6,7 @@
 #include "platform/InotifyFileEventService.h"
 #include "platform/MemorySettingsStore.h"
 #include "platform/XdgAutostartLoginItem.h"
+#include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
 #include "ui/NavigationState.h"
@@ -174,6 +175,35 @@ void writeFixture(const QString &root)
     SyncFolder camera = failing("Camera", "Camera", target("onedrive", "Camera Roll"),
                                 QStringLiteral("Local folder not found: ") + home + QStringLiteral("/Media/Camera"));
     camera.localPath = home + QStringLiteral("/Media/Camera");
+    // What Documents' runs changed, and a file changed on both sides whose
+    // two copies are both still there.
+    QDir().mkpath(documents.localPath);
+    const auto put = [&](const QString &name, const QByteArray &content, qint64 secondsAgo) {
+        QFile file(documents.localPath + u'/' + name);
+        if (file.open(QIODevice::WriteOnly)) {
+            file.write(content);
+            file.setFileTime(now.addSecs(-secondsAgo), QFileDevice::FileModificationTime);
+        }
+    };
+    put(QStringLiteral("Proposal.odt"), QByteArray(48213, 'r'), 40 * 60);
+    put(QStringLiteral("Proposal.odt.conflict1"), QByteArray(51877, 'l'), 55 * 60);
+    const auto change = [&](const char *path, ChangeParser::Action action, bool onRemote, qint64 secondsAgo) {
+        return ActivityRecord{documents.id, QStringLiteral("gdrive:Backup/Documents"), now.addSecs(-secondsAgo),
+                              ActivityRecord::Kind::change, QString::fromUtf8(path), action, onRemote, {}, {}};
+    };
+    using A = ChangeParser::Action;
+    ActivityLog(home + QStringLiteral("/.local/share/nimbrell/activity.jsonl")).append({
+        change("Photos/beach 🏖.jpg", A::added, true, 3 * 3600),
+        change("Budget 2027.xlsx", A::updated, false, 3600),
+        change("old draft.docx", A::deleted, true, 20 * 60),
+        change("Invoices/2026/inv-0042.pdf", A::added, true, 5 * 60),
+        change("notes.md", A::added, false, 5 * 60),
+        ActivityRecord{documents.id, QStringLiteral("gdrive:Backup/Documents"), now.addSecs(-5 * 60),
+                       ActivityRecord::Kind::conflict, QStringLiteral("Proposal.odt"), A::added, false,
+                       QStringLiteral("Proposal.odt.conflict1"), true},
+        change("Proposal.odt.conflict1", A::added, true, 5 * 60),
+        change("Reports/Q3 summary.pdf", A::updated, true, 2 * 60),
+    });
     QFile store(home + QStringLiteral("/.config/rclone/rclone_sync_folders.json"));
     if (store.open(QIODevice::WriteOnly))
         store.write(FolderStore::encode({documents, photos, projects, music, odd, book, thesis, mail, camera}).value());
@@ -191,13 +221,17 @@ void shoot(const QString &appearance, bool withData)
         writeFixture(root.path());
     qputenv("HOME", QFile::encodeName(root.filePath(QStringLiteral("home"))));
     qputenv("XDG_CONFIG_HOME", QFile::encodeName(root.filePath(QStringLiteral("home/.config"))));
+    qputenv("XDG_DATA_HOME", QFile::encodeName(root.filePath(QStringLiteral("home/.local/share"))));
     qputenv("RCLONE_CONFIG", QFile::encodeName(root.filePath(QStringLiteral("rclone.conf"))));
 
     MemorySettingsStore settings;
     RcloneEngine engine(QStringLiteral(RCLONE_PATH));
     InotifyFileEventService fileEvents;
     XdgAutostartLoginItem loginItem;
-    NimbrellApp app({settings, engine, fileEvents, loginItem, 1}); // one sync at a time: the next one waits
+    ActivityLog activity;
+    // One sync at a time: the next one waits.
+    NimbrellApp app({.settings = settings, .engine = engine, .fileEvents = fileEvents, .loginItem = loginItem,
+                     .concurrentSyncs = 1, .activity = &activity});
     app.start();
     QQuickWindow *main = app.window(QStringLiteral("main"));
     const QString suffix = u'-' + appearance;
@@ -242,6 +276,16 @@ void shoot(const QString &appearance, bool withData)
     save(main, QStringLiteral("remote-storage-error") + suffix);
     app.navigation()->showFolder(uuidStringOf(app, 0));
     save(main, QStringLiteral("main-folder-selected") + suffix);
+    // Further down the same pane: what its runs changed.
+    if (auto *list = main->findChild<QQuickItem *>(QStringLiteral("recentChanges"))) {
+        for (QQuickItem *up = list->parentItem(); up; up = up->parentItem()) {
+            if (up->inherits("QQuickFlickable")) {
+                up->setProperty("contentY", list->mapToItem(up->property("contentItem").value<QQuickItem *>(), QPointF()).y() - 260);
+                break;
+            }
+        }
+    }
+    save(main, QStringLiteral("folder-recent-changes") + suffix);
     app.syncManager()->syncFolder(app.syncManager()->folders().at(1).id);
     app.syncManager()->syncFolder(app.syncManager()->folders().at(4).id);
     app.navigation()->showFolder(uuidStringOf(app, 1));

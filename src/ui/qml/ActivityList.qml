@@ -137,7 +137,7 @@ Card {
                         font.pixelSize: 12
                     }
                     Label {
-                        Layout.preferredWidth: 92
+                        Layout.preferredWidth: 118
                         horizontalAlignment: Text.AlignRight
                         text: app.format.relativeTime(row.time, app.format.now) + " ago"
                         color: app.theme.secondary
