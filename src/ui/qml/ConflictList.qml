@@ -10,6 +10,15 @@ Card {
     required property FolderDetailController controller
     property bool syncing: false
 
+    // A copy deleted or renamed in a file manager settles its conflict: it
+    // drops out within moments.
+    Timer {
+        running: card.visible
+        interval: 2000
+        repeat: true
+        onTriggered: card.controller.recheckConflicts()
+    }
+
     ColumnLayout {
         width: parent.width
         spacing: 10
