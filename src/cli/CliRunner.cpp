@@ -175,6 +175,8 @@ void printStatus(const QJsonObject &report)
             : status == u"syncing"           ? SyncFollower::progressText(folder)
                                              : QStringLiteral("Idle");
         shown[0] = shown[0].toUpper();
+        if (folder.value(QStringLiteral("paused")).toBool())
+            shown += QStringLiteral(", paused");
         const QString lastSync = folder.value(QStringLiteral("lastSync")).toString();
         const QDateTime lastSyncDate = QDateTime::fromString(lastSync, Qt::ISODate);
         const QString relative = Formatting::relativeTime(lastSyncDate, now);
@@ -442,6 +444,13 @@ int control(const CliCommand &command)
         return kNotRunning;
     }
     QJsonObject arguments;
+    const bool perFolder = (command.kind == Kind::pause || command.kind == Kind::resume) && !command.folders.isEmpty();
+    if (perFolder) {
+        const std::optional<QList<QUuid>> ids = chosenFolders(command, *status);
+        if (!ids)
+            return kUsage;
+        arguments = syncRequest(command, *ids);
+    }
     if (command.kind == Kind::cancel || command.kind == Kind::open) {
         const std::optional<QList<QUuid>> ids = chosenFolders(command, *status);
         if (!ids)
@@ -475,6 +484,14 @@ int control(const CliCommand &command)
     }
     case Kind::pause:
     case Kind::resume:
+        if (perFolder) {
+            const QJsonArray changed = reply->value(QStringLiteral("folders")).toArray();
+            for (const CommandLine::NamedFolder &folder : namedFolders(*status)) {
+                if (changed.contains(uuidString(folder.id)))
+                    out((command.kind == Kind::pause ? QStringLiteral("Paused %1\n") : QStringLiteral("Resumed %1\n")).arg(folder.name));
+            }
+            break;
+        }
         out(reply->value(QStringLiteral("automaticSync")).toBool() ? QStringLiteral("Automatic sync is on.\n")
                                                                    : QStringLiteral("Automatic sync is off.\n"));
         break;

@@ -19,8 +19,8 @@ struct Subcommand
 constexpr std::array kSubcommands{
     Subcommand{"status", Kind::status, "--json", -1},   Subcommand{"sync", Kind::sync, "--all --wait", -1},
     Subcommand{"cancel", Kind::cancel, "--all", -1},    Subcommand{"list", Kind::list, "--json", 0},
-    Subcommand{"remotes", Kind::remotes, "--json", 0},  Subcommand{"pause", Kind::pause, "", 0},
-    Subcommand{"resume", Kind::resume, "", 0},          Subcommand{"open", Kind::open, "", 1},
+    Subcommand{"remotes", Kind::remotes, "--json", 0},  Subcommand{"pause", Kind::pause, "", -1},
+    Subcommand{"resume", Kind::resume, "", -1},          Subcommand{"open", Kind::open, "", 1},
     Subcommand{"quit", Kind::quit, "", 0},
 };
 
@@ -47,8 +47,10 @@ Commands:
   list [--json]                    folders with their local path, targets, filters and
                                    conflict policy
   remotes [--json]                 the rclone remotes
-  pause                            turn automatic sync off
-  resume                           turn automatic sync on
+  pause [FOLDER...]                pause those folders: only sync runs them; without a
+                                   folder, turn automatic sync off
+  resume [FOLDER...]               resume those folders; without a folder, turn automatic
+                                   sync on
   open [FOLDER]                    show the window, at that folder
   quit                             quit the running Nimbrell once its syncs have stopped
 

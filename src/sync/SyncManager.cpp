@@ -155,6 +155,8 @@ void SyncManager::deleteFolder(const QUuid &id)
     m_errorDetails.remove(id);
     m_problems.remove(id);
     m_openConflicts.remove(id);
+    m_missedWhilePaused.remove(id);
+    m_preferences.remove(id);
     if (m_activity)
         m_activity->removeFolder(id);
     for (qsizetype row = m_folders.size() - 1; row >= 0; --row) {
@@ -200,6 +202,10 @@ bool SyncManager::startRun(const QUuid &id, SyncTrigger trigger, const TargetOve
     const qsizetype row = indexOf(id);
     if (row < 0 || m_folders.at(row).remoteTargets.isEmpty() || m_runsSuspended)
         return false;
+    if (trigger == SyncTrigger::automatic && isPaused(id)) {
+        m_missedWhilePaused.insert(id);
+        return false;
+    }
     if (const auto it = m_runs.find(id); it != m_runs.end()) {
         if (it->second->state() == SyncRun::State::running)
             m_followUps.insert(id);
@@ -484,6 +490,17 @@ void SyncManager::runStopped(SyncRun *run)
     run->deleteLater();
     updateActivity();
     startQueuedRuns();
+}
+
+void SyncManager::setPaused(const QUuid &id, bool paused)
+{
+    if (!folder(id) || paused == isPaused(id))
+        return;
+    qCInfo(lcSyncManager, "Folder %s %s", qPrintable(uuidString(id)), paused ? "paused" : "resumed");
+    m_preferences.setPaused(id, paused);
+    notifyFolder(id);
+    if (!paused && m_missedWhilePaused.remove(id) && m_isGlobalSyncEnabled && m_automaticRuns)
+        syncFolder(id, SyncTrigger::automatic);
 }
 
 void SyncManager::recheckConflicts(const QUuid &id)

@@ -3,6 +3,7 @@
 #include "model/SyncFolder.h"
 #include "sync/ActivityLog.h"
 #include "sync/ConflictCopies.h"
+#include "sync/FolderPreferences.h"
 #include "sync/SyncProblem.h"
 #include "sync/SyncTimings.h"
 
@@ -120,6 +121,13 @@ public:
     void releaseRuns(const QUuid &id);
     bool isHeld(const QUuid &id) const { return m_held.contains(id); }
 
+    // A paused folder is left out of automatic runs (its watcher, the
+    // periodic check, syncing all); a user's "Sync Now" still runs it. A run
+    // under way when it is paused finishes. Resuming runs it once if a change
+    // was left waiting meanwhile.
+    bool isPaused(const QUuid &id) const { return m_preferences.isPaused(id); }
+    void setPaused(const QUuid &id, bool paused);
+
     // A run of the folder is queued or under way.
     bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }
     // Where runs write what they changed; null when nowhere.
@@ -208,6 +216,8 @@ private:
     // on every progress report).
     QHash<QUuid, QList<SyncProblem>> m_problems;
     QHash<QUuid, QList<ActivityRecord>> m_openConflicts;
+    FolderPreferences m_preferences;
+    QSet<QUuid> m_missedWhilePaused; // automatic runs a pause turned away
     bool m_runsSuspended = false;
     QList<QUuid> m_suspendedRuns;
     bool m_wasSyncActive = false;

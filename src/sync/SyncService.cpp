@@ -26,9 +26,10 @@ QList<QUuid> requestedFolders(const QJsonObject &request, const SyncManager &man
 {
     QList<QUuid> ids;
     if (request.value(QStringLiteral("all")).toBool()) {
-        // As "sync all" does: a folder with nothing to sync to is no failure.
+        // As "sync all" does: a folder with nothing to sync to, or paused,
+        // is no failure.
         for (const SyncFolder &folder : manager.folders()) {
-            if (!folder.remoteTargets.isEmpty())
+            if (!folder.remoteTargets.isEmpty() && !manager.isPaused(folder.id))
                 ids.append(folder.id);
         }
         return ids;
@@ -103,8 +104,20 @@ void SyncService::serve(InstanceChannel &channel)
         }
         return QJsonObject{{QStringLiteral("cancelled"), cancelled}};
     });
+    // Named folders are paused or resumed each; without any, automatic sync
+    // as a whole is turned off or on.
     for (const bool enable : {false, true}) {
-        channel.setHandler(enable ? QStringLiteral("resume") : QStringLiteral("pause"), [this, enable](const QJsonObject &) {
+        channel.setHandler(enable ? QStringLiteral("resume") : QStringLiteral("pause"), [this, enable](const QJsonObject &request) {
+            if (request.contains(kFolders)) {
+                QJsonArray changed;
+                for (const QUuid &id : requestedFolders(request, m_manager)) {
+                    if (m_manager.folder(id)) {
+                        m_manager.setPaused(id, !enable);
+                        changed.append(uuidString(id));
+                    }
+                }
+                return QJsonObject{{kFolders, changed}};
+            }
             if (m_manager.isGlobalSyncEnabled() != enable)
                 m_manager.setGlobalSyncEnabled(enable);
             return QJsonObject{{QStringLiteral("automaticSync"), enable}};
@@ -128,10 +141,13 @@ QJsonObject SyncService::statusReport() const
 {
     QJsonArray folders;
     const QList<ActivityRecord> activity = m_manager.activityLog() ? m_manager.activityLog()->read() : QList<ActivityRecord>();
-    for (const SyncFolder &folder : m_manager.folders())
-        folders.append(FolderReport::status(folder, m_manager.isRunning(folder.id), m_manager.isWaiting(folder.id),
-                                            m_manager.problems(folder.id),
-                                            FolderActivity::of(activity, folder.id, folder.localPath)));
+    for (const SyncFolder &folder : m_manager.folders()) {
+        QJsonObject report = FolderReport::status(folder, m_manager.isRunning(folder.id), m_manager.isWaiting(folder.id),
+                                                  m_manager.problems(folder.id),
+                                                  FolderActivity::of(activity, folder.id, folder.localPath));
+        report.insert(QStringLiteral("paused"), m_manager.isPaused(folder.id));
+        folders.append(report);
+    }
     const QJsonValue instance = m_mode == Mode::offline
         ? QJsonValue()
         : QJsonObject{{QStringLiteral("pid"), QCoreApplication::applicationPid()},

@@ -111,6 +111,7 @@ QVariantMap FolderDetailController::folderMap() const
         {QStringLiteral("lastError"), optional(f->lastError)},
         {QStringLiteral("targets"), targets},
         {QStringLiteral("isWaiting"), m_app && m_app->syncManager()->isWaiting(f->id)},
+        {QStringLiteral("paused"), m_app && m_app->syncManager()->isPaused(f->id)},
     };
 }
 
@@ -567,6 +568,12 @@ void FolderDetailController::settleConflict(int conflict, ConflictCopies::Choice
         m_conflictError = error;
         Q_EMIT conflictsChanged();
     });
+}
+
+void FolderDetailController::setPaused(bool paused)
+{
+    if (m_app && !m_folderId.isNull())
+        m_app->syncManager()->setPaused(m_folderId, paused);
 }
 
 void FolderDetailController::recheckConflicts()

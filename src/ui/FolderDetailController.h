@@ -107,6 +107,7 @@ public:
     Q_INVOKABLE void save();
     Q_INVOKABLE void deleteFolder();
     Q_INVOKABLE void syncNow();
+    Q_INVOKABLE void setPaused(bool paused);
     Q_INVOKABLE void abortSync();
     // Counts the local directory's files and bytes on a worker thread.
     Q_INVOKABLE void loadFolderStats();

@@ -57,6 +57,8 @@ QVariant FolderListModel::data(const QModelIndex &index, int role) const
         return folder.localPath;
     case ConflictsRole:
         return int(m_manager.openConflicts(folder.id).size());
+    case PausedRole:
+        return m_manager.isPaused(folder.id);
     default:
         return {};
     }
@@ -67,16 +69,20 @@ QHash<int, QByteArray> FolderListModel::roleNames() const
     return {
         {IdRole, "folderId"},   {NameRole, "name"},         {StatusRole, "status"},       {RemoteCountRole, "remoteCount"},
         {LastSyncRole, "lastSync"}, {ProgressRole, "progress"}, {LocalPathRole, "localPath"},
-        {ConflictsRole, "conflicts"},
+        {ConflictsRole, "conflicts"}, {PausedRole, "paused"},
     };
 }
 
 void FolderListModel::statusesMayHaveChanged()
 {
-    int conflicts = 0;
-    for (const SyncFolder &folder : m_manager.folders())
+    int conflicts = 0, paused = 0;
+    for (const SyncFolder &folder : m_manager.folders()) {
         conflicts += int(m_manager.openConflicts(folder.id).size());
-    if (std::exchange(m_conflictCount, conflicts) != conflicts)
+        paused += m_manager.isPaused(folder.id);
+    }
+    const bool conflictsChanged = std::exchange(m_conflictCount, conflicts) != conflicts;
+    const bool pausedChanged = std::exchange(m_pausedCount, paused) != paused;
+    if (conflictsChanged || pausedChanged)
         Q_EMIT conflictCountChanged();
 
     QList<std::pair<SyncStatus, QString>> statuses;

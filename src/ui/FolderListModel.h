@@ -24,6 +24,7 @@ class FolderListModel final : public QAbstractListModel
     Q_PROPERTY(Summary summary READ summary NOTIFY statusCountsChanged)
     // Open conflicts over all folders.
     Q_PROPERTY(int conflictCount READ conflictCount NOTIFY conflictCountChanged)
+    Q_PROPERTY(int pausedCount READ pausedCount NOTIFY conflictCountChanged)
 
 public:
     enum Role {
@@ -35,6 +36,7 @@ public:
         ProgressRole,
         LocalPathRole,
         ConflictsRole, // open conflicts
+        PausedRole,
     };
 
     // What the dashboard's "System Status" says: errors first, then running syncs.
@@ -56,13 +58,14 @@ public:
     QVariantList errorFolders() const; // [{folderId, name}], in list order
     Summary summary() const { return summaryFor(errorCount(), activeCount()); }
     int conflictCount() const { return m_conflictCount; }
+    int pausedCount() const { return m_pausedCount; }
     // The row of the folder with this id, or -1.
     Q_INVOKABLE int rowOf(const QString &folderId) const;
 
 Q_SIGNALS:
     void countChanged();
     void statusCountsChanged();
-    void conflictCountChanged();
+    void conflictCountChanged(); // or the paused count
 
 private:
     int countOf(SyncStatus status) const;
@@ -74,4 +77,5 @@ private:
     // The statuses, with the names of the folders in error, as last told.
     QList<std::pair<SyncStatus, QString>> m_statuses;
     int m_conflictCount = 0;
+    int m_pausedCount = 0;
 };

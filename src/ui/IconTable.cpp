@@ -15,7 +15,7 @@ struct Icon
 
 // Symbols ending in ".fill" point at Tabler's filled variant ("-filled") where Tabler has
 // one; otherwise at the outline icon, which reads the same at the sizes we draw.
-constexpr std::array<Icon, 48> kIcons{{
+constexpr std::array<Icon, 50> kIcons{{
     // Provider logos
     {u"drive", u"providers/drive"},
     {u"dropbox", u"providers/dropbox"},
@@ -49,6 +49,8 @@ constexpr std::array<Icon, 48> kIcons{{
     {u"gearshape", u"tabler/settings"},
     {u"gearshape.fill", u"tabler/settings-filled"},
     {u"stop.circle", u"tabler/circle-stop"},
+    {u"pause", u"tabler/player-pause"},
+    {u"play", u"tabler/player-play"},
     {u"chevron.down", u"tabler/chevron-down"},
     {u"chevron.up", u"tabler/chevron-up"},
     {u"checkmark", u"tabler/check"},

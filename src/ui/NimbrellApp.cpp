@@ -151,6 +151,11 @@ void NimbrellApp::selectAdjacent(int step)
     m_navigation->setSelection(rows.at(next));
 }
 
+void NimbrellApp::setFolderPaused(const QString &id, bool paused)
+{
+    m_syncManager->setPaused(QUuid::fromString(id), paused);
+}
+
 void NimbrellApp::deleteFolder(const QString &id)
 {
     const QUuid folderId = QUuid::fromString(id);

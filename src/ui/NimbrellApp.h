@@ -99,6 +99,8 @@ public:
     // The sidebar's Up and Down keys: the row `step` rows away, in the
     // sidebar's order (dashboard, folders, remotes), stopping at either end.
     Q_INVOKABLE void selectAdjacent(int step);
+    // Pause or Resume from the sidebar's menu.
+    Q_INVOKABLE void setFolderPaused(const QString &id, bool paused);
     // The confirmed deletion of a folder; an open detail of it closes.
     Q_INVOKABLE void deleteFolder(const QString &id);
     // The one way out (menus, tray, signals, the command line): every rclone

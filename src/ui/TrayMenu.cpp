@@ -19,7 +19,7 @@ TrayMenu::TrayMenu(SyncManager &manager, QObject *parent)
     const auto update = [this] {
         // Progress reports come many times a second; rebuild only when a line changes.
         const QStringList lines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); })
-            + failedLines() + QStringList{conflictLine()};
+            + failedLines() + QStringList{conflictLine()} + pauseEntries();
         if (lines != m_shownLines || m_menu->isEmpty())
             rebuild();
     };
@@ -73,6 +73,14 @@ QString TrayMenu::conflictLine() const
     return conflicts == 1 ? QStringLiteral("1 conflict") : QStringLiteral("%1 conflicts").arg(conflicts);
 }
 
+QStringList TrayMenu::pauseEntries() const
+{
+    QStringList entries;
+    for (const SyncFolder &folder : m_manager.folders())
+        entries.append((m_manager.isPaused(folder.id) ? QStringLiteral("paused ") : QStringLiteral("running ")) + folder.name);
+    return entries;
+}
+
 void TrayMenu::show(TrayHostWatcher *host)
 {
     if (!host)
@@ -120,7 +128,7 @@ void TrayMenu::rebuild()
     const QStringList syncing = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
     const QStringList failed = failedLines();
     const QString conflicts = conflictLine();
-    m_shownLines = syncing + failed + QStringList{conflicts};
+    m_shownLines = syncing + failed + QStringList{conflicts} + pauseEntries();
     m_menu->clear();
     if (m_isFinishing) {
         m_menu->addAction(kFinishingText)->setEnabled(false);
@@ -155,6 +163,20 @@ void TrayMenu::rebuild()
                 m_menu->addAction(conflicts, this, [this, id = folder.id] { Q_EMIT openFolderRequested(id); });
                 break;
             }
+        }
+        m_menu->addSeparator();
+    }
+    if (!m_manager.folders().isEmpty()) {
+        // Each folder's pause, as a check mark.
+        QMenu *pause = m_menu->addMenu(QStringLiteral("Pause Folders"));
+        for (const SyncFolder &folder : m_manager.folders()) {
+            QAction *action = pause->addAction(escaped(folder.name));
+            action->setCheckable(true);
+            action->setChecked(m_manager.isPaused(folder.id));
+            connect(action, &QAction::toggled, this, [this, id = folder.id](bool paused) {
+                // After the menu has closed: pausing rebuilds it.
+                QMetaObject::invokeMethod(this, [this, id, paused] { m_manager.setPaused(id, paused); }, Qt::QueuedConnection);
+            });
         }
         m_menu->addSeparator();
     }

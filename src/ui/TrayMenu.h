@@ -31,6 +31,8 @@ public:
     QStringList failedLines() const;
     // "2 conflicts" over all folders; empty without any.
     QString conflictLine() const;
+    // Each folder's name with whether it is paused, for the "Pause Folders" menu.
+    QStringList pauseEntries() const;
     static QStringList syncingLines(const QList<SyncFolder> &folders,
                                     const std::function<bool(const QUuid &)> &isWaiting = {});
 

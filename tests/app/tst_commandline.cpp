@@ -118,7 +118,7 @@ private Q_SLOTS:
         QTest::newRow("option of another command") << QStringList{"list", "--wait"} << -1 << QStringList{} << "list does not take '--wait'";
         QTest::newRow("names and --all") << QStringList{"sync", "--all", "Docs"} << -1 << QStringList{} << "not both";
         QTest::newRow("open two") << QStringList{"open", "a", "b"} << -1 << QStringList{} << "open takes one folder";
-        QTest::newRow("pause a folder") << QStringList{"pause", "Docs"} << -1 << QStringList{} << "pause takes no folder";
+        QTest::newRow("pause folders") << QStringList{"pause", "Docs", "a b"} << int(Kind::pause) << QStringList{"Docs", "a b"} << "";
     }
     void parse()
     {
@@ -229,6 +229,13 @@ private Q_SLOTS:
         QVERIFY(readFile(path("home/.config/nimbrell/nimbrell.conf")).contains("isGlobalSyncEnabled=true"));
         QCOMPARE(nimbrell({"pause"}).out, QString("Automatic sync is off.\n"));
         QVERIFY(readFile(path("home/.config/nimbrell/nimbrell.conf")).contains("isGlobalSyncEnabled=false"));
+        // One folder paused: shown so, kept outside the folder store, and resumed.
+        QCOMPARE(nimbrell({"pause", "Documents"}).out, QString("Paused Documents\n"));
+        QCOMPARE(nimbrell({"status", "--json", "Documents"}).json().value("folders")[0]["paused"].toBool(), true);
+        QVERIFY(nimbrell({"status", "Documents"}).out.contains("Status:     Idle, paused\n"));
+        QVERIFY(readFile(path("home/.config/nimbrell/folders.conf")).contains("paused=true"));
+        QCOMPARE(nimbrell({"resume", "Documents"}).out, QString("Resumed Documents\n"));
+        QCOMPARE(nimbrell({"status", "--json", "Documents"}).json().value("folders")[0]["paused"].toBool(), false);
 
         // No window here: `open` says so, a start of the window hands over and leaves.
         QCOMPARE(nimbrell({"open"}).exitCode, 1);

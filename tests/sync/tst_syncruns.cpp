@@ -9,6 +9,7 @@
 #include "platform/MemorySettingsStore.h"
 #include "support/LogCapture.h"
 #include "support/TestFiles.h"
+#include "sync/FolderPreferences.h"
 #include "sync/FolderWatcher.h"
 #include "sync/SyncManager.h"
 
@@ -92,6 +93,7 @@ private Q_SLOTS:
     {
         m_realHome = qgetenv("HOME");
         qputenv("HOME", QFile::encodeName(m_home.path()));
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(m_home.filePath(".config")));
     }
     void cleanupTestCase() { qputenv("HOME", m_realHome); }
 
@@ -454,6 +456,50 @@ private Q_SLOTS:
         QTest::qWait(300);
         QCOMPARE(bisyncRemotes().size(), 6);
         release("r0");
+    }
+
+    // A paused folder (kept across starts, outside the folder store) is left
+    // out of sync-all, its watcher and the periodic check; a user's run still
+    // runs it, and pausing a run under way lets it finish. Resumed, it syncs
+    // once for what it missed. Its setting goes with the folder.
+    void pausedFolderRunsOnlyWhenAsked()
+    {
+        release("r0"); // every run ends at once
+        m_fake->script("bisync", kHeldBisync);
+        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        m_settings.values.insert(SyncManager::kGlobalSyncIntervalKey, 30);
+        const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1);
+        writeStore({a, b});
+        FolderPreferences().setPaused(b.id, true);
+        SyncManager manager(environment({100ms, 200ms, 100ms}));
+        QVERIFY(manager.isPaused(b.id) && !manager.isPaused(a.id));
+        QTRY_COMPARE(bisyncRemotes(), QStringList{"r0:A"});
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+
+        m_fileEvents.change(b.localPath);
+        m_now = m_now.addSecs(31 * 60);
+        QTRY_COMPARE(bisyncRemotes(), (QStringList{"r0:A", "r0:A"}));
+        manager.syncAllFolders();
+        QTRY_COMPARE(bisyncRemotes().count("r0:A"), 3);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        QTest::qWait(300);
+        QCOMPARE(bisyncRemotes().count("r0:B"), 0);
+
+        QVERIFY(manager.syncFolder(b.id, SyncTrigger::user));
+        QTRY_COMPARE(bisyncRemotes().count("r0:B"), 1);
+        QTRY_COMPARE(manager.folders()[1].status, SyncStatus::success);
+        QVERIFY(manager.syncFolder(a.id, SyncTrigger::user));
+        manager.setPaused(a.id, true);
+        QTRY_COMPARE(bisyncRemotes().count("r0:A"), 4);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+
+        manager.setPaused(b.id, false);
+        QTRY_COMPARE(bisyncRemotes().count("r0:B"), 2);
+        QTRY_COMPARE(manager.folders()[1].status, SyncStatus::success);
+        QCOMPARE(FolderPreferences().isPaused(a.id), true);
+        manager.deleteFolder(a.id);
+        QVERIFY(!readFile(FolderPreferences::defaultPath()).contains(uuidString(a.id).toUtf8()));
+        QCOMPARE(bisyncRemotes().size(), 6);
     }
 };
 

@@ -433,6 +433,16 @@ private Q_SLOTS:
         QVERIFY(QRegularExpression("^Last synced \\d+ seconds? ago$").match(textItem(main, "Last synced ")->property("text").toString()).hasMatch());
         QVERIFY(QRegularExpression("^1 remote · \\d+ seconds?$").match(textItem(main, "1 remote")->property("text").toString()).hasMatch());
 
+        // Paused from its pane: said so there, in the sidebar and on the dashboard's count.
+        click(main, item(main, "pauseFolder"));
+        QTRY_COMPARE(missing(main, {"Paused", "1 remote · Paused", "Resume"}), QStringList());
+        QVERIFY(m_app->syncManager()->isPaused(created.id));
+        QCOMPARE(m_app->folders()->pausedCount(), 1);
+        QTest::qWait(450); // not the second click of a double-click, which would undo the first
+        click(main, item(main, "pauseFolder"));
+        QTRY_VERIFY(!m_app->syncManager()->isPaused(created.id));
+        QTRY_VERIFY(visibleTexts(main).contains("Pause"));
+
         // Edit the name.
         click(main, item(main, "editFolder"));
         QTRY_VERIFY(item(main, "editName"));

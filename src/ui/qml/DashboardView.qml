@@ -141,6 +141,13 @@ Item {
                         StatusPill { label: "Errors"; count: folders.errorCount; tint: app.theme.red }
                         StatusPill { label: "Idle"; count: folders.idleCount; tint: app.theme.secondary }
                         StatusPill {
+                            objectName: "pausedPill"
+                            visible: folders.pausedCount > 0
+                            label: "Paused"
+                            count: folders.pausedCount
+                            tint: app.theme.secondary
+                        }
+                        StatusPill {
                             objectName: "conflictsPill"
                             visible: folders.conflictCount > 0
                             label: folders.conflictCount === 1 ? "Conflict" : "Conflicts"

@@ -14,6 +14,7 @@ ItemDelegate {
     required property int remoteCount
     required property var lastSync
     required property int conflicts
+    required property bool paused
     property bool selected: false
     property bool showsFocus: false
 
@@ -28,7 +29,8 @@ ItemDelegate {
 
     readonly property color statusColor: app.theme.statusColors[status] ?? app.theme.secondary
     readonly property string detailText: app.format.remoteCount(remoteCount)
-        + (lastSync && !isNaN(lastSync.getTime()) ? " · " + app.format.relativeTime(lastSync, app.format.now) : "")
+        + (paused ? " · Paused"
+           : lastSync && !isNaN(lastSync.getTime()) ? " · " + app.format.relativeTime(lastSync, app.format.now) : "")
 
     contentItem: RowLayout {
         spacing: 10
@@ -123,6 +125,11 @@ ItemDelegate {
     }
     Menu {
         id: contextMenu
+        MenuItem {
+            text: row.paused ? "Resume" : "Pause"
+            icon.source: "image://icon/" + (row.paused ? "play" : "pause") + "?color=" + encodeURIComponent(palette.windowText.toString())
+            onTriggered: app.setFolderPaused(row.folderId, !row.paused)
+        }
         MenuItem {
             text: "Delete"
             icon.source: "image://icon/trash?color=" + encodeURIComponent(app.theme.red.toString())

@@ -19,6 +19,7 @@ Item {
     }
     readonly property var folder: controller.folder
     readonly property bool syncing: folder.status === "syncing"
+    readonly property bool paused: !!folder.paused
 
     // Which button of which target row takes the focus once the rows are remade.
     property var refocus: null
@@ -44,6 +45,7 @@ Item {
         swapGuardTimer.restart()
     }
     onSyncingChanged: buttonsSwapped()
+    onPausedChanged: buttonsSwapped()
     onFolderIdChanged: buttonsSwapped()
     Connections {
         target: controller
@@ -136,6 +138,15 @@ Item {
                         iconName: "stop.circle"
                         toolTip: "Abort Sync"
                         onClicked: controller.abortSync()
+                    }
+                    AppButton {
+                        objectName: "pauseFolder"
+                        visible: !controller.isEditing && pane.folderId !== ""
+                        text: pane.paused ? "Resume" : "Pause"
+                        iconName: pane.paused ? "play" : "pause"
+                        toolTip: pane.paused ? "Sync this folder automatically again"
+                                             : "Sync this folder only when you click Sync Now"
+                        onClicked: controller.setPaused(!pane.paused)
                     }
                     AppButton {
                         objectName: "editFolder"
@@ -237,9 +248,9 @@ Item {
                             }
                             Icon {
                                 visible: !pane.syncing
-                                name: folder.status === "success" ? "checkmark.circle.fill"
+                                name: pane.paused ? "pause" : folder.status === "success" ? "checkmark.circle.fill"
                                     : folder.status === "error" ? "exclamationmark.triangle" : "clock"
-                                color: folder.status === "success" ? app.theme.green
+                                color: pane.paused ? app.theme.secondary : folder.status === "success" ? app.theme.green
                                      : folder.status === "error" ? app.theme.red : app.theme.secondary
                                 size: 18
                             }
@@ -256,6 +267,7 @@ Item {
                                             return "Syncing"
                                         return "Syncing to " + targets[index].remoteName + ":" + targets[index].remotePath
                                     }
+                                    if (pane.paused) return "Paused"
                                     if (folder.status === "success") return "Sync completed successfully"
                                     if (folder.status === "error") return "Last sync failed"
                                     return "Idle — ready to sync"

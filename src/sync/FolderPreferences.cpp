@@ -1,0 +1,52 @@
+#include "sync/FolderPreferences.h"
+
+#include "model/UuidString.h"
+
+#include <QStandardPaths>
+
+QString FolderPreferences::defaultPath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/nimbrell/folders.conf");
+}
+
+FolderPreferences::FolderPreferences(const QString &path)
+    : m_settings(path, QSettings::IniFormat)
+{
+    for (const QString &group : m_settings.childGroups()) {
+        const QUuid id = QUuid::fromString(group);
+        if (!id.isNull() && m_settings.value(group + QStringLiteral("/paused"), false).toBool())
+            m_paused.insert(id);
+    }
+}
+
+QString FolderPreferences::key(const QUuid &id, const char *name)
+{
+    return uuidString(id) + u'/' + QLatin1String(name);
+}
+
+bool FolderPreferences::isPaused(const QUuid &id) const
+{
+    return m_paused.contains(id);
+}
+
+void FolderPreferences::setPaused(const QUuid &id, bool paused)
+{
+    // Off is the default: the file keeps only what differs from it.
+    if (paused) {
+        m_paused.insert(id);
+        m_settings.setValue(key(id, "paused"), true);
+    } else {
+        m_paused.remove(id);
+        m_settings.remove(key(id, "paused"));
+    }
+    m_settings.sync();
+}
+
+void FolderPreferences::remove(const QUuid &id)
+{
+    m_paused.remove(id);
+    if (!m_settings.childGroups().contains(uuidString(id)))
+        return;
+    m_settings.remove(uuidString(id));
+    m_settings.sync();
+}

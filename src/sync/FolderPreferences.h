@@ -1,0 +1,28 @@
+#pragma once
+
+#include <QSet>
+#include <QSettings>
+#include <QString>
+#include <QUuid>
+
+// Nimbrell's own settings of each folder, kept apart from the folder store,
+// whose format does not change: ~/.config/nimbrell/folders.conf, one group
+// per folder id. A group whose id is no folder's is never read.
+class FolderPreferences
+{
+public:
+    static QString defaultPath();
+    explicit FolderPreferences(const QString &path = defaultPath());
+
+    // Only a user's "Sync Now" runs a paused folder.
+    bool isPaused(const QUuid &id) const;
+    void setPaused(const QUuid &id, bool paused);
+    // A deleted folder's settings go with it.
+    void remove(const QUuid &id);
+
+private:
+    static QString key(const QUuid &id, const char *name);
+
+    QSettings m_settings;
+    QSet<QUuid> m_paused; // asked on every progress report: kept at hand
+};
