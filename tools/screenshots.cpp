@@ -241,6 +241,7 @@ void shoot(const QString &appearance, bool withData)
         return;
     }
     waitFor([&] { return app.remotes()->count() > 0; });
+    app.syncManager()->setPaused(app.syncManager()->folders().at(3).id, true); // Music
     save(main, QStringLiteral("main-dashboard") + suffix);
     const auto controller = [main] { return main->findChild<QObject *>(QStringLiteral("folderController")); };
     const auto review = [&](const QString &name) {
@@ -339,6 +340,12 @@ void shoot(const QString &appearance, bool withData)
     save(main, QStringLiteral("remote-delete-refused") + suffix);
     invoke(main, "remoteRefusalDialog", "close");
 
+    app.navigation()->showFolder(uuidStringOf(app, 3));
+    save(main, QStringLiteral("folder-paused") + suffix);
+    app.settings()->setLimitBandwidth(true);
+    app.settings()->setUploadKiB(512);
+    app.settings()->setDownloadKiB(4096);
+    app.settings()->setBandwidthSchedule(QStringLiteral("08:00,512k 19:00,off"));
     QQuickWindow *settingsWindow = app.openWindow(QStringLiteral("settings"));
     save(settingsWindow, QStringLiteral("settings-loading") + suffix);
     waitFor([&] { return app.settings()->rcloneVersion() != u"Loading..."; });

@@ -791,6 +791,8 @@ QStringList RcloneEngine::bisyncArguments(const BisyncRequest &request, const QS
         break;
     }
     arguments << QStringLiteral("--conflict-resolve") << resolve << QStringLiteral("--conflict-loser") << loser;
+    if (!request.bandwidthLimit.isEmpty())
+        arguments << QStringLiteral("--bwlimit") << request.bandwidthLimit;
     return arguments + request.extraArguments;
 }
 

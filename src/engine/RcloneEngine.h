@@ -29,6 +29,8 @@ struct BisyncRequest
     // Only runs a user starts from a review have these ("--dry-run",
     // "--force", "--resync-mode newer"); automatic runs never do.
     QStringList extraArguments = {};
+    // The value of "--bwlimit"; empty adds nothing.
+    QString bandwidthLimit = {};
 };
 
 // The only code that starts rclone. Every call runs rclone asynchronously on

@@ -25,4 +25,10 @@ public:
         values.insert(key, value);
         ++writes;
     }
+    QString stringValue(const QString &key) const override { return values.value(key).toString(); }
+    void setStringValue(const QString &key, const QString &value) override
+    {
+        values.insert(key, value);
+        ++writes;
+    }
 };

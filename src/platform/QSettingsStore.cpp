@@ -27,3 +27,14 @@ void QSettingsStore::setIntegerValue(const QString &key, qint64 value)
     m_settings.setValue(key, value);
     m_settings.sync();
 }
+
+QString QSettingsStore::stringValue(const QString &key) const
+{
+    return m_settings.value(key).toString();
+}
+
+void QSettingsStore::setStringValue(const QString &key, const QString &value)
+{
+    m_settings.setValue(key, value);
+    m_settings.sync();
+}

@@ -14,6 +14,8 @@ public:
     qint64 integerValue(const QString &key) const override;
     void setBoolValue(const QString &key, bool value) override;
     void setIntegerValue(const QString &key, qint64 value) override;
+    QString stringValue(const QString &key) const override;
+    void setStringValue(const QString &key, const QString &value) override;
 
 private:
     QSettings m_settings;

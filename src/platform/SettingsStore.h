@@ -2,8 +2,8 @@
 
 #include <QString>
 
-// The per-user defaults store: booleans and integers by key. An absent key
-// reads as false or 0.
+// The per-user defaults store: booleans, integers and texts by key. An
+// absent key reads as false, 0 or empty.
 class SettingsStore
 {
 public:
@@ -13,4 +13,7 @@ public:
     virtual qint64 integerValue(const QString &key) const = 0;
     virtual void setBoolValue(const QString &key, bool value) = 0;
     virtual void setIntegerValue(const QString &key, qint64 value) = 0;
+    // An absent key reads as empty.
+    virtual QString stringValue(const QString &key) const = 0;
+    virtual void setStringValue(const QString &key, const QString &value) = 0;
 };

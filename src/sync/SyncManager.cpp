@@ -1,6 +1,7 @@
 #include "sync/SyncManager.h"
 
 #include "sync/ActivityLog.h"
+#include "sync/BandwidthLimit.h"
 
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
@@ -245,6 +246,7 @@ void SyncManager::enqueue(const QUuid &id, SyncTrigger trigger)
 SyncRun *SyncManager::makeRun(const QUuid &id)
 {
     auto *run = new SyncRun(m_engine, id, this);
+    run->setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
     connect(run, &SyncRun::targetStarted, this, [this, id](qsizetype index) {
         changeFolder(id, [index](SyncFolder &folder) {
             folder.currentTargetIndex = index;

@@ -45,7 +45,7 @@ void SyncRun::nextTarget()
     const RemoteTarget &target = m_folder.remoteTargets.at(m_index);
     Q_EMIT targetStarted(m_index);
     BisyncRequest request{m_localPath, target.remoteName + u':' + target.remotePath, m_folder.filters,
-                          m_folder.conflictResolution, !target.hasResynced, {}};
+                          m_folder.conflictResolution, !target.hasResynced, {}, m_bandwidthLimit};
     if (m_override && m_override->targetId == target.id) {
         request.isInitialSync = request.isInitialSync || m_override->initial;
         request.extraArguments = m_override->extraArguments;

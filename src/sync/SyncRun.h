@@ -45,6 +45,8 @@ public:
     bool isWaiting() const { return m_state == State::queued || m_isWaitingForEarlier; }
 
     void setOverride(const TargetOverride &override) { m_override = override; }
+    // "--bwlimit" for each target's bisync; empty: none.
+    void setBandwidthLimit(const QString &limit) { m_bandwidthLimit = limit; }
     void start(const SyncFolder &folder);
     // Conflicting copies that bisync renamed during this run.
     int conflictCount() const { return m_conflicts; }
@@ -81,6 +83,7 @@ private:
     QStringList m_details;
     QPointer<RcloneJob> m_job;
     ChangeParser m_changes; // of the current target
+    QString m_bandwidthLimit;
     QList<ActivityRecord> m_activity;
     bool m_isWaitingForEarlier = false;
     std::optional<TargetOverride> m_override;

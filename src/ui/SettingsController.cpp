@@ -1,5 +1,7 @@
 #include "ui/SettingsController.h"
 
+#include "sync/BandwidthLimit.h"
+
 #include "platform/SettingsStore.h"
 #include "sync/ProblemNotifier.h"
 
@@ -70,4 +72,52 @@ QVariantList SettingsController::intervalChoices()
         choices.append(QVariantMap{{QStringLiteral("label"), QStringLiteral("%1 Minutes").arg(minutes)},
                                    {QStringLiteral("minutes"), minutes}});
     return choices;
+}
+
+bool SettingsController::limitBandwidth() const
+{
+    return m_store.boolValue(BandwidthLimit::kEnabledKey);
+}
+
+void SettingsController::setLimitBandwidth(bool on)
+{
+    m_store.setBoolValue(BandwidthLimit::kEnabledKey, on);
+    Q_EMIT bandwidthChanged();
+}
+
+qint64 SettingsController::uploadKiB() const
+{
+    return m_store.integerValue(BandwidthLimit::kUploadKey);
+}
+
+void SettingsController::setUploadKiB(qint64 kib)
+{
+    m_store.setIntegerValue(BandwidthLimit::kUploadKey, qMax<qint64>(0, kib));
+    Q_EMIT bandwidthChanged();
+}
+
+qint64 SettingsController::downloadKiB() const
+{
+    return m_store.integerValue(BandwidthLimit::kDownloadKey);
+}
+
+void SettingsController::setDownloadKiB(qint64 kib)
+{
+    m_store.setIntegerValue(BandwidthLimit::kDownloadKey, qMax<qint64>(0, kib));
+    Q_EMIT bandwidthChanged();
+}
+
+QString SettingsController::bandwidthSchedule() const
+{
+    return m_store.stringValue(BandwidthLimit::kScheduleKey);
+}
+
+bool SettingsController::setBandwidthSchedule(const QString &text)
+{
+    const QString schedule = text.simplified();
+    m_scheduleError = schedule.isEmpty() ? QString() : BandwidthLimit::scheduleError(schedule);
+    if (m_scheduleError.isEmpty())
+        m_store.setStringValue(BandwidthLimit::kScheduleKey, schedule);
+    Q_EMIT bandwidthChanged();
+    return m_scheduleError.isEmpty();
 }

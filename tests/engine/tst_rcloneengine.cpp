@@ -1,4 +1,5 @@
 #include "engine/RcloneEngine.h"
+#include "sync/BandwidthLimit.h"
 #include "engine/RcloneJob.h"
 #include "fakes/FakeRclone.h"
 #include "support/Outcome.h"
@@ -16,6 +17,7 @@
 
 Q_DECLARE_METATYPE(std::optional<SyncFilterOptions>)
 Q_DECLARE_METATYPE(ConflictResolution)
+Q_DECLARE_METATYPE(BandwidthLimit)
 
 namespace {
 
@@ -225,34 +227,43 @@ private Q_SLOTS:
         QTest::addColumn<std::optional<SyncFilterOptions>>("filters");
         QTest::addColumn<ConflictResolution>("resolution");
         QTest::addColumn<bool>("initial");
+        QTest::addColumn<BandwidthLimit>("limit");
         QTest::addColumn<QStringList>("tail");
+        const BandwidthLimit off{false, 512, 1024, "08:00,1M"};
 
         QTest::newRow("initial, all filters, local wins")
-            << std::optional(SyncFilterOptions{true, true, true}) << ConflictResolution::localWins << true
+            << std::optional(SyncFilterOptions{true, true, true}) << ConflictResolution::localWins << true << off
             << QStringList{"--resync", "--exclude", ".git/**", "--exclude", ".*/**", "--exclude", "**/.*",
                            "--exclude", "node_modules/**", "--conflict-resolve", "local", "--conflict-loser", "delete"};
         QTest::newRow("no filters, keep both") << std::optional<SyncFilterOptions>() << ConflictResolution::keepBoth
-                                               << false
+                                               << false << BandwidthLimit{true, 0, 0, ""}
                                                << QStringList{"--conflict-resolve", "newer", "--conflict-loser", "num"};
         QTest::newRow("default filters, newer wins")
             << std::optional(SyncFilterOptions()) << ConflictResolution::newerWins << false
+            << BandwidthLimit{true, 512, 0, ""}
             << QStringList{"--exclude", ".git/**", "--exclude", "node_modules/**", "--conflict-resolve", "newer",
-                           "--conflict-loser", "delete"};
+                           "--conflict-loser", "delete", "--bwlimit", "512k:off"};
         QTest::newRow("filters all off, primary remote wins")
             << std::optional(SyncFilterOptions{false, false, false}) << ConflictResolution::remoteWins << true
-            << QStringList{"--resync", "--conflict-resolve", "remote", "--conflict-loser", "delete"};
+            << BandwidthLimit{true, 512, 2048, "08:00,512k  19:00,off"}
+            << QStringList{"--resync", "--conflict-resolve", "remote", "--conflict-loser", "delete", "--bwlimit",
+                           "08:00,512k 19:00,off"};
         QTest::newRow("hidden only") << std::optional(SyncFilterOptions{false, true, false})
-                                     << ConflictResolution::keepBoth << false
+                                     << ConflictResolution::keepBoth << false << BandwidthLimit{true, 0, 2048, ""}
                                      << QStringList{"--exclude", ".*/**", "--exclude", "**/.*", "--conflict-resolve",
-                                                    "newer", "--conflict-loser", "num"};
+                                                    "newer", "--conflict-loser", "num", "--bwlimit",
+                                                    "off:2048k"};
     }
     void bisyncArguments()
     {
         QFETCH(std::optional<SyncFilterOptions>, filters);
         QFETCH(ConflictResolution, resolution);
         QFETCH(bool, initial);
+        QFETCH(BandwidthLimit, limit);
         QFETCH(QStringList, tail);
-        const BisyncRequest r{"/home/ann/My Docs", "work docs:Back up", filters, resolution, initial, {}};
+        // (The settings read it as stored: blanks made single.)
+        limit.schedule = limit.schedule.simplified();
+        const BisyncRequest r{"/home/ann/My Docs", "work docs:Back up", filters, resolution, initial, {}, limit.argument()};
         const QStringList base{"bisync", "/home/ann/My Docs", "work docs:Back up", "--workdir", "/w",
                                "--create-empty-src-dirs", "-v", "-P"};
         QCOMPARE(RcloneEngine::bisyncArguments(r, "/w"), base + tail);

@@ -1,6 +1,7 @@
 // The engine against the real rclone: local, alias and WebDAV remotes in a
 // private HOME and rclone configuration.
 #include "engine/RcloneEngine.h"
+#include "sync/BandwidthLimit.h"
 #include "engine/RcloneJob.h"
 #include "support/Outcome.h"
 #include "support/RcloneSandbox.h"
@@ -74,6 +75,26 @@ private Q_SLOTS:
     {
         qRegisterMetaType<QProcess *>();
         QVERIFY2(QFileInfo(RcloneSandbox::rclone()).isExecutable(), "run scripts/setup to provide rclone");
+    }
+
+    // The timetable check agrees with rclone's own reading of --bwlimit.
+    void bandwidthSchedules_data()
+    {
+        QTest::addColumn<QString>("text");
+        for (const char *text : {"08:00,512k", "8:00,512k", "mOn-08:00,1M", "tuesday-08:00,1.5M", "Mo-08:00,1M",
+                                 "Mon-8:00,1M", "24:00,1M", "08:60,1M", "08:00,512k:1M", "08:00,off:1M", "08:00,OFF",
+                                 "08:00,1Mi", "08:00,1KiB", "08:00,1MB", "08:00,1Bi", "08:00,1b", "08:00,0", "08:00,-1",
+                                 "08:00,.5M", "08:00,1 M", "08:00,1M:", "08:00;512", "08:00,512k,3",
+                                 "08:00,512 19:00,off", "512", "1M:off", "off", "fast"})
+            QTest::newRow(text) << QString::fromUtf8(text);
+    }
+    void bandwidthSchedules()
+    {
+        QFETCH(QString, text);
+        QProcess rclone;
+        rclone.start(RcloneSandbox::rclone(), {"version", "--bwlimit", text});
+        QVERIFY(rclone.waitForFinished());
+        QCOMPARE(BandwidthLimit::scheduleError(text).isEmpty(), rclone.exitCode() == 0);
     }
 
     void remoteCommands()

@@ -14,6 +14,7 @@
 #include "ui/NimbrellApp.h"
 #include "ui/RemoteListModel.h"
 #include "ui/SettingsController.h"
+#include "sync/BandwidthLimit.h"
 
 #include <QGuiApplication>
 #include <QQuickItem>
@@ -108,6 +109,21 @@ private Q_SLOTS:
         QVERIFY(m_settings.values.value(SyncManager::kGlobalSyncEnabledKey).toBool());
         m_app->syncManager()->setGlobalSyncEnabled(false);
         QTRY_VERIFY(!globalSync->property("checked").toBool());
+        // Limit Bandwidth: the rates as typed, in KiB/s or MiB/s; a timetable
+        // rclone would refuse is said so and not saved.
+        QVERIFY(!settings->findChild<QQuickItem *>("uploadRate")->isVisible());
+        click(settings, settings->findChild<QQuickItem *>("limitBandwidth"));
+        QTRY_VERIFY(settings->findChild<QQuickItem *>("uploadRate")->isVisible());
+        SettingsController *controller = m_app->settings();
+        controller->setUploadKiB(2048);
+        QTRY_VERIFY(visibleTexts(settings).contains("MiB/s"));
+        QVERIFY(!controller->setBandwidthSchedule("8:00,512k"));
+        QTRY_VERIFY(textItem(settings, "“8:00,512k” is not a time and a rate"));
+        QVERIFY(controller->setBandwidthSchedule(" 08:00,512k   19:00,off "));
+        QCOMPARE(m_settings.values.value("bandwidthSchedule").toString(), "08:00,512k 19:00,off");
+        QCOMPARE(BandwidthLimit::read(m_settings).argument(), "08:00,512k 19:00,off");
+        QVERIFY(controller->setBandwidthSchedule(""));
+        QCOMPARE(BandwidthLimit::read(m_settings).argument(), "2048k:off");
 
         QQuickWindow *about = m_app->openWindow("about");
         QVERIFY(about);

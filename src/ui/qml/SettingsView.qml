@@ -6,6 +6,31 @@ import Nimbrell
 ColumnLayout {
     id: view
     required property NimbrellApp app
+
+    // A rate in KiB/s, typed in KiB/s or MiB/s; empty or 0 is no limit.
+    component RateField: RowLayout {
+        id: field
+        property real kib: 0
+        signal chosen(real value)
+        readonly property bool inMiB: unit.currentIndex === 1
+        function commit() { field.chosen(Math.round((Number(number.text) || 0) * (inMiB ? 1024 : 1))) }
+        AppTextField {
+            id: number
+            Layout.preferredWidth: 100
+            placeholderText: "No limit"
+            validator: IntValidator { bottom: 0; top: 100000000 }
+            text: field.kib <= 0 ? "" : String(field.inMiB ? field.kib / 1024 : field.kib)
+            onEditingFinished: field.commit()
+        }
+        AppComboBox {
+            id: unit
+            Layout.preferredWidth: 90
+            model: ["KiB/s", "MiB/s"]
+            currentIndex: field.kib > 0 && field.kib % 1024 === 0 ? 1 : 0
+            onActivated: field.commit()
+        }
+    }
+
     readonly property SyncManager manager: app.syncManager
     spacing: 0
 
@@ -96,6 +121,58 @@ ColumnLayout {
                     Layout.fillWidth: true
                     wrapMode: Text.Wrap
                     text: "How often to periodically sync with the cloud when Global Sync is enabled."
+                    font.pixelSize: 11
+                    color: app.theme.secondary
+                }
+                AppSwitch {
+                    objectName: "limitBandwidth"
+                    Layout.topMargin: 8
+                    text: "Limit Bandwidth"
+                    checked: app.settings.limitBandwidth
+                    onToggled: app.settings.limitBandwidth = checked
+                }
+                GridLayout {
+                    visible: app.settings.limitBandwidth
+                    columns: 2
+                    columnSpacing: 10
+                    rowSpacing: 6
+                    Label { text: "Upload" }
+                    RateField {
+                        objectName: "uploadRate"
+                        kib: app.settings.uploadKiB
+                        onChosen: value => app.settings.uploadKiB = value
+                    }
+                    Label { text: "Download" }
+                    RateField {
+                        objectName: "downloadRate"
+                        kib: app.settings.downloadKiB
+                        onChosen: value => app.settings.downloadKiB = value
+                    }
+                    Label { text: "Schedule" }
+                    AppTextField {
+                        objectName: "bandwidthSchedule"
+                        Layout.preferredWidth: 280
+                        placeholderText: "08:00,512k 19:00,off"
+                        text: app.settings.bandwidthSchedule
+                        onEditingFinished: app.settings.setBandwidthSchedule(text)
+                    }
+                }
+                Label {
+                    objectName: "bandwidthScheduleError"
+                    visible: app.settings.limitBandwidth && app.settings.bandwidthScheduleError !== ""
+                    Layout.fillWidth: true
+                    wrapMode: Text.Wrap
+                    text: app.settings.bandwidthScheduleError
+                    textFormat: Text.PlainText
+                    font.pixelSize: 11
+                    color: app.theme.red
+                }
+                Label {
+                    visible: app.settings.limitBandwidth
+                    Layout.fillWidth: true
+                    wrapMode: Text.Wrap
+                    text: "Empty or 0 means no limit. A schedule, in rclone's words, takes the place of both rates: "
+                          + "\"08:00,512k 19:00,off\" limits to 512 KiB/s from 08:00 and lifts the limit at 19:00."
                     font.pixelSize: 11
                     color: app.theme.secondary
                 }

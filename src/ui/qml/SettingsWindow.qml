@@ -6,12 +6,19 @@ AppWindow {
     id: window
     title: "Nimbrell Settings"
     width: 560
-    height: 520
+    height: 640
     minimumWidth: 420
     minimumHeight: 460
 
-    SettingsView {
-        app: window.app
+    // Scrolls when the window is smaller than its settings.
+    ScrollView {
+        id: scroll
         anchors.fill: parent
+        contentWidth: availableWidth
+
+        SettingsView {
+            app: window.app
+            width: scroll.availableWidth
+        }
     }
 }

@@ -44,7 +44,8 @@ ItemDelegate {
             Icon {
                 anchors.centerIn: parent
                 name: "folder.fill"
-                color: row.statusColor
+                // An idle folder's grey is the dark theme's light one: on the light tile, a darker grey.
+                color: row.highlighted && row.status === "idle" ? "#6E6E73" : row.statusColor
                 size: 16
             }
         }
