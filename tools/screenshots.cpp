@@ -342,6 +342,14 @@ void shoot(const QString &appearance, bool withData)
 
     app.navigation()->showFolder(uuidStringOf(app, 3));
     save(main, QStringLiteral("folder-paused") + suffix);
+    // On battery with "Pause on Battery Power": automatic sync on, yet waiting.
+    app.syncManager()->setPauseOnBattery(true);
+    app.syncManager()->setConditions(false, true);
+    app.syncManager()->setGlobalSyncEnabled(true);
+    app.navigation()->showDashboard();
+    save(main, QStringLiteral("main-dashboard-on-battery") + suffix);
+    app.syncManager()->setGlobalSyncEnabled(false);
+    app.syncManager()->setConditions(false, false);
     app.settings()->setLimitBandwidth(true);
     app.settings()->setUploadKiB(512);
     app.settings()->setDownloadKiB(4096);

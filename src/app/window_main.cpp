@@ -4,6 +4,7 @@
 #include "platform/InotifyFileEventService.h"
 #include "platform/InstanceChannel.h"
 #include "platform/QSettingsStore.h"
+#include "platform/PowerAndNetwork.h"
 #include "platform/TrayHostWatcher.h"
 #include "platform/XdgAutostartLoginItem.h"
 #include "sync/ActivityLog.h"
@@ -59,7 +60,10 @@ int main(int argc, char *argv[])
     ActivityLog activity;
     DesktopAppearance appearance;
     followDesktopAppearance(appearance);
-    NimbrellApp nimbrell({settings, engine, fileEvents, loginItem, defaultConcurrentSyncs(), &notifier, &trayHost, &activity});
+    MeteredNetworkMonitor network;
+    BatteryMonitor battery;
+    NimbrellApp nimbrell({settings, engine, fileEvents, loginItem, defaultConcurrentSyncs(), &notifier, &trayHost, &activity,
+                          &network, &battery});
     SyncManager &manager = *nimbrell.syncManager();
     qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),

@@ -3,6 +3,7 @@
 #include "engine/RcloneEngine.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/QSettingsStore.h"
+#include "platform/PowerAndNetwork.h"
 #include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncService.h"
@@ -34,4 +35,7 @@ private:
     ActivityLog m_activity;
     SyncManager m_manager;
     SyncService m_service;
+    // The headless service's, as the window's: automatic runs may wait on them.
+    std::unique_ptr<MeteredNetworkMonitor> m_network;
+    std::unique_ptr<BatteryMonitor> m_battery;
 };

@@ -7,6 +7,7 @@
 #include "model/FolderStore.h"
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
+#include "platform/PowerAndNetwork.h"
 #include "platform/SettingsStore.h"
 #include "sync/FolderWatcher.h"
 #include "sync/SyncRun.h"
@@ -156,7 +157,7 @@ void SyncManager::deleteFolder(const QUuid &id)
     m_errorDetails.remove(id);
     m_problems.remove(id);
     m_openConflicts.remove(id);
-    m_missedWhilePaused.remove(id);
+    m_missed.remove(id);
     m_preferences.remove(id);
     if (m_activity)
         m_activity->removeFolder(id);
@@ -203,8 +204,8 @@ bool SyncManager::startRun(const QUuid &id, SyncTrigger trigger, const TargetOve
     const qsizetype row = indexOf(id);
     if (row < 0 || m_folders.at(row).remoteTargets.isEmpty() || m_runsSuspended)
         return false;
-    if (trigger == SyncTrigger::automatic && isPaused(id)) {
-        m_missedWhilePaused.insert(id);
+    if (trigger == SyncTrigger::automatic && (isPaused(id) || !m_holdReason.isEmpty())) {
+        m_missed.insert(id);
         return false;
     }
     if (const auto it = m_runs.find(id); it != m_runs.end()) {
@@ -501,8 +502,78 @@ void SyncManager::setPaused(const QUuid &id, bool paused)
     qCInfo(lcSyncManager, "Folder %s %s", qPrintable(uuidString(id)), paused ? "paused" : "resumed");
     m_preferences.setPaused(id, paused);
     notifyFolder(id);
-    if (!paused && m_missedWhilePaused.remove(id) && m_isGlobalSyncEnabled && m_automaticRuns)
+    if (!paused && m_holdReason.isEmpty() && m_missed.remove(id) && m_isGlobalSyncEnabled && m_automaticRuns)
         syncFolder(id, SyncTrigger::automatic);
+}
+
+bool SyncManager::pauseOnMetered() const
+{
+    return m_settings.boolValue(kPauseOnMeteredKey);
+}
+
+bool SyncManager::pauseOnBattery() const
+{
+    return m_settings.boolValue(kPauseOnBatteryKey);
+}
+
+void SyncManager::setPauseOnMetered(bool on)
+{
+    m_settings.setBoolValue(kPauseOnMeteredKey, on);
+    updateHold();
+}
+
+void SyncManager::setPauseOnBattery(bool on)
+{
+    m_settings.setBoolValue(kPauseOnBatteryKey, on);
+    updateHold();
+}
+
+void SyncManager::setConditions(bool metered, bool onBattery)
+{
+    m_isMetered = metered;
+    m_onBattery = onBattery;
+    updateHold();
+}
+
+void SyncManager::followConditions(const MeteredNetworkMonitor *network, const BatteryMonitor *battery)
+{
+    const auto read = [this, network = QPointer(network), battery = QPointer(battery)] {
+        setConditions(network && network->isMetered(), battery && battery->onBattery());
+    };
+    if (network)
+        connect(network, &MeteredNetworkMonitor::changed, this, read);
+    if (battery)
+        connect(battery, &BatteryMonitor::changed, this, read);
+    read();
+}
+
+QString SyncManager::holdReason() const
+{
+    return m_holdReason;
+}
+
+void SyncManager::updateHold()
+{
+    const QString reason = m_isMetered && pauseOnMetered() ? QStringLiteral("metered connection")
+        : m_onBattery && pauseOnBattery()                  ? QStringLiteral("on battery power")
+                                                           : QString();
+    if (reason == m_holdReason) {
+        emit holdChanged(); // a setting changed
+        return;
+    }
+    qCInfo(lcSyncManager, "Automatic syncs %s", reason.isEmpty() ? "go on" : qPrintable(QStringLiteral("wait: ") + reason));
+    m_holdReason = reason;
+    emit holdChanged();
+    if (!reason.isEmpty() || !m_isGlobalSyncEnabled || !m_automaticRuns)
+        return;
+    // Each folder that changed or came due meanwhile syncs once.
+    const QSet<QUuid> missed = std::exchange(m_missed, {});
+    for (const SyncFolder &folder : std::as_const(m_folders)) {
+        if (missed.contains(folder.id) && !isPaused(folder.id))
+            syncFolder(folder.id, SyncTrigger::automatic);
+        else if (missed.contains(folder.id))
+            m_missed.insert(folder.id);
+    }
 }
 
 void SyncManager::recheckConflicts(const QUuid &id)

@@ -19,7 +19,9 @@
 #include <map>
 #include <memory>
 
+class BatteryMonitor;
 class FileEventService;
+class MeteredNetworkMonitor;
 class FolderWatcher;
 class RcloneEngine;
 class SettingsStore;
@@ -63,11 +65,20 @@ class SyncManager final : public QObject
     Q_PROPERTY(qint64 globalSyncIntervalMinutes READ globalSyncIntervalMinutes WRITE setGlobalSyncIntervalMinutes
                    NOTIFY globalSyncIntervalMinutesChanged)
     Q_PROPERTY(bool isSyncActive READ isSyncActive NOTIFY syncActivityChanged)
+    // Settings › Sync Options: automatic runs wait on a metered connection,
+    // on battery power.
+    Q_PROPERTY(bool pauseOnMetered READ pauseOnMetered WRITE setPauseOnMetered NOTIFY holdChanged)
+    Q_PROPERTY(bool pauseOnBattery READ pauseOnBattery WRITE setPauseOnBattery NOTIFY holdChanged)
+    // Why automatic runs wait now: "metered connection", "on battery power",
+    // or empty when they do not.
+    Q_PROPERTY(QString holdReason READ holdReason NOTIFY holdChanged)
 
 public:
     static inline const QString kGlobalSyncEnabledKey = QStringLiteral("isGlobalSyncEnabled");
     static inline const QString kGlobalSyncIntervalKey = QStringLiteral("globalSyncIntervalMinutes");
     static constexpr qint64 kDefaultGlobalSyncIntervalMinutes = 60;
+    static inline const QString kPauseOnMeteredKey = QStringLiteral("pauseOnMetered");
+    static inline const QString kPauseOnBatteryKey = QStringLiteral("pauseOnBattery");
 
     // Reads the settings, loads the folder store under the home directory and
     // starts automatic syncing when it is on.
@@ -81,6 +92,16 @@ public:
     void setGlobalSyncEnabled(bool enabled);
     qint64 globalSyncIntervalMinutes() const { return m_globalSyncIntervalMinutes; }
     void setGlobalSyncIntervalMinutes(qint64 minutes);
+
+    bool pauseOnMetered() const;
+    void setPauseOnMetered(bool on);
+    bool pauseOnBattery() const;
+    void setPauseOnBattery(bool on);
+    // What the network and the power source are now.
+    void setConditions(bool metered, bool onBattery);
+    // Follows the monitors' readings; either may be null (none here).
+    void followConditions(const MeteredNetworkMonitor *network, const BatteryMonitor *battery);
+    QString holdReason() const;
 
     // ~/.config/rclone/rclone_sync_folders.json
     const QString &dataFilePath() const { return m_dataFilePath; }
@@ -163,6 +184,7 @@ signals:
     void folderAboutToBeRemoved(qsizetype row);
     void folderRemoved(qsizetype row);
     void syncActivityChanged(bool active);
+    void holdChanged();
     // A run went over all targets; the folder has its outcome. `conflicts`:
     // files found changed on both sides.
     void runCompleted(const QUuid &id, int conflicts);
@@ -189,6 +211,7 @@ private:
     void runStopped(SyncRun *run);
     void notifyFolder(const QUuid &id);
     void updateActivity();
+    void updateHold();
 
     QList<SyncFolder> m_folders;
     bool m_isGlobalSyncEnabled = false;
@@ -217,7 +240,11 @@ private:
     QHash<QUuid, QList<SyncProblem>> m_problems;
     QHash<QUuid, QList<ActivityRecord>> m_openConflicts;
     FolderPreferences m_preferences;
-    QSet<QUuid> m_missedWhilePaused; // automatic runs a pause turned away
+    // Automatic runs a pause or a condition turned away: run once it ends.
+    QSet<QUuid> m_missed;
+    bool m_isMetered = false;
+    bool m_onBattery = false;
+    QString m_holdReason;
     bool m_runsSuspended = false;
     QList<QUuid> m_suspendedRuns;
     bool m_wasSyncActive = false;

@@ -5,6 +5,7 @@
 #include "platform/AppLogger.h"
 #include "platform/DesktopNotifier.h"
 #include "platform/FileManager.h"
+#include "platform/PowerAndNetwork.h"
 #include "sync/ProblemNotifier.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncService.h"
@@ -55,7 +56,14 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     , m_theme(new AppTheme(this))
     , m_tray(new TrayMenu(*m_syncManager, this))
     , m_trayHost(services.trayHost)
+    , m_network(services.network)
+    , m_battery(services.battery)
 {
+    m_syncManager->followConditions(services.network, services.battery);
+    if (services.network)
+        connect(services.network, &MeteredNetworkMonitor::changed, this, &NimbrellApp::conditionSourcesChanged);
+    if (services.battery)
+        connect(services.battery, &BatteryMonitor::changed, this, &NimbrellApp::conditionSourcesChanged);
     m_qml->addImageProvider(QStringLiteral("icon"), new IconImageProvider);
     connect(m_qml.get(), &QQmlEngine::quit, this, &NimbrellApp::quit);
     connect(m_tray, &TrayMenu::openDashboardRequested, this, &NimbrellApp::openDashboard);
@@ -69,6 +77,16 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
                 [this](const QString &key) { openFolder(QUuid::fromString(key)); });
         new ProblemNotifier(*m_syncManager, services.settings, *services.notifier, this);
     }
+}
+
+bool NimbrellApp::canTellMetered() const
+{
+    return m_network && m_network->isAvailable();
+}
+
+bool NimbrellApp::canTellBattery() const
+{
+    return m_battery && m_battery->isAvailable();
 }
 
 void NimbrellApp::openFolder(const QUuid &id)

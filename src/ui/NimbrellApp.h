@@ -11,6 +11,8 @@
 #include <memory>
 
 class ActivityLog;
+class BatteryMonitor;
+class MeteredNetworkMonitor;
 class AppTheme;
 class DesktopNotifier;
 class FileEventService;
@@ -43,6 +45,10 @@ struct AppServices
     TrayHostWatcher *trayHost = nullptr;
     // Where runs write what they changed; nowhere when null.
     ActivityLog *activity = nullptr;
+    // Whether the network is metered and the computer on battery; never
+    // when null.
+    MeteredNetworkMonitor *network = nullptr;
+    BatteryMonitor *battery = nullptr;
 };
 
 // The application: the one sync manager and navigation state, the models the
@@ -69,6 +75,9 @@ class NimbrellApp final : public QObject
     Q_PROPERTY(AppTheme *theme READ theme CONSTANT)
     // Quit was asked for and the program waits for its syncs to stop.
     Q_PROPERTY(bool isQuitting READ isQuitting NOTIFY isQuittingChanged)
+    // NetworkManager and UPower answer: the settings that depend on them can be used.
+    Q_PROPERTY(bool canTellMetered READ canTellMetered NOTIFY conditionSourcesChanged)
+    Q_PROPERTY(bool canTellBattery READ canTellBattery NOTIFY conditionSourcesChanged)
 
 public:
     explicit NimbrellApp(const AppServices &services, QObject *parent = nullptr);
@@ -108,6 +117,8 @@ public:
     // and the program ends with status 0.
     Q_INVOKABLE void quit();
     bool isQuitting() const { return m_isQuitting; }
+    bool canTellMetered() const;
+    bool canTellBattery() const;
     // Replaces the clipboard's content with plain text.
     Q_INVOKABLE void copyToClipboard(const QString &text);
     // Opens a file or a folder as the desktop would on a double-click.
@@ -124,6 +135,7 @@ Q_SIGNALS:
     // The main window has been drawn for the first time.
     void mainWindowShown();
     void isQuittingChanged();
+    void conditionSourcesChanged();
 
 private:
     RcloneEngine &m_engine;
@@ -138,6 +150,8 @@ private:
     AppTheme *m_theme;
     TrayMenu *m_tray;
     TrayHostWatcher *m_trayHost;
+    QPointer<MeteredNetworkMonitor> m_network;
+    QPointer<BatteryMonitor> m_battery;
     QHash<QString, QPointer<QQuickWindow>> m_windows;
     bool m_isQuitting = false;
 };

@@ -8,6 +8,7 @@
 #include "platform/DesktopAppearance.h"
 #include "platform/DesktopNotifier.h"
 #include "platform/FileManager.h"
+#include "platform/PowerAndNetwork.h"
 #include "platform/TrayHostWatcher.h"
 #include "platform/MemorySettingsStore.h"
 #include "sync/ProblemNotifier.h"
@@ -17,6 +18,7 @@
 #include <QDBusArgument>
 #include <QDBusMessage>
 #include <QDBusVirtualObject>
+#include <QNetworkInformation>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
@@ -200,6 +202,38 @@ private Q_SLOTS:
         show();
         QCOMPARE(*shown, true);
         QCOMPARE(manager.calls, (QList<QVariantList>{{QStringList{"file:///home/user/My%20Docs/%231%20plan.txt"}, QString()}}));
+    }
+
+    // UPower's OnBattery, read at start and followed.
+    void batteryFromUPower()
+    {
+        BatteryMonitor none(QDBusConnection::connectToBus(m_bus.address(), "no upower"));
+        QTest::qWait(200);
+        QVERIFY(!none.isAvailable());
+        FakeService upower("Get", [] { return QVariant::fromValue(QDBusVariant(true)); });
+        QDBusConnection system = QDBusConnection::connectToBus(m_bus.address(), "upower");
+        QVERIFY(system.registerVirtualObject("/org/freedesktop/UPower", &upower)
+                && system.registerService("org.freedesktop.UPower"));
+        BatteryMonitor battery(QDBusConnection::connectToBus(m_bus.address(), "battery"));
+        QTRY_VERIFY(battery.isAvailable());
+        QVERIFY(battery.onBattery());
+        QCOMPARE(upower.calls, (QList<QVariantList>{{"org.freedesktop.UPower", "OnBattery"}}));
+        QSignalSpy changed(&battery, &BatteryMonitor::changed);
+        QVERIFY(system.send(QDBusMessage::createSignal("/org/freedesktop/UPower", "org.freedesktop.DBus.Properties",
+                                                       "PropertiesChanged")
+                            << QString("org.freedesktop.UPower") << QVariantMap{{"OnBattery", false}} << QStringList()));
+        QVERIFY(changed.wait());
+        QVERIFY(!battery.onBattery());
+        system.unregisterService("org.freedesktop.UPower");
+    }
+
+    // The real backend, where NetworkManager runs.
+    void meteredFromNetworkManager()
+    {
+        MeteredNetworkMonitor network;
+        if (!network.isAvailable())
+            QSKIP("NetworkManager does not run here");
+        QCOMPARE(network.isMetered(), QNetworkInformation::instance()->isMetered());
     }
 
     void quietWithoutABus()

@@ -500,6 +500,30 @@ private Q_SLOTS:
         manager.deleteFolder(a.id);
         QVERIFY(!readFile(FolderPreferences::defaultPath()).contains(uuidString(a.id).toUtf8()));
         QCOMPARE(bisyncRemotes().size(), 6);
+
+        // On battery, with "Pause on Battery Power": automatic runs wait, a
+        // user's does not; on mains again, what changed meanwhile syncs once.
+        // A metered connection holds nothing while its setting is off.
+        QSignalSpy held(&manager, &SyncManager::holdChanged);
+        manager.setConditions(true, true);
+        QCOMPARE(manager.holdReason(), QString());
+        manager.setPauseOnBattery(true);
+        QCOMPARE(manager.holdReason(), "on battery power");
+        QVERIFY(m_settings.values.value(SyncManager::kPauseOnBatteryKey).toBool());
+        m_fileEvents.change(b.localPath);
+        QTest::qWait(400);
+        QCOMPARE(bisyncRemotes().size(), 6);
+        QVERIFY(manager.syncFolder(b.id, SyncTrigger::user));
+        QTRY_COMPARE(bisyncRemotes().size(), 7);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        m_fileEvents.change(b.localPath);
+        QTest::qWait(400);
+        manager.setConditions(true, false);
+        QCOMPARE(manager.holdReason(), QString());
+        QTRY_COMPARE(bisyncRemotes().size(), 8);
+        QTest::qWait(300);
+        QCOMPARE(bisyncRemotes().size(), 8);
+        QVERIFY(held.size() >= 3);
     }
 };
 

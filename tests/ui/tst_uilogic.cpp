@@ -144,9 +144,16 @@ private Q_SLOTS:
         // The heading is a disabled item (a section's text is lost on the
         // tray's D-Bus menu); a name's "&" is not a shortcut mark.
         QCOMPARE(texts(), (QStringList{"Open Dashboard", "-", "Syncing", "Docs && Notes → remote0 — 50%", "-",
-                                       "Settings...", "About Nimbrell", "-", "Quit Nimbrell"}));
+                                       "Pause Folders", "-", "Settings...", "About Nimbrell", "-", "Quit Nimbrell"}));
         QVERIFY(!tray.menu()->actions().at(2)->isSeparator());
         QVERIFY(!tray.menu()->actions().at(2)->isEnabled());
+        // Each folder's pause is a check mark there, and follows the folder.
+        const auto pauseEntry = [&tray] { return tray.menu()->actions().at(5)->menu()->actions().value(0); };
+        QCOMPARE(pauseEntry()->text(), "Docs && Notes");
+        QVERIFY(pauseEntry()->isCheckable() && !pauseEntry()->isChecked());
+        pauseEntry()->trigger();
+        QTRY_VERIFY(manager.isPaused(manager.folders().first().id));
+        QVERIFY(pauseEntry()->isChecked());
         tray.setFinishing(true);
         QCOMPARE(texts().mid(0, 3), (QStringList{"Finishing syncs…", "-", "Open Dashboard"}));
     }

@@ -62,8 +62,12 @@ Item {
                             }
                         }
                         Label {
-                            text: manager.isGlobalSyncEnabled ? "Active & Auto-syncing" : "Paused"
-                            color: manager.isGlobalSyncEnabled ? app.theme.green : app.theme.secondary
+                            objectName: "globalSyncState"
+                            text: !manager.isGlobalSyncEnabled ? "Paused"
+                                : manager.holdReason !== "" ? "Paused: " + manager.holdReason
+                                : "Active & Auto-syncing"
+                            color: manager.isGlobalSyncEnabled && manager.holdReason === "" ? app.theme.green
+                                                                                           : app.theme.secondary
                             font.pixelSize: 11
                         }
                     }

@@ -125,6 +125,37 @@ ColumnLayout {
                     color: app.theme.secondary
                 }
                 AppSwitch {
+                    objectName: "pauseOnMetered"
+                    Layout.topMargin: 8
+                    text: "Pause on Metered Connections"
+                    enabled: app.canTellMetered
+                    checked: view.manager.pauseOnMetered
+                    onToggled: view.manager.pauseOnMetered = checked
+                }
+                Label {
+                    Layout.fillWidth: true
+                    wrapMode: Text.Wrap
+                    text: app.canTellMetered ? "Automatic syncs wait while the connection is metered, as NetworkManager marks it."
+                                             : "Needs NetworkManager, which is not running."
+                    font.pixelSize: 11
+                    color: app.theme.secondary
+                }
+                AppSwitch {
+                    objectName: "pauseOnBattery"
+                    text: "Pause on Battery Power"
+                    enabled: app.canTellBattery
+                    checked: view.manager.pauseOnBattery
+                    onToggled: view.manager.pauseOnBattery = checked
+                }
+                Label {
+                    Layout.fillWidth: true
+                    wrapMode: Text.Wrap
+                    text: app.canTellBattery ? "Automatic syncs wait while the computer runs on battery."
+                                             : "Needs UPower, which is not running."
+                    font.pixelSize: 11
+                    color: app.theme.secondary
+                }
+                AppSwitch {
                     objectName: "limitBandwidth"
                     Layout.topMargin: 8
                     text: "Limit Bandwidth"
