@@ -211,6 +211,7 @@ void FolderDetailController::loadEditState()
     m_editTargets = f ? f->remoteTargets : QList<RemoteTarget>{};
     m_editFilters = f ? f->filters : SyncFilterOptions();
     m_editConflictResolution = f ? f->conflictResolution : ConflictResolution::keepBoth;
+    m_editPaused = f && m_app && m_app->syncManager()->isPaused(f->id);
     Q_EMIT editChanged();
     Q_EMIT editTargetsChanged();
 }
@@ -255,6 +256,7 @@ void FolderDetailController::save()
         f->filters = m_editFilters;
         f->conflictResolution = m_editConflictResolution;
         manager->updateFolder(*f);
+        manager->setPaused(f->id, m_editPaused);
         setEditing(false);
         return;
     }
@@ -269,6 +271,7 @@ void FolderDetailController::save()
     // showed; they apply from the first edit on.
     created.filters = SyncFilterOptions();
     manager->addFolder(created);
+    manager->setPaused(created.id, m_editPaused);
     m_app->navigation()->setSelection(SidebarSelection::syncFolder(created.id));
 }
 
@@ -568,6 +571,14 @@ void FolderDetailController::settleConflict(int conflict, ConflictCopies::Choice
         m_conflictError = error;
         Q_EMIT conflictsChanged();
     });
+}
+
+void FolderDetailController::setEditPaused(bool paused)
+{
+    if (paused == m_editPaused)
+        return;
+    m_editPaused = paused;
+    Q_EMIT editChanged();
 }
 
 void FolderDetailController::setPaused(bool paused)

@@ -33,6 +33,8 @@ class FolderDetailController : public QObject
     Q_PROPERTY(bool excludeGit READ excludeGit WRITE setExcludeGit NOTIFY editChanged)
     Q_PROPERTY(bool excludeHidden READ excludeHidden WRITE setExcludeHidden NOTIFY editChanged)
     Q_PROPERTY(bool excludeNodeModules READ excludeNodeModules WRITE setExcludeNodeModules NOTIFY editChanged)
+    // "Safety & Control": the folder syncs only when asked.
+    Q_PROPERTY(bool editPaused READ editPaused WRITE setEditPaused NOTIFY editChanged)
     Q_PROPERTY(QStringList conflictLabels READ conflictLabels CONSTANT)
     Q_PROPERTY(bool canConfirm READ canConfirm NOTIFY editChanged)
     Q_PROPERTY(QString pathWarning READ pathWarning NOTIFY editChanged)
@@ -89,6 +91,8 @@ public:
     bool excludeNodeModules() const { return m_editFilters.excludeNodeModules; }
     void setExcludeNodeModules(bool on);
     static QStringList conflictLabels();
+    bool editPaused() const { return m_editPaused; }
+    void setEditPaused(bool paused);
 
     // Whether "Create"/"Save" is enabled: a name, a path and at least one target row.
     bool canConfirm() const;
@@ -176,6 +180,7 @@ private:
     QList<RemoteTarget> m_editTargets;
     SyncFilterOptions m_editFilters;
     ConflictResolution m_editConflictResolution = ConflictResolution::keepBoth;
+    bool m_editPaused = false;
     std::optional<FolderStatistics> m_statistics;
     bool m_isLoadingStats = false;
     QFutureWatcher<FolderStatistics> *m_statsWatcher = nullptr;

@@ -451,8 +451,11 @@ private Q_SLOTS:
         QTest::keyClick(main, Qt::Key_End);
         for (const char c : QByteArray(" 2026"))
             QTest::keyClick(main, c);
+        click(main, item(main, "editPaused")); // Safety & Control, saved with the rest
+        QVERIFY(!m_app->syncManager()->isPaused(created.id));
         click(main, item(main, "confirmEdit"));
         QTRY_COMPARE(m_app->syncManager()->folders().first().name, "Documents 2026");
+        QVERIFY(m_app->syncManager()->isPaused(created.id));
         QTRY_VERIFY(visibleTexts(main).contains("Documents 2026"));
 
         // Abort a sync that runs long enough to be aborted.
@@ -469,7 +472,7 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(item(main, "abortSync"), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("2 of 2"), 30000);
         click(main, item(main, "abortSync"));
-        QTRY_VERIFY(visibleTexts(main).contains("Idle — ready to sync"));
+        QTRY_VERIFY(visibleTexts(main).contains("Paused")); // (it is: Sync Now ran it all the same)
         QCOMPARE(m_app->syncManager()->folders().first().status, SyncStatus::idle);
 
         // Delete, after the confirmation.

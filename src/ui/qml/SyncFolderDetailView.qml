@@ -629,6 +629,33 @@ Item {
                         }
                     }
                 }
+                Card {
+                    visible: controller.isEditing
+                    Layout.fillWidth: true
+                    Layout.leftMargin: 24
+                    Layout.rightMargin: 24
+                    app: pane.app
+                    ColumnLayout {
+                        width: parent.width
+                        spacing: 8
+                        Label { text: "Safety & Control"; font.weight: Font.DemiBold }
+                        AppSwitch {
+                            objectName: "editPaused"
+                            text: "Paused"
+                            iconName: "pause"
+                            checked: controller.editPaused
+                            onToggled: controller.editPaused = checked
+                        }
+                        Label {
+                            Layout.fillWidth: true
+                            wrapMode: Text.Wrap
+                            text: "A paused folder syncs only when you click Sync Now: not when its files change, "
+                                  + "nor at the sync interval."
+                            font.pixelSize: 11
+                            color: app.theme.secondary
+                        }
+                    }
+                }
                 Item { Layout.preferredHeight: 16 }
             }
         }
