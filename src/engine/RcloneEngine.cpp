@@ -793,7 +793,7 @@ QStringList RcloneEngine::bisyncArguments(const BisyncRequest &request, const QS
     arguments << QStringLiteral("--conflict-resolve") << resolve << QStringLiteral("--conflict-loser") << loser;
     if (!request.bandwidthLimit.isEmpty())
         arguments << QStringLiteral("--bwlimit") << request.bandwidthLimit;
-    return arguments + request.extraArguments;
+    return arguments + request.keepArguments + request.extraArguments;
 }
 
 QString RcloneEngine::stripAnsi(QString text)

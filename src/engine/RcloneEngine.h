@@ -31,6 +31,8 @@ struct BisyncRequest
     QStringList extraArguments = {};
     // The value of "--bwlimit"; empty adds nothing.
     QString bandwidthLimit = {};
+    // Where deleted and replaced files are kept ("--backup-dir1", ...); empty adds nothing.
+    QStringList keepArguments = {};
 };
 
 // The only code that starts rclone. Every call runs rclone asynchronously on

@@ -42,6 +42,29 @@ void FolderPreferences::setPaused(const QUuid &id, bool paused)
     m_settings.sync();
 }
 
+bool FolderPreferences::keepsRemoved(const QUuid &id) const
+{
+    return m_settings.value(key(id, "keepRemoved"), false).toBool();
+}
+
+bool FolderPreferences::hasKept(const QUuid &id) const
+{
+    return m_settings.value(key(id, "hasKept"), false).toBool();
+}
+
+void FolderPreferences::setKeepsRemoved(const QUuid &id, bool keep)
+{
+    if (keep == keepsRemoved(id))
+        return;
+    if (keep) {
+        m_settings.setValue(key(id, "keepRemoved"), true);
+        m_settings.setValue(key(id, "hasKept"), true);
+    } else {
+        m_settings.remove(key(id, "keepRemoved"));
+    }
+    m_settings.sync();
+}
+
 void FolderPreferences::remove(const QUuid &id)
 {
     m_paused.remove(id);

@@ -17,6 +17,10 @@ public:
     // Only a user's "Sync Now" runs a paused folder.
     bool isPaused(const QUuid &id) const;
     void setPaused(const QUuid &id, bool paused);
+    // "Keep removed and replaced files"; once on, `hasKept` stays true.
+    bool keepsRemoved(const QUuid &id) const;
+    bool hasKept(const QUuid &id) const;
+    void setKeepsRemoved(const QUuid &id, bool keep);
     // A deleted folder's settings go with it.
     void remove(const QUuid &id);
 

@@ -248,6 +248,7 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
 {
     auto *run = new SyncRun(m_engine, id, this);
     run->setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
+    run->setKeepRemoved(keepsRemoved(id), hasKeptRemoved(id));
     connect(run, &SyncRun::targetStarted, this, [this, id](qsizetype index) {
         changeFolder(id, [index](SyncFolder &folder) {
             folder.currentTargetIndex = index;

@@ -148,6 +148,10 @@ public:
     // was left waiting meanwhile.
     bool isPaused(const QUuid &id) const { return m_preferences.isPaused(id); }
     void setPaused(const QUuid &id, bool paused);
+    // "Keep removed and replaced files" (RemovedFiles), from the next run on.
+    bool keepsRemoved(const QUuid &id) const { return m_preferences.keepsRemoved(id); }
+    bool hasKeptRemoved(const QUuid &id) const { return m_preferences.hasKept(id); }
+    void setKeepsRemoved(const QUuid &id, bool keep) { m_preferences.setKeepsRemoved(id, keep); }
 
     // A run of the folder is queued or under way.
     bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }

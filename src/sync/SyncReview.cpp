@@ -1,5 +1,7 @@
 #include "sync/SyncReview.h"
 
+#include "sync/RemovedFiles.h"
+
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
 #include "sync/SyncManager.h"
@@ -51,9 +53,12 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
     m_error.clear();
     m_state = State::previewing;
     m_manager.holdRuns(folderId);
+    // The same view of the pair as the run that applies it: the kept files' directory left out.
     const BisyncRequest request{folder->localPath, target->remoteName + u':' + target->remotePath, folder->filters,
                                 folder->conflictResolution, kind == Kind::resync || !target->hasResynced,
-                                extraArguments(kind, true)};
+                                extraArguments(kind, true), {},
+                                RemovedFiles::arguments(folderId, *target, m_manager.keepsRemoved(folderId),
+                                                        m_manager.hasKeptRemoved(folderId), QDateTime::currentDateTimeUtc())};
     m_job = m_engine.bisync(request, this, {}, [this, localPath = folder->localPath](const RcloneStatus &result) {
         m_job = nullptr;
         if (result.isCancelled())

@@ -1,5 +1,7 @@
 #include "sync/SyncRun.h"
 
+#include "sync/RemovedFiles.h"
+
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
 #include "platform/AppLogger.h"
@@ -45,7 +47,8 @@ void SyncRun::nextTarget()
     const RemoteTarget &target = m_folder.remoteTargets.at(m_index);
     Q_EMIT targetStarted(m_index);
     BisyncRequest request{m_localPath, target.remoteName + u':' + target.remotePath, m_folder.filters,
-                          m_folder.conflictResolution, !target.hasResynced, {}, m_bandwidthLimit};
+                          m_folder.conflictResolution, !target.hasResynced, {}, m_bandwidthLimit,
+                          RemovedFiles::arguments(m_folderId, target, m_keepingRemoved, m_everKeptRemoved, m_started)};
     if (m_override && m_override->targetId == target.id) {
         request.isInitialSync = request.isInitialSync || m_override->initial;
         request.extraArguments = m_override->extraArguments;

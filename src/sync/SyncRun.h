@@ -47,6 +47,12 @@ public:
     void setOverride(const TargetOverride &override) { m_override = override; }
     // "--bwlimit" for each target's bisync; empty: none.
     void setBandwidthLimit(const QString &limit) { m_bandwidthLimit = limit; }
+    // Whether the folder keeps what its runs delete or replace, or once did.
+    void setKeepRemoved(bool keeping, bool everKept)
+    {
+        m_keepingRemoved = keeping;
+        m_everKeptRemoved = everKept;
+    }
     void start(const SyncFolder &folder);
     // Conflicting copies that bisync renamed during this run.
     int conflictCount() const { return m_conflicts; }
@@ -84,6 +90,9 @@ private:
     QPointer<RcloneJob> m_job;
     ChangeParser m_changes; // of the current target
     QString m_bandwidthLimit;
+    bool m_keepingRemoved = false;
+    bool m_everKeptRemoved = false;
+    const QDateTime m_started = QDateTime::currentDateTimeUtc(); // names the directory of what it keeps
     QList<ActivityRecord> m_activity;
     bool m_isWaitingForEarlier = false;
     std::optional<TargetOverride> m_override;

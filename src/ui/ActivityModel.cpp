@@ -65,15 +65,13 @@ void ActivityModel::reload()
 {
     if (!m_isComplete)
         return;
-    const qsizetype before = m_rows.size();
-    beginResetModel();
-    m_rows.clear();
+    QList<Row> rows;
     const SyncManager *manager = m_app ? m_app->syncManager() : nullptr;
     if (const ActivityLog *log = manager ? manager->activityLog() : nullptr) {
         const QList<ActivityRecord> records = log->read();
         QHash<QUuid, std::optional<SyncFolder>> folders;
         for (auto record = records.crbegin(); record != records.crend(); ++record) {
-            if (m_limit > 0 && m_rows.size() >= m_limit)
+            if (m_limit > 0 && rows.size() >= m_limit)
                 break;
             if (record->kind != ActivityRecord::Kind::change || (!m_folderId.isNull() && record->folderId != m_folderId))
                 continue;
@@ -81,11 +79,17 @@ void ActivityModel::reload()
             if (folder == folders.end())
                 folder = folders.insert(record->folderId, manager->folder(record->folderId));
             if (*folder)
-                m_rows.append({*record, (*folder)->name, (*folder)->localPath});
+                rows.append({*record, (*folder)->name, (*folder)->localPath});
         }
     }
+    // A run that changed nothing (of these folders) changes nothing here.
+    if (rows == m_rows)
+        return;
+    const bool counted = rows.size() != m_rows.size();
+    beginResetModel();
+    m_rows = std::move(rows);
     endResetModel();
-    if (m_rows.size() != before)
+    if (counted)
         Q_EMIT countChanged();
 }
 

@@ -69,6 +69,7 @@ private:
         ActivityRecord record;
         QString folderName;
         QString localPath;
+        friend bool operator==(const Row &, const Row &) = default;
     };
 
     QPointer<NimbrellApp> m_app;

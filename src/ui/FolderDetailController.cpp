@@ -212,6 +212,7 @@ void FolderDetailController::loadEditState()
     m_editFilters = f ? f->filters : SyncFilterOptions();
     m_editConflictResolution = f ? f->conflictResolution : ConflictResolution::keepBoth;
     m_editPaused = f && m_app && m_app->syncManager()->isPaused(f->id);
+    m_editKeepRemoved = f && m_app && m_app->syncManager()->keepsRemoved(f->id);
     Q_EMIT editChanged();
     Q_EMIT editTargetsChanged();
 }
@@ -257,6 +258,7 @@ void FolderDetailController::save()
         f->conflictResolution = m_editConflictResolution;
         manager->updateFolder(*f);
         manager->setPaused(f->id, m_editPaused);
+        manager->setKeepsRemoved(f->id, m_editKeepRemoved);
         setEditing(false);
         return;
     }
@@ -272,6 +274,7 @@ void FolderDetailController::save()
     created.filters = SyncFilterOptions();
     manager->addFolder(created);
     manager->setPaused(created.id, m_editPaused);
+    manager->setKeepsRemoved(created.id, m_editKeepRemoved);
     m_app->navigation()->setSelection(SidebarSelection::syncFolder(created.id));
 }
 
@@ -578,6 +581,14 @@ void FolderDetailController::setEditPaused(bool paused)
     if (paused == m_editPaused)
         return;
     m_editPaused = paused;
+    Q_EMIT editChanged();
+}
+
+void FolderDetailController::setEditKeepRemoved(bool keep)
+{
+    if (keep == m_editKeepRemoved)
+        return;
+    m_editKeepRemoved = keep;
     Q_EMIT editChanged();
 }
 

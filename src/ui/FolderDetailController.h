@@ -35,6 +35,7 @@ class FolderDetailController : public QObject
     Q_PROPERTY(bool excludeNodeModules READ excludeNodeModules WRITE setExcludeNodeModules NOTIFY editChanged)
     // "Safety & Control": the folder syncs only when asked.
     Q_PROPERTY(bool editPaused READ editPaused WRITE setEditPaused NOTIFY editChanged)
+    Q_PROPERTY(bool editKeepRemoved READ editKeepRemoved WRITE setEditKeepRemoved NOTIFY editChanged)
     Q_PROPERTY(QStringList conflictLabels READ conflictLabels CONSTANT)
     Q_PROPERTY(bool canConfirm READ canConfirm NOTIFY editChanged)
     Q_PROPERTY(QString pathWarning READ pathWarning NOTIFY editChanged)
@@ -92,6 +93,8 @@ public:
     void setExcludeNodeModules(bool on);
     static QStringList conflictLabels();
     bool editPaused() const { return m_editPaused; }
+    bool editKeepRemoved() const { return m_editKeepRemoved; }
+    void setEditKeepRemoved(bool keep);
     void setEditPaused(bool paused);
 
     // Whether "Create"/"Save" is enabled: a name, a path and at least one target row.
@@ -181,6 +184,7 @@ private:
     SyncFilterOptions m_editFilters;
     ConflictResolution m_editConflictResolution = ConflictResolution::keepBoth;
     bool m_editPaused = false;
+    bool m_editKeepRemoved = false;
     std::optional<FolderStatistics> m_statistics;
     bool m_isLoadingStats = false;
     QFutureWatcher<FolderStatistics> *m_statsWatcher = nullptr;

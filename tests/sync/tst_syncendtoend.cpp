@@ -9,7 +9,10 @@
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
 #include "sync/ActivityLog.h"
+#include "sync/RemovedFiles.h"
 #include "sync/SyncManager.h"
+
+#include <QSignalSpy>
 
 using namespace std::chrono_literals;
 
@@ -73,6 +76,66 @@ private Q_SLOTS:
                                     "backup:Docs notes/new note.txt", "dav:Team Docs notes/new note.txt"}));
         manager.deleteFolder(folder.id);
         QVERIFY(activity.read().isEmpty());
+    }
+
+    // Keeping what runs delete or replace, for a target inside a remote and
+    // one at a remote's root: a file deleted here and one overwritten there
+    // are both kept, on the side they were removed from. The hidden directory
+    // never syncs to the other side, also once keeping stops.
+    void removedFilesAreKept()
+    {
+        RcloneSandbox sandbox;
+        const QString inner = sandbox.makeDirectory("inner"), whole = sandbox.makeDirectory("whole");
+        sandbox.addAlias("backup", inner);
+        sandbox.addAlias("whole", whole);
+        const QString local = sandbox.makeDirectory("Documents");
+        for (const char *name : {"a.txt", "b.txt", "c.txt", "d.txt"})
+            writeFile(local + "/" + name, QByteArray("first ") + name);
+
+        MemorySettingsStore settings;
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents;
+        SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
+        SyncFolder folder;
+        folder.name = "Documents";
+        folder.localPath = local;
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", false},
+                                RemoteTarget{QUuid::createUuid(), "whole", "", false}};
+        manager.addFolder(folder);
+        manager.setKeepsRemoved(folder.id, true);
+        const auto synced = [&] {
+            QSignalSpy completed(&manager, &SyncManager::runCompleted);
+            QVERIFY(manager.syncFolder(folder.id));
+            QVERIFY(completed.wait(60000));
+            QCOMPARE(manager.folders()[0].lastError, std::nullopt);
+        };
+        synced();
+
+        QVERIFY(QFile::remove(local + "/a.txt"));
+        writeFile(inner + "/Docs/b.txt", "theirs");
+        synced();
+        // Each side's kept files are in one directory named for the run.
+        const auto keptIn = [](const QString &directory) {
+            const QStringList runs = QDir(directory).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
+            return runs.size() == 1 ? directory + "/" + runs.first() : QString();
+        };
+        const QString kept = keptIn(RemovedFiles::localDirectory(folder.id));
+        QVERIFY(kept.startsWith(sandbox.dataHome() + "/nimbrell/removed/"));
+        QVERIFY(QRegularExpression("/\\d{4}-\\d\\d-\\d\\dT\\d\\d-\\d\\d-\\d\\d$").match(kept).hasMatch());
+        QCOMPARE(readFile(keptIn(inner + "/Docs/.nimbrell-removed") + "/a.txt"), "first a.txt");
+        QCOMPARE(readFile(kept + "/b.txt"), "first b.txt");
+        QCOMPARE(readFile(local + "/b.txt"), "theirs");
+        QCOMPARE(readFile(keptIn(whole + "/.nimbrell-removed") + "/a.txt"), "first a.txt");
+        QCOMPARE(readFile(keptIn(whole + "/.nimbrell-removed") + "/b.txt"), "first b.txt");
+        QCOMPARE(readFile(whole + "/b.txt"), "theirs");
+
+        manager.setKeepsRemoved(folder.id, false);
+        QVERIFY(QFile::remove(local + "/c.txt"));
+        synced();
+        QVERIFY(!QFile::exists(inner + "/Docs/c.txt")); // deleted, as before the option
+        QCOMPARE(QDir(inner + "/Docs/.nimbrell-removed").entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
+        QVERIFY(QFile::exists(keptIn(inner + "/Docs/.nimbrell-removed") + "/a.txt"));
+        QVERIFY(!QFileInfo::exists(local + "/.nimbrell-removed"));
     }
 
     // More directories than watches: the folder syncs, the limit is logged

@@ -41,6 +41,10 @@ Card {
             activeFocusOnTab: true
             keyNavigationEnabled: true
             highlightMoveDuration: 0
+            // Rows beyond the view would be made in the background, and a
+            // reload (a run ended, another folder) while they are half made
+            // trips the list: the few in view are made at once instead.
+            cacheBuffer: 0
             model: activity
             ScrollBar.vertical: ScrollBar {}
             Accessible.role: Accessible.List

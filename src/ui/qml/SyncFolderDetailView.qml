@@ -654,6 +654,22 @@ Item {
                             font.pixelSize: 11
                             color: app.theme.secondary
                         }
+                        AppSwitch {
+                            objectName: "editKeepRemoved"
+                            text: "Keep removed and replaced files"
+                            iconName: "trash"
+                            checked: controller.editKeepRemoved
+                            onToggled: controller.editKeepRemoved = checked
+                        }
+                        Label {
+                            Layout.fillWidth: true
+                            wrapMode: Text.Wrap
+                            text: "What a sync deletes or overwrites is kept instead: on this computer in "
+                                  + "~/.local/share/nimbrell/removed, on each remote in a hidden folder "
+                                  + "\".nimbrell-removed\" that is never synced."
+                            font.pixelSize: 11
+                            color: app.theme.secondary
+                        }
                     }
                 }
                 Item { Layout.preferredHeight: 16 }
