@@ -53,6 +53,25 @@ double rawBisync(const QString &rclone, const QStringList &arguments)
     return double(timer.nsecsElapsed()) / 1e9;
 }
 
+// Runs a bisync directly and keeps its merged output, as the engine reads it.
+struct Recorded
+{
+    qsizetype bytes = 0;
+    QStringList lines;
+};
+Recorded recordBisync(const QString &rclone, const BisyncRequest &request)
+{
+    QProcess process;
+    process.setProcessChannelMode(QProcess::MergedChannels);
+    process.start(rclone, RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()));
+    process.waitForFinished(-1);
+    const QByteArray output = process.readAll();
+    Recorded recorded{output.size(), {}};
+    for (const QByteArray &line : output.split('\n'))
+        recorded.lines.append(QString::fromUtf8(line));
+    return recorded;
+}
+
 double engineBisync(RcloneEngine &engine, const BisyncRequest &request, ChangeParser *changes = nullptr)
 {
     QElapsedTimer timer;
@@ -97,14 +116,8 @@ int main(int argc, char *argv[])
     makeTree(big, 2000);
     BisyncRequest first{big, QStringLiteral("backup:big"), std::nullopt, ConflictResolution::keepBoth, true};
     QDir().mkpath(root.filePath(QStringLiteral("remote/big")));
-    QProcess recorder;
-    recorder.setProcessChannelMode(QProcess::MergedChannels);
-    recorder.start(rclone, RcloneEngine::bisyncArguments(first, RcloneEngine::workDirectory()));
-    recorder.waitForFinished(-1);
-    const QByteArray output = recorder.readAll();
-    QStringList lines;
-    for (const QByteArray &line : output.split('\n'))
-        lines.append(QString::fromUtf8(line));
+    const Recorded output = recordBisync(rclone, first);
+    const QStringList &lines = output.lines;
 
     constexpr int kParseRounds = 20;
     qsizetype values = 0;
@@ -119,7 +132,7 @@ int main(int argc, char *argv[])
     const double parseSeconds = double(timer.nsecsElapsed()) / 1e9;
     std::printf("progress parser, real output of a first sync of 2,000 files\n");
     std::printf("  output:     %lld lines, %.2f MB, %lld progress values\n", static_cast<long long>(lines.size()),
-                double(output.size()) / 1e6, static_cast<long long>(values / kParseRounds));
+                double(output.bytes) / 1e6, static_cast<long long>(values / kParseRounds));
     std::printf("  throughput: %.2f million lines/s\n", double(lines.size()) * kParseRounds / parseSeconds / 1e6);
 
     // 2. A no-change bisync of 1,000 files, through the engine and directly.
@@ -155,12 +168,8 @@ int main(int argc, char *argv[])
         QDir().mkpath(root.filePath(QStringLiteral("remote/") + remote));
         return BisyncRequest{tenThousand, QStringLiteral("backup:") + remote, std::nullopt, ConflictResolution::keepBoth, true};
     };
-    recorder.start(rclone, RcloneEngine::bisyncArguments(firstSync(0), RcloneEngine::workDirectory()));
-    recorder.waitForFinished(-1);
-    const QByteArray tenOutput = recorder.readAll();
-    QStringList tenLines;
-    for (const QByteArray &line : tenOutput.split('\n'))
-        tenLines.append(QString::fromUtf8(line));
+    const Recorded tenOutput = recordBisync(rclone, firstSync(0));
+    const QStringList &tenLines = tenOutput.lines;
     constexpr int kChangeRounds = 5;
     ChangeParser parsed;
     timer.restart();
@@ -171,7 +180,7 @@ int main(int argc, char *argv[])
     }
     const double changeSeconds = double(timer.nsecsElapsed()) / 1e9;
     std::printf("change parser, real output of a first sync of 10,000 files\n");
-    std::printf("  output:     %lld lines, %.2f MB\n", static_cast<long long>(tenLines.size()), double(tenOutput.size()) / 1e6);
+    std::printf("  output:     %lld lines, %.2f MB\n", static_cast<long long>(tenLines.size()), double(tenOutput.bytes) / 1e6);
     std::printf("  changes:    %lld kept, %lld counted beyond the bound\n", static_cast<long long>(parsed.changes().size()),
                 static_cast<long long>(parsed.droppedChanges()));
     std::printf("  throughput: %.2f million lines/s\n", double(tenLines.size()) * kChangeRounds / changeSeconds / 1e6);
