@@ -164,6 +164,7 @@ private Q_SLOTS:
         const QByteArray trap = "trap 'echo term >> \"$FAKE_RCLONE_DIR/terms\"; sleep 1; "
                                 "echo \"Transferred:   \t 2 B / 2 B, 100%, 1 B/s, ETA 0s\"; "
                                 "echo \"Must run --resync to recover\"; exit 143' TERM\n"
+                                "echo ready >> \"$FAKE_RCLONE_DIR/ready\"\n"
                                 "echo 'Transferred:   \t 1 B / 2 B, 50%, 1 B/s, ETA 1s'\nwhile :; do sleep 0.05; done\n";
         m_fake->script("config", trap);
         m_fake->script("bisync", trap);
@@ -177,6 +178,8 @@ private Q_SLOTS:
         QTRY_COMPARE(progress, 1);
         QTRY_COMPARE(started.count(), 1);
         const qint64 pid = started.at(0).at(0).value<QProcess *>()->processId();
+        // Both have set their trap (a loaded machine may start them slowly).
+        QTRY_COMPARE(readFile(m_fake->directory() + "/ready"), QByteArray("ready\nready\n"));
         job->cancel();
         job->cancel();
         m_engine->cancelAll();
