@@ -64,11 +64,16 @@ void ChangeParser::addLine(QStringView raw)
             return;
         const bool isNew = message.endsWith(u"(new)");
         const QString path = message.left(message.lastIndexOf(u": Copied (")).toString();
-        // A conflict's loser deleted to make room: the winner replaces it.
-        const bool replacesLoser = m_conflictLosers.remove(path) > 0;
-        add(path, isNew && !replacesLoser ? Action::added : Action::updated, m_copiesTo == 2);
-    } else if (message.endsWith(u": Deleted")) {
-        const QString path = message.chopped(9).toString();
+        // A conflict's loser deleted to make room, or a file moved into the
+        // backup directory: the copy replaces it.
+        const bool replaces = m_conflictLosers.remove(path) > 0 || m_movedAside.remove(path);
+        add(path, isNew && !replaces ? Action::added : Action::updated, m_copiesTo == 2);
+    } else if (message.endsWith(u": Moved (server-side)")) {
+        // With a backup directory, a file is moved there before it is replaced or deleted.
+        m_movedAside.insert(message.chopped(21).toString());
+    } else if (message.endsWith(u": Deleted") || message.endsWith(u": Moved into backup dir")) {
+        const QString path = message.left(message.lastIndexOf(u": ")).toString();
+        m_movedAside.remove(path);
         if (const auto queued = m_queuedDeletes.constFind(path); queued != m_queuedDeletes.cend()) {
             add(path, Action::deleted, *queued == 2);
             m_queuedDeletes.erase(queued);

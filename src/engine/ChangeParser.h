@@ -52,6 +52,7 @@ private:
     int m_copiesTo = 0;     // the side the current copy section writes to
     QHash<QString, int> m_queuedDeletes; // path -> side it is deleted on
     QSet<QString> m_conflictLosers; // deleted or renamed away to make room for a winner
+    QSet<QString> m_movedAside;     // moved into the backup directory, about to be replaced or deleted
     QString m_bothChanged;  // the conflict being resolved
     QHash<QString, bool> m_winners; // path -> whether the remote's copy won
     QList<Change> m_changes;

@@ -65,6 +65,37 @@ void FolderPreferences::setKeepsRemoved(const QUuid &id, bool keep)
     m_settings.sync();
 }
 
+int FolderPreferences::keepDays(const QUuid &id) const
+{
+    const int days = m_settings.value(key(id, "keepDays"), kDefaultKeepDays).toInt();
+    return days > 0 ? days : kDefaultKeepDays;
+}
+
+void FolderPreferences::setKeepDays(const QUuid &id, int days)
+{
+    set(key(id, "keepDays"), days, kDefaultKeepDays);
+}
+
+QStringList FolderPreferences::keptRuns(const QUuid &id, const QUuid &targetId) const
+{
+    return m_settings.value(key(id, "keptRuns") + u'/' + uuidString(targetId)).toStringList();
+}
+
+void FolderPreferences::setKeptRuns(const QUuid &id, const QUuid &targetId, const QStringList &runs)
+{
+    set(key(id, "keptRuns") + u'/' + uuidString(targetId), runs, QStringList());
+}
+
+void FolderPreferences::set(const QString &key, const QVariant &value, const QVariant &byDefault)
+{
+    // The file keeps only what differs from the default.
+    if (value == byDefault)
+        m_settings.remove(key);
+    else
+        m_settings.setValue(key, value);
+    m_settings.sync();
+}
+
 void FolderPreferences::remove(const QUuid &id)
 {
     m_paused.remove(id);

@@ -3,6 +3,7 @@
 #include <QSet>
 #include <QSettings>
 #include <QString>
+#include <QStringList>
 #include <QUuid>
 
 // Nimbrell's own settings of each folder, kept apart from the folder store,
@@ -21,11 +22,20 @@ public:
     bool keepsRemoved(const QUuid &id) const;
     bool hasKept(const QUuid &id) const;
     void setKeepsRemoved(const QUuid &id, bool keep);
+    // How long kept files stay: 7, 30 (the default) or 90 days.
+    static constexpr int kDefaultKeepDays = 30;
+    int keepDays(const QUuid &id) const;
+    void setKeepDays(const QUuid &id, int days);
+    // The runs that kept something on a target's remote, by directory name:
+    // pruning starts rclone only when one of them is old enough.
+    QStringList keptRuns(const QUuid &id, const QUuid &targetId) const;
+    void setKeptRuns(const QUuid &id, const QUuid &targetId, const QStringList &runs);
     // A deleted folder's settings go with it.
     void remove(const QUuid &id);
 
 private:
     static QString key(const QUuid &id, const char *name);
+    void set(const QString &key, const QVariant &value, const QVariant &byDefault);
 
     QSettings m_settings;
     QSet<QUuid> m_paused; // asked on every progress report: kept at hand

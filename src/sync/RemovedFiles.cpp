@@ -2,9 +2,24 @@
 
 #include "model/UuidString.h"
 
+#include <QDir>
+#include <QDirIterator>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QStandardPaths>
 
 namespace RemovedFiles {
+
+namespace {
+const QString kRunFormat = QStringLiteral("yyyy-MM-ddTHH-mm-ss");
+
+QString joined(const QString &directory, const QString &relative)
+{
+    const bool atRoot = directory.endsWith(u':') || directory.endsWith(u'/');
+    return directory + (atRoot ? QString() : QStringLiteral("/")) + relative;
+}
+} // namespace
 
 QString localDirectory(const QUuid &folderId)
 {
@@ -12,16 +27,28 @@ QString localDirectory(const QUuid &folderId)
         + uuidString(folderId);
 }
 
+QString remotePath(const RemoteTarget &target, const QString &relative)
+{
+    return joined(target.remoteName + u':' + target.remotePath, relative);
+}
+
 QString remoteDirectory(const RemoteTarget &target)
 {
-    const QString &path = target.remotePath;
-    const bool atRoot = path.isEmpty() || path.endsWith(u'/');
-    return target.remoteName + u':' + path + (atRoot ? QString() : QStringLiteral("/")) + kDirectoryName;
+    return remotePath(target, kDirectoryName);
 }
 
 QString runDirectory(const QDateTime &runStart)
 {
-    return runStart.toUTC().toString(QStringLiteral("yyyy-MM-ddTHH-mm-ss"));
+    return runStart.toUTC().toString(kRunFormat);
+}
+
+std::optional<QDateTime> runTime(const QString &directory)
+{
+    QDateTime time = QDateTime::fromString(directory, kRunFormat);
+    if (!time.isValid())
+        return std::nullopt;
+    time.setTimeSpec(Qt::UTC);
+    return time;
 }
 
 QStringList arguments(const QUuid &folderId, const RemoteTarget &target, bool keeping, bool everKept,
@@ -34,6 +61,91 @@ QStringList arguments(const QUuid &folderId, const RemoteTarget &target, bool ke
         arguments << QStringLiteral("--backup-dir1") << localDirectory(folderId) + u'/' + runDirectory(runStart)
                   << QStringLiteral("--backup-dir2") << remoteDirectory(target) + u'/' + runDirectory(runStart);
     return arguments;
+}
+
+QList<File> listLocal(const QUuid &folderId)
+{
+    QList<File> files;
+    const QDir root(localDirectory(folderId));
+    for (const QString &run : root.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+        const std::optional<QDateTime> removed = runTime(run);
+        if (!removed)
+            continue;
+        const QDir runDirectory(root.filePath(run));
+        QDirIterator it(runDirectory.path(), QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+        while (it.hasNext()) {
+            const QFileInfo info = it.nextFileInfo();
+            files.append({QUuid(), run, runDirectory.relativeFilePath(info.filePath()), info.size(), *removed});
+        }
+    }
+    return files;
+}
+
+QString localFile(const QUuid &folderId, const File &file)
+{
+    return localDirectory(folderId) + u'/' + file.run + u'/' + file.path;
+}
+
+QStringList listArguments(const RemoteTarget &target)
+{
+    return {QStringLiteral("lsjson"), QStringLiteral("-R"), QStringLiteral("--files-only"), QStringLiteral("--no-mimetype"),
+            remoteDirectory(target)};
+}
+
+std::optional<QList<File>> parseListing(const RemoteTarget &target, const QByteArray &json)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(json, &error);
+    if (error.error != QJsonParseError::NoError || !document.isArray())
+        return std::nullopt;
+    QList<File> files;
+    for (const QJsonValue &value : document.array()) {
+        const QString path = value[QLatin1String("Path")].toString();
+        const qsizetype slash = path.indexOf(u'/');
+        const std::optional<QDateTime> removed = runTime(path.left(slash));
+        if (slash <= 0 || !removed)
+            continue; // not a run's: left alone
+        files.append({target.id, path.left(slash), path.mid(slash + 1),
+                      qint64(value[QLatin1String("Size")].toDouble()), *removed});
+    }
+    return files;
+}
+
+void pruneLocal(const QUuid &folderId, const QDateTime &cutoff)
+{
+    QDir root(localDirectory(folderId));
+    for (const QString &run : runsBefore(root.entryList(QDir::Dirs | QDir::NoDotAndDotDot), cutoff))
+        QDir(root.filePath(run)).removeRecursively();
+}
+
+QStringList runsBefore(const QStringList &runs, const QDateTime &cutoff)
+{
+    QStringList old;
+    for (const QString &run : runs) {
+        if (const std::optional<QDateTime> time = runTime(run); time && *time < cutoff)
+            old.append(run);
+    }
+    return old;
+}
+
+QStringList pruneArguments(const RemoteTarget &target, const QStringList &runs)
+{
+    // Run names hold digits, "T" and "-" only: nothing a filter reads as a pattern.
+    QStringList arguments{QStringLiteral("delete"), remoteDirectory(target), QStringLiteral("--rmdirs")};
+    for (const QString &run : runs)
+        arguments << QStringLiteral("--include") << u'/' + run + QStringLiteral("/**");
+    return arguments;
+}
+
+void removeEmptyParents(const QUuid &folderId, const QString &filePath)
+{
+    const QString root = QDir::cleanPath(localDirectory(folderId));
+    QDir dir = QFileInfo(filePath).absoluteDir();
+    while (QDir::cleanPath(dir.path()).startsWith(root + u'/') && dir.isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System)) {
+        const QString name = dir.dirName();
+        if (!dir.cdUp() || !dir.rmdir(name))
+            break;
+    }
 }
 
 } // namespace RemovedFiles

@@ -3,8 +3,11 @@
 #include "model/RemoteTarget.h"
 
 #include <QDateTime>
+#include <QList>
 #include <QStringList>
 #include <QUuid>
+
+#include <optional>
 
 // Where a folder's runs keep what they delete or replace, when the folder
 // keeps it ("Keep removed and replaced files"): on this computer under
@@ -22,6 +25,8 @@ inline const QString kDirectoryName = QStringLiteral(".nimbrell-removed");
 QString localDirectory(const QUuid &folderId);
 // "gdrive:Docs/.nimbrell-removed", "gdrive:.nimbrell-removed"
 QString remoteDirectory(const RemoteTarget &target);
+// "gdrive:Docs/a/b.txt", "gdrive:a/b.txt"
+QString remotePath(const RemoteTarget &target, const QString &relative);
 
 // The bisync arguments: both backup directories and the exclusion while the
 // folder keeps; the exclusion alone after it stopped (the hidden directory
@@ -29,7 +34,37 @@ QString remoteDirectory(const RemoteTarget &target);
 // never kept.
 QStringList arguments(const QUuid &folderId, const RemoteTarget &target, bool keeping, bool everKept,
                       const QDateTime &runStart);
-// The directory name of a run's kept files.
+// The directory name of a run's kept files, and back.
 QString runDirectory(const QDateTime &runStart);
+std::optional<QDateTime> runTime(const QString &directory);
+
+// One file that a run kept: removed from this computer (a null targetId) or
+// from one of the folder's targets.
+struct File
+{
+    QUuid targetId;
+    QString run;  // the run's directory
+    QString path; // where it was, relative to the folder or the target
+    qint64 size = 0;
+    QDateTime removed;
+    friend bool operator==(const File &, const File &) = default;
+};
+
+// What this computer keeps of the folder, and where each file is.
+QList<File> listLocal(const QUuid &folderId);
+QString localFile(const QUuid &folderId, const File &file);
+// `rclone lsjson` of a target's hidden directory, and what it printed.
+QStringList listArguments(const RemoteTarget &target);
+std::optional<QList<File>> parseListing(const RemoteTarget &target, const QByteArray &json);
+
+// Removes this computer's run directories from before `cutoff`.
+void pruneLocal(const QUuid &folderId, const QDateTime &cutoff);
+// The runs among `runs` that started before `cutoff`.
+QStringList runsBefore(const QStringList &runs, const QDateTime &cutoff);
+// Deletes those runs' directories on the remote: one rclone start.
+QStringList pruneArguments(const RemoteTarget &target, const QStringList &runs);
+// After a file was taken out of a run's directory here: the directories it
+// leaves empty go, up to the folder's own.
+void removeEmptyParents(const QUuid &folderId, const QString &filePath);
 
 } // namespace RemovedFiles

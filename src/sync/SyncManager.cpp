@@ -2,6 +2,7 @@
 
 #include "sync/ActivityLog.h"
 #include "sync/BandwidthLimit.h"
+#include "sync/RecentlyRemoved.h"
 
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
@@ -55,6 +56,7 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     , m_concurrentSyncs(std::max(1, environment.concurrentSyncs))
     , m_automaticRuns(environment.automaticRuns)
     , m_activity(environment.activity)
+    , m_recentlyRemoved(new RecentlyRemoved(*this, m_engine, m_preferences, m_clock))
 {
     // Absent and 0 both mean "never chosen".
     if (m_globalSyncIntervalMinutes == 0)
@@ -248,7 +250,7 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
 {
     auto *run = new SyncRun(m_engine, id, this);
     run->setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
-    run->setKeepRemoved(keepsRemoved(id), hasKeptRemoved(id));
+    run->setKeepRemoved(keepsRemoved(id), hasKeptRemoved(id), m_clock());
     connect(run, &SyncRun::targetStarted, this, [this, id](qsizetype index) {
         changeFolder(id, [index](SyncFolder &folder) {
             folder.currentTargetIndex = index;
@@ -475,6 +477,8 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QSt
     }
     if (m_activity)
         m_activity->append(run->activity());
+    if (row >= 0 && hasKeptRemoved(id))
+        m_recentlyRemoved->runFinished(m_folders.at(row), run->startTime(), run->keptOnTargets());
     if (row >= 0) {
         recheckConflicts(id);
         emit runCompleted(id, run->conflictCount());

@@ -22,6 +22,7 @@
 class BatteryMonitor;
 class FileEventService;
 class MeteredNetworkMonitor;
+class RecentlyRemoved;
 class FolderWatcher;
 class RcloneEngine;
 class SettingsStore;
@@ -152,6 +153,11 @@ public:
     bool keepsRemoved(const QUuid &id) const { return m_preferences.keepsRemoved(id); }
     bool hasKeptRemoved(const QUuid &id) const { return m_preferences.hasKept(id); }
     void setKeepsRemoved(const QUuid &id, bool keep) { m_preferences.setKeepsRemoved(id, keep); }
+    // How many days kept files stay.
+    int keepDays(const QUuid &id) const { return m_preferences.keepDays(id); }
+    void setKeepDays(const QUuid &id, int days) { m_preferences.setKeepDays(id, days); }
+    // What the folder's runs kept: listed, restored, deleted, pruned.
+    RecentlyRemoved &recentlyRemoved() { return *m_recentlyRemoved; }
 
     // A run of the folder is queued or under way.
     bool isRunning(const QUuid &id) const { return m_runs.count(id) > 0; }
@@ -244,6 +250,7 @@ private:
     QHash<QUuid, QList<SyncProblem>> m_problems;
     QHash<QUuid, QList<ActivityRecord>> m_openConflicts;
     FolderPreferences m_preferences;
+    RecentlyRemoved *m_recentlyRemoved; // a child
     // Automatic runs a pause or a condition turned away: run once it ends.
     QSet<QUuid> m_missed;
     bool m_isMetered = false;

@@ -84,6 +84,13 @@ void SyncRun::targetFinished(const RcloneStatus &result)
     m_activity += ActivityRecord::fromRun(m_folderId, finished.remoteName + u':' + finished.remotePath,
                                           QDateTime::currentDateTimeUtc(), m_changes);
     m_conflicts += int(m_changes.conflicts().size());
+    const QList<ChangeParser::Change> &changes = m_changes.changes();
+    if (m_keepingRemoved
+        && (m_changes.droppedChanges() > 0 || !m_changes.conflicts().isEmpty()
+            || std::any_of(changes.begin(), changes.end(), [](const ChangeParser::Change &change) {
+                   return change.toRemote && change.action != ChangeParser::Action::added;
+               })))
+        m_keptOn.append(finished.id);
     if (m_state == State::stopping) {
         Q_EMIT stopped();
         return;

@@ -48,11 +48,17 @@ public:
     // "--bwlimit" for each target's bisync; empty: none.
     void setBandwidthLimit(const QString &limit) { m_bandwidthLimit = limit; }
     // Whether the folder keeps what its runs delete or replace, or once did.
-    void setKeepRemoved(bool keeping, bool everKept)
+    // `start` names the directory of what this run keeps.
+    void setKeepRemoved(bool keeping, bool everKept, const QDateTime &start)
     {
         m_keepingRemoved = keeping;
         m_everKeptRemoved = everKept;
+        m_started = start;
     }
+    const QDateTime &startTime() const { return m_started; }
+    // The targets whose remote may now keep files of this run: some file
+    // there was deleted or replaced (or more changed than could be told).
+    const QList<QUuid> &keptOnTargets() const { return m_keptOn; }
     void start(const SyncFolder &folder);
     // Conflicting copies that bisync renamed during this run.
     int conflictCount() const { return m_conflicts; }
@@ -92,7 +98,8 @@ private:
     QString m_bandwidthLimit;
     bool m_keepingRemoved = false;
     bool m_everKeptRemoved = false;
-    const QDateTime m_started = QDateTime::currentDateTimeUtc(); // names the directory of what it keeps
+    QDateTime m_started = QDateTime::currentDateTimeUtc();
+    QList<QUuid> m_keptOn;
     QList<ActivityRecord> m_activity;
     bool m_isWaitingForEarlier = false;
     std::optional<TargetOverride> m_override;

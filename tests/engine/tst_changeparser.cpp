@@ -69,6 +69,13 @@ private Q_SLOTS:
             << QList<Conflict>{{"letter.txt", "letter.txt.conflict1", true, false},
                                {"report.txt", "report.txt.conflict1", false, true}};
         // Newer wins: the loser is deleted and the winner copied over it.
+        // Keeping removed files: what is replaced or deleted is moved into a
+        // backup directory first, so no "Deleted" or "replaced existing".
+        QTest::newRow("keeping removed files") << "changes/keep-removed.log"
+            << QList<Change>{{"new-remote.txt", A::added, false}, {"sub/é e.txt", A::updated, false},
+                             {"d.txt", A::deleted, false}, {"new-local.txt", A::added, true},
+                             {"c.txt", A::updated, true}, {"a.txt", A::deleted, true}}
+            << QList<Conflict>{};
         QTest::newRow("conflicts, newer wins") << "changes/conflict-newerwins.log"
             << QList<Change>{{"report.txt", A::updated, false}, {"letter.txt", A::updated, true}}
             << QList<Conflict>{};

@@ -9,12 +9,23 @@
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
 #include "sync/ActivityLog.h"
-#include "sync/RemovedFiles.h"
+#include "sync/RecentlyRemoved.h"
 #include "sync/SyncManager.h"
 
 #include <QSignalSpy>
 
 using namespace std::chrono_literals;
+
+// What an asynchronous call hands its callback, once it has.
+template <typename T>
+T answer(const std::function<void(std::function<void(const T &)>)> &call)
+{
+    std::optional<T> value;
+    call([&value](const T &given) { value = given; });
+    if (!QTest::qWaitFor([&value] { return value.has_value(); }, 60000))
+        QTest::qFail("no answer", __FILE__, __LINE__);
+    return value.value_or(T());
+}
 
 class TestSyncEndToEnd : public QObject
 {
@@ -78,63 +89,116 @@ private Q_SLOTS:
         QVERIFY(activity.read().isEmpty());
     }
 
-    // Keeping what runs delete or replace, for a target inside a remote and
-    // one at a remote's root: a file deleted here and one overwritten there
-    // are both kept, on the side they were removed from. The hidden directory
-    // never syncs to the other side, also once keeping stops.
-    void removedFilesAreKept()
+    // "Keep removed and replaced files", for a target inside a remote and one
+    // at a remote's root: a file deleted here and one overwritten there are
+    // kept on the side they were removed from, come back from there, and the
+    // next run makes both sides equal. Kept files past the retention go; the
+    // hidden directory never syncs to the other side, also once keeping stops.
+    void removedFilesComeBack_data()
     {
+        QTest::addColumn<QString>("remotePath");
+        QTest::newRow("inside a remote") << "Docs";
+        QTest::newRow("at a remote's root") << "";
+    }
+
+    void removedFilesComeBack()
+    {
+        QFETCH(QString, remotePath);
         RcloneSandbox sandbox;
-        const QString inner = sandbox.makeDirectory("inner"), whole = sandbox.makeDirectory("whole");
-        sandbox.addAlias("backup", inner);
-        sandbox.addAlias("whole", whole);
+        const QString remoteRoot = sandbox.makeDirectory("remote");
+        const QString remote = remotePath.isEmpty() ? remoteRoot : remoteRoot + "/" + remotePath;
+        sandbox.addAlias("backup", remoteRoot);
         const QString local = sandbox.makeDirectory("Documents");
-        for (const char *name : {"a.txt", "b.txt", "c.txt", "d.txt"})
+        for (const char *name : {"a.txt", "b.txt", "old.txt", "older.txt", "c.txt"})
             writeFile(local + "/" + name, QByteArray("first ") + name);
 
         MemorySettingsStore settings;
         RcloneEngine engine(RcloneSandbox::rclone());
         InotifyFileEventService fileEvents;
-        SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
+        int daysAgo = 40;
+        SyncManager manager({settings, engine, fileEvents, {},
+                             [&daysAgo] { return QDateTime::currentDateTimeUtc().addDays(-daysAgo); }, 2, false});
         SyncFolder folder;
         folder.name = "Documents";
         folder.localPath = local;
-        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", false},
-                                RemoteTarget{QUuid::createUuid(), "whole", "", false}};
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", remotePath, false}};
         manager.addFolder(folder);
         manager.setKeepsRemoved(folder.id, true);
+        RecentlyRemoved &removed = manager.recentlyRemoved();
         const auto synced = [&] {
             QSignalSpy completed(&manager, &SyncManager::runCompleted);
             QVERIFY(manager.syncFolder(folder.id));
             QVERIFY(completed.wait(60000));
             QCOMPARE(manager.folders()[0].lastError, std::nullopt);
         };
-        synced();
-
-        QVERIFY(QFile::remove(local + "/a.txt"));
-        writeFile(inner + "/Docs/b.txt", "theirs");
-        synced();
-        // Each side's kept files are in one directory named for the run.
-        const auto keptIn = [](const QString &directory) {
-            const QStringList runs = QDir(directory).entryList(QDir::Dirs | QDir::NoDotAndDotDot);
-            return runs.size() == 1 ? directory + "/" + runs.first() : QString();
+        // What Recently Removed lists: "path side content".
+        const auto listed = [&] {
+            QStringList seen;
+            const auto listing = answer<RecentlyRemoved::Listing>(
+                [&](auto done) { removed.list(folder.id, &manager, done); });
+            for (const RemovedFiles::File &file : listing.files) {
+                const bool here = file.targetId.isNull();
+                seen.append(file.path + (here ? " here " : " there ")
+                            + readFile(here ? RemovedFiles::localFile(folder.id, file)
+                                            : remote + "/.nimbrell-removed/" + file.run + "/" + file.path));
+            }
+            seen.sort();
+            return std::pair{seen, listing.files};
         };
-        const QString kept = keptIn(RemovedFiles::localDirectory(folder.id));
-        QVERIFY(kept.startsWith(sandbox.dataHome() + "/nimbrell/removed/"));
-        QVERIFY(QRegularExpression("/\\d{4}-\\d\\d-\\d\\dT\\d\\d-\\d\\d-\\d\\d$").match(kept).hasMatch());
-        QCOMPARE(readFile(keptIn(inner + "/Docs/.nimbrell-removed") + "/a.txt"), "first a.txt");
-        QCOMPARE(readFile(kept + "/b.txt"), "first b.txt");
-        QCOMPARE(readFile(local + "/b.txt"), "theirs");
-        QCOMPARE(readFile(keptIn(whole + "/.nimbrell-removed") + "/a.txt"), "first a.txt");
-        QCOMPARE(readFile(keptIn(whole + "/.nimbrell-removed") + "/b.txt"), "first b.txt");
-        QCOMPARE(readFile(whole + "/b.txt"), "theirs");
+        const auto restored = [&](const RemovedFiles::File &file, bool replace) {
+            return answer<RecentlyRemoved::Outcome>([&](auto done) {
+                removed.restore(folder.id, file, replace, &manager,
+                                [done](RecentlyRemoved::Outcome outcome, const QString &) { done(outcome); });
+            });
+        };
+        synced();
 
+        // 40 days ago: one file deleted here, one overwritten there.
+        QVERIFY(QFile::remove(local + "/old.txt"));
+        writeFile(remote + "/older.txt", "theirs");
+        synced();
+        // Today, the same again; the run also prunes what is past 30 days.
+        daysAgo = 0;
+        QVERIFY(QFile::remove(local + "/a.txt"));
+        writeFile(remote + "/b.txt", "theirs");
+        synced();
+        // (QTRY's timeout counts its pauses only: each listing takes longer.)
+        QTRY_COMPARE_WITH_TIMEOUT(listed().first, (QStringList{"a.txt there first a.txt", "b.txt here first b.txt"}),
+                                  5000);
+        QCOMPARE(readFile(local + "/b.txt"), "theirs");
+
+        // a.txt is free where it was; b.txt is not, and is asked about first.
+        const QList<RemovedFiles::File> files = listed().second;
+        const RemovedFiles::File a = files.value(files.value(0).path == "a.txt" ? 0 : 1);
+        const RemovedFiles::File b = files.value(files.value(0).path == "a.txt" ? 1 : 0);
+        QCOMPARE(restored(a, false), RecentlyRemoved::Outcome::restored);
+        QCOMPARE(restored(b, false), RecentlyRemoved::Outcome::nameTaken);
+        QCOMPARE(readFile(local + "/b.txt"), "theirs");
+        QCOMPARE(restored(b, true), RecentlyRemoved::Outcome::restored);
+        QCOMPARE(listed().first, QStringList{"b.txt here theirs"}); // set aside, not lost
+        synced();
+        for (const QString &side : {local, remote}) {
+            QCOMPARE(readFile(side + "/a.txt"), "first a.txt");
+            QCOMPARE(readFile(side + "/b.txt"), "first b.txt");
+        }
+
+        // The run kept what the restored file replaced there. One file is
+        // deleted for good, then all of them.
+        const auto [seen, kept] = listed();
+        QCOMPARE(seen, (QStringList{"b.txt here theirs", "b.txt there theirs"}));
+        const RemovedFiles::File aside = kept.value(kept.value(0).targetId.isNull() ? 0 : 1);
+        QCOMPARE(answer<QString>([&](auto done) { removed.deletePermanently(folder.id, aside, &manager, done); }),
+                 QString());
+        QCOMPARE(listed().first, QStringList{"b.txt there theirs"});
+        QCOMPARE(answer<QString>([&](auto done) { removed.empty(folder.id, &manager, done); }), QString());
+        QCOMPARE(listed().first, QStringList());
+
+        // Once keeping stops, a deletion is a deletion, and nothing kept syncs down.
         manager.setKeepsRemoved(folder.id, false);
         QVERIFY(QFile::remove(local + "/c.txt"));
         synced();
-        QVERIFY(!QFile::exists(inner + "/Docs/c.txt")); // deleted, as before the option
-        QCOMPARE(QDir(inner + "/Docs/.nimbrell-removed").entryList(QDir::Dirs | QDir::NoDotAndDotDot).size(), 1);
-        QVERIFY(QFile::exists(keptIn(inner + "/Docs/.nimbrell-removed") + "/a.txt"));
+        QVERIFY(!QFile::exists(remote + "/c.txt"));
+        QCOMPARE(listed().first, QStringList());
         QVERIFY(!QFileInfo::exists(local + "/.nimbrell-removed"));
     }
 
