@@ -3,10 +3,12 @@
 //   NIMBRELL_APPEARANCE=light|dark nimbrell-screenshots OUTPUT_DIRECTORY
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
+#include "model/UuidString.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/MemorySettingsStore.h"
 #include "platform/XdgAutostartLoginItem.h"
 #include "sync/ActivityLog.h"
+#include "sync/RemovedFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/AppSetup.h"
 #include "ui/NavigationState.h"
@@ -167,6 +169,20 @@ void writeFixture(const QString &root)
         newer.write("edited on the server");
     const SyncFolder book = failing("Book", "Book", scratchBook,
                                     QStringLiteral("ERROR : Bisync aborted. Must run --resync to recover.\nNOTICE: Failed to bisync: bisync aborted"));
+    // What Book's runs kept of the files they deleted or overwrote, here and on its remote.
+    const auto kept = [&](const QString &directory, qint64 secondsAgo, const char *path, qsizetype size) {
+        const QString run = RemovedFiles::runDirectory(now.addSecs(-secondsAgo));
+        QDir().mkpath(QFileInfo(directory + u'/' + run + u'/' + QString::fromUtf8(path)).path());
+        QFile file(directory + u'/' + run + u'/' + QString::fromUtf8(path));
+        if (file.open(QIODevice::WriteOnly))
+            file.write(QByteArray(size, 'k'));
+    };
+    const QString keptHere = home + QStringLiteral("/.local/share/nimbrell/removed/") + uuidString(book.id);
+    const QString keptThere = scratchBook.remotePath + QStringLiteral("/.nimbrell-removed");
+    kept(keptHere, 2 * 3600, "chapter 3.txt", 18230);
+    kept(keptThere, 20 * 60, "Figures/diagram 🖼.png", 734003);
+    kept(keptThere, 26 * 3600, "chapter 9.txt", 9120);
+    kept(keptHere, 3 * 86400, "notes/outline.md", 2048);
     const SyncFolder thesis = failing("Thesis", "Thesis",
                                       RemoteTarget{QUuid::createUuid(), QStringLiteral("scratch"), root + QStringLiteral("/scratch/thesis"), false}, {});
     const SyncFolder mail = failing("Mail", "Mail", target("gdrive", "Mail"),
@@ -207,6 +223,19 @@ void writeFixture(const QString &root)
     QFile store(home + QStringLiteral("/.config/rclone/rclone_sync_folders.json"));
     if (store.open(QIODevice::WriteOnly))
         store.write(FolderStore::encode({documents, photos, projects, music, odd, book, thesis, mail, camera}).value());
+}
+
+// Scrolls the pane so that the item shows `above` pixels below its top.
+void scrollTo(QQuickWindow *window, const char *objectName, qreal above)
+{
+    QQuickItem *item = window->findChild<QQuickItem *>(QString::fromLatin1(objectName));
+    for (QQuickItem *up = item ? item->parentItem() : nullptr; up; up = up->parentItem()) {
+        if (up->inherits("QQuickFlickable")) {
+            up->setProperty("contentY",
+                            item->mapToItem(up->property("contentItem").value<QQuickItem *>(), QPointF()).y() - above);
+            return;
+        }
+    }
 }
 
 QString uuidStringOf(NimbrellApp &app, int row)
@@ -267,6 +296,27 @@ void shoot(const QString &appearance, bool withData)
     app.navigation()->showFolder(uuidStringOf(app, 5));
     wait(100);
     review(QStringLiteral("review-resync"));
+    // Book keeps what its runs remove: Recently Removed, and the editor's section for it.
+    app.syncManager()->setKeepsRemoved(app.syncManager()->folders().at(5).id, true);
+    app.navigation()->showFolder(uuidStringOf(app, 4));
+    wait(100);
+    app.navigation()->showFolder(uuidStringOf(app, 5));
+    wait(100);
+    invoke(main, "removedSheet", "open");
+    waitFor([main] {
+        const QObject *files = main->findChild<QObject *>(QStringLiteral("removedFiles"));
+        return files && files->property("isLoaded").toBool() && !files->property("isBusy").toBool();
+    });
+    wait(300);
+    save(main, QStringLiteral("folder-recently-removed") + suffix);
+    invoke(main, "removedSheet", "close");
+    wait(300);
+    scrollTo(main, "recentlyRemovedCard", 300);
+    save(main, QStringLiteral("folder-keeps-removed") + suffix);
+    invoke(main, "folderController", "startEditing");
+    scrollTo(main, "editKeepRemoved", 200);
+    save(main, QStringLiteral("folder-safety-control") + suffix);
+    invoke(main, "folderController", "cancel");
     app.navigation()->showFolder(uuidStringOf(app, 6));
     wait(100);
     review(QStringLiteral("review-deletions"));
@@ -278,14 +328,7 @@ void shoot(const QString &appearance, bool withData)
     app.navigation()->showFolder(uuidStringOf(app, 0));
     save(main, QStringLiteral("main-folder-selected") + suffix);
     // Further down the same pane: what its runs changed.
-    if (auto *list = main->findChild<QQuickItem *>(QStringLiteral("recentChanges"))) {
-        for (QQuickItem *up = list->parentItem(); up; up = up->parentItem()) {
-            if (up->inherits("QQuickFlickable")) {
-                up->setProperty("contentY", list->mapToItem(up->property("contentItem").value<QQuickItem *>(), QPointF()).y() - 260);
-                break;
-            }
-        }
-    }
+    scrollTo(main, "recentChanges", 260);
     save(main, QStringLiteral("folder-recent-changes") + suffix);
     app.syncManager()->syncFolder(app.syncManager()->folders().at(1).id);
     app.syncManager()->syncFolder(app.syncManager()->folders().at(4).id);

@@ -112,6 +112,8 @@ QVariantMap FolderDetailController::folderMap() const
         {QStringLiteral("targets"), targets},
         {QStringLiteral("isWaiting"), m_app && m_app->syncManager()->isWaiting(f->id)},
         {QStringLiteral("paused"), m_app && m_app->syncManager()->isPaused(f->id)},
+        {QStringLiteral("hasKeptRemoved"), m_app && m_app->syncManager()->hasKeptRemoved(f->id)},
+        {QStringLiteral("keepDays"), m_app ? m_app->syncManager()->keepDays(f->id) : 0},
     };
 }
 
@@ -213,6 +215,7 @@ void FolderDetailController::loadEditState()
     m_editConflictResolution = f ? f->conflictResolution : ConflictResolution::keepBoth;
     m_editPaused = f && m_app && m_app->syncManager()->isPaused(f->id);
     m_editKeepRemoved = f && m_app && m_app->syncManager()->keepsRemoved(f->id);
+    m_editKeepDays = f && m_app ? m_app->syncManager()->keepDays(f->id) : FolderPreferences::kDefaultKeepDays;
     Q_EMIT editChanged();
     Q_EMIT editTargetsChanged();
 }
@@ -259,6 +262,7 @@ void FolderDetailController::save()
         manager->updateFolder(*f);
         manager->setPaused(f->id, m_editPaused);
         manager->setKeepsRemoved(f->id, m_editKeepRemoved);
+        manager->setKeepDays(f->id, m_editKeepDays);
         setEditing(false);
         return;
     }
@@ -275,6 +279,7 @@ void FolderDetailController::save()
     manager->addFolder(created);
     manager->setPaused(created.id, m_editPaused);
     manager->setKeepsRemoved(created.id, m_editKeepRemoved);
+    manager->setKeepDays(created.id, m_editKeepDays);
     m_app->navigation()->setSelection(SidebarSelection::syncFolder(created.id));
 }
 
@@ -589,6 +594,23 @@ void FolderDetailController::setEditKeepRemoved(bool keep)
     if (keep == m_editKeepRemoved)
         return;
     m_editKeepRemoved = keep;
+    Q_EMIT editChanged();
+}
+
+int FolderDetailController::editKeepDaysIndex() const
+{
+    const auto *found = std::find(std::begin(kKeepDaysChoices), std::end(kKeepDaysChoices), m_editKeepDays);
+    // A number of days set by hand shows as the nearest longer choice.
+    if (found == std::end(kKeepDaysChoices))
+        found = std::lower_bound(std::begin(kKeepDaysChoices), std::prev(std::end(kKeepDaysChoices)), m_editKeepDays);
+    return int(found - std::begin(kKeepDaysChoices));
+}
+
+void FolderDetailController::setEditKeepDaysIndex(int index)
+{
+    if (index < 0 || index >= int(std::size(kKeepDaysChoices)) || kKeepDaysChoices[index] == m_editKeepDays)
+        return;
+    m_editKeepDays = kKeepDaysChoices[index];
     Q_EMIT editChanged();
 }
 

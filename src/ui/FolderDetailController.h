@@ -36,6 +36,9 @@ class FolderDetailController : public QObject
     // "Safety & Control": the folder syncs only when asked.
     Q_PROPERTY(bool editPaused READ editPaused WRITE setEditPaused NOTIFY editChanged)
     Q_PROPERTY(bool editKeepRemoved READ editKeepRemoved WRITE setEditKeepRemoved NOTIFY editChanged)
+    // How long kept files stay, as an index into keepDaysChoices.
+    Q_PROPERTY(int editKeepDaysIndex READ editKeepDaysIndex WRITE setEditKeepDaysIndex NOTIFY editChanged)
+    Q_PROPERTY(QStringList keepDaysLabels READ keepDaysLabels CONSTANT)
     Q_PROPERTY(QStringList conflictLabels READ conflictLabels CONSTANT)
     Q_PROPERTY(bool canConfirm READ canConfirm NOTIFY editChanged)
     Q_PROPERTY(QString pathWarning READ pathWarning NOTIFY editChanged)
@@ -96,6 +99,10 @@ public:
     bool editKeepRemoved() const { return m_editKeepRemoved; }
     void setEditKeepRemoved(bool keep);
     void setEditPaused(bool paused);
+    static constexpr int kKeepDaysChoices[] = {7, 30, 90};
+    int editKeepDaysIndex() const;
+    void setEditKeepDaysIndex(int index);
+    static QStringList keepDaysLabels() { return {QStringLiteral("7 days"), QStringLiteral("30 days"), QStringLiteral("90 days")}; }
 
     // Whether "Create"/"Save" is enabled: a name, a path and at least one target row.
     bool canConfirm() const;
@@ -185,6 +192,7 @@ private:
     ConflictResolution m_editConflictResolution = ConflictResolution::keepBoth;
     bool m_editPaused = false;
     bool m_editKeepRemoved = false;
+    int m_editKeepDays = FolderPreferences::kDefaultKeepDays;
     std::optional<FolderStatistics> m_statistics;
     bool m_isLoadingStats = false;
     QFutureWatcher<FolderStatistics> *m_statsWatcher = nullptr;

@@ -15,7 +15,7 @@ struct Icon
 
 // Symbols ending in ".fill" point at Tabler's filled variant ("-filled") where Tabler has
 // one; otherwise at the outline icon, which reads the same at the sizes we draw.
-constexpr std::array<Icon, 50> kIcons{{
+constexpr std::array<Icon, 52> kIcons{{
     // Provider logos
     {u"drive", u"providers/drive"},
     {u"dropbox", u"providers/dropbox"},
@@ -64,6 +64,8 @@ constexpr std::array<Icon, 50> kIcons{{
     {u"arrow.triangle.branch", u"tabler/git-branch"},
     {u"arrow.up", u"tabler/arrow-up"},
     {u"arrow.down", u"tabler/arrow-down"},
+    {u"arrow.uturn.backward", u"tabler/arrow-back-up"},
+    {u"clock.arrow.circlepath", u"tabler/history"},
     {u"bolt.fill", u"tabler/bolt-filled"},
     {u"bolt.slash.fill", u"tabler/bolt-off"},
     {u"checkmark.circle.fill", u"tabler/circle-check-filled"},

@@ -449,6 +449,40 @@ Item {
                     folderId: pane.folderId
                 }
 
+                Card {
+                    objectName: "recentlyRemovedCard"
+                    visible: !controller.isEditing && !!folder.hasKeptRemoved
+                    Layout.fillWidth: true
+                    Layout.leftMargin: 24
+                    Layout.rightMargin: 24
+                    app: pane.app
+                    RowLayout {
+                        width: parent.width
+                        spacing: 12
+                        ColumnLayout {
+                            Layout.fillWidth: true
+                            spacing: 2
+                            Label { text: "Recently Removed"; font.weight: Font.DemiBold }
+                            Label {
+                                Layout.fillWidth: true
+                                wrapMode: Text.Wrap
+                                text: "What syncs delete or overwrite, here or on a remote, is kept for "
+                                      + (folder.keepDays || 30) + " days."
+                                color: app.theme.secondary
+                                font.pixelSize: 12
+                            }
+                        }
+                        AppButton {
+                            objectName: "recentlyRemoved"
+                            text: "Show…"
+                            iconName: "clock.arrow.circlepath"
+                            toolTip: "Restore or delete what syncs removed from this folder"
+                            Accessible.name: "Show Recently Removed"
+                            onClicked: removedSheet.open()
+                        }
+                    }
+                }
+
                 // ---- edit mode ----
                 Card {
                     visible: controller.isEditing
@@ -661,12 +695,25 @@ Item {
                             checked: controller.editKeepRemoved
                             onToggled: controller.editKeepRemoved = checked
                         }
+                        RowLayout {
+                            visible: controller.editKeepRemoved
+                            spacing: 8
+                            Label { text: "Keep for" }
+                            AppComboBox {
+                                objectName: "editKeepDays"
+                                Layout.preferredWidth: 120
+                                model: controller.keepDaysLabels
+                                currentIndex: controller.editKeepDaysIndex
+                                onActivated: index => controller.editKeepDaysIndex = index
+                                Accessible.name: "Keep removed files for"
+                            }
+                        }
                         Label {
                             Layout.fillWidth: true
                             wrapMode: Text.Wrap
                             text: "What a sync deletes or overwrites is kept instead: on this computer in "
                                   + "~/.local/share/nimbrell/removed, on each remote in a hidden folder "
-                                  + "\".nimbrell-removed\" that is never synced."
+                                  + "\".nimbrell-removed\" that is never synced. Recently Removed puts them back."
                             font.pixelSize: 11
                             color: app.theme.secondary
                         }
@@ -675,6 +722,15 @@ Item {
                 Item { Layout.preferredHeight: 16 }
             }
         }
+    }
+
+    RemovedSheet {
+        id: removedSheet
+        app: pane.app
+        parent: Overlay.overlay
+        folderId: pane.folderId
+        folderName: pane.folder.name || ""
+        keepDays: pane.folder.keepDays || 30
     }
 
     ReviewSheet {
