@@ -395,6 +395,43 @@ private Q_SLOTS:
         QTRY_COMPARE(missing(main, {"Recent Activity", "letter.txt", "letter.txt.conflict1"}), QStringList());
     }
 
+    // A file overwritten from the remote comes back from Recently Removed:
+    // the sheet asks before it replaces the copy that holds the name, which
+    // then is among the removed files itself.
+    void removedFileRestoredFromTheSheet()
+    {
+        const QString local = m_sandbox->makeDirectory("home/Notes"), remote = m_sandbox->makeDirectory("backup");
+        m_sandbox->addAlias("backup", remote);
+        writeFile(local + "/plan.txt", "mine");
+        writeFile(local + "/todo.txt", "todo"); // bisync stops when every file changed
+        const SyncFolder notes = folder("Notes", local, {"backup:"});
+        QQuickWindow *main = startApp({notes});
+        SyncManager *manager = m_app->syncManager();
+        manager->setKeepsRemoved(notes.id, true);
+        for (const char *step : {"first", "overwritten there"}) {
+            if (QByteArray(step) != "first")
+                writeFile(remote + "/plan.txt", "theirs");
+            QSignalSpy completed(manager, &SyncManager::runCompleted);
+            QVERIFY(manager->syncFolder(notes.id));
+            QVERIFY(completed.wait(30000));
+        }
+        QCOMPARE(readFile(local + "/plan.txt"), "theirs");
+
+        main->resize(main->width(), 1400); // the card is below Recent Changes
+        m_app->navigation()->showFolder(uuidString(notes.id));
+        QTRY_VERIFY(item(main, "recentlyRemoved") && item(main, "recentlyRemoved")->isVisible());
+        click(main, item(main, "recentlyRemoved"));
+        QTRY_VERIFY(item(main, "restore_plan.txt"));
+        QCOMPARE(missing(main, {"Recently Removed from Notes", "Notes · This computer · 4 B"}), QStringList());
+        click(main, item(main, "restore_plan.txt"));
+        QTRY_VERIFY(item(main, "confirmReplace") && item(main, "confirmReplace")->isVisible());
+        QCOMPARE(readFile(local + "/plan.txt"), "theirs"); // nothing moved before the answer
+        click(main, item(main, "confirmReplace"));
+        QTRY_COMPARE(readFile(local + "/plan.txt"), "mine");
+        QTRY_VERIFY(item(main, "restore_plan.txt")); // the copy set aside
+        QTRY_COMPARE(missing(main, {"Notes · This computer · 6 B"}), QStringList());
+    }
+
     void createSyncEditAbortDelete()
     {
         // A user's real folder, an alias remote and a paced WebDAV remote.

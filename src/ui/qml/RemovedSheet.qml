@@ -23,12 +23,12 @@ Dialog {
     Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
     background: SheetBackground {}
     onOpened: {
-        removed.reload()
+        kept.reload()
         list.forceActiveFocus()
     }
 
     RemovedFilesModel {
-        id: removed
+        id: kept
         objectName: "removedFiles"
         app: sheet.app
         folderId: sheet.folderId
@@ -65,22 +65,22 @@ Dialog {
         spacing: 10
 
         RowLayout {
-            visible: removed.isBusy
+            visible: kept.isBusy
             spacing: 10
             BusyIndicator { running: parent.visible; Layout.preferredWidth: 24; Layout.preferredHeight: 24 }
             Label { text: "Looking on this computer and on each remote…"; color: app.theme.secondary }
         }
         Label {
             objectName: "removedError"
-            visible: removed.error !== ""
+            visible: kept.error !== ""
             Layout.fillWidth: true
-            text: removed.error
+            text: kept.error
             textFormat: Text.PlainText
             wrapMode: Text.Wrap
             color: app.theme.red
         }
         Label {
-            visible: removed.isLoaded && !removed.isBusy && removed.count === 0
+            visible: kept.isLoaded && !kept.isBusy && kept.count === 0
             text: "Nothing removed is kept for this folder."
             color: app.theme.secondary
         }
@@ -94,7 +94,7 @@ Dialog {
             activeFocusOnTab: true
             keyNavigationEnabled: true
             highlightMoveDuration: 0
-            model: removed
+            model: kept
             ScrollBar.vertical: ScrollBar {}
             Accessible.role: Accessible.List
             Accessible.name: "Recently Removed"
@@ -173,8 +173,8 @@ Dialog {
                         text: "Restore"
                         iconName: "arrow.uturn.backward"
                         toolTip: "Put it back where it was"
-                        enabled: !removed.isBusy
-                        onClicked: removed.restore(row.index)
+                        enabled: !kept.isBusy
+                        onClicked: kept.restore(row.index)
                     }
                     AppButton {
                         objectName: "deleteRemoved_" + row.fileName
@@ -182,7 +182,7 @@ Dialog {
                         iconName: "trash"
                         toolTip: "Delete Permanently"
                         Accessible.name: "Delete Permanently"
-                        enabled: !removed.isBusy
+                        enabled: !kept.isBusy
                         onClicked: row.askDelete()
                     }
                 }
@@ -199,7 +199,7 @@ Dialog {
             Layout.bottomMargin: 16
             kind: "destructive"
             text: "Empty…"
-            enabled: removed.count > 0 && !removed.isBusy
+            enabled: kept.count > 0 && !kept.isBusy
             onClicked: emptyDialog.open()
         }
         Item { Layout.fillWidth: true }
@@ -207,8 +207,8 @@ Dialog {
             Layout.bottomMargin: 16
             text: "Refresh"
             iconName: "arrow.triangle.2.circlepath"
-            enabled: !removed.isBusy
-            onClicked: removed.reload()
+            enabled: !kept.isBusy
+            onClicked: kept.reload()
         }
         AppButton {
             objectName: "closeRemoved"
@@ -227,7 +227,7 @@ Dialog {
         confirmObjectName: "confirmReplace"
         confirmText: "Replace"
         confirmKind: "primary"
-        onConfirmed: removed.restore(row, true)
+        onConfirmed: kept.restore(row, true)
     }
     ConfirmDialog {
         id: deleteDialog
@@ -236,16 +236,16 @@ Dialog {
         confirmObjectName: "confirmDeleteRemoved"
         title: "Delete Permanently"
         confirmText: "Delete Permanently"
-        onConfirmed: removed.deletePermanently(row)
+        onConfirmed: kept.deletePermanently(row)
     }
     ConfirmDialog {
         id: emptyDialog
         objectName: "emptyRemovedDialog"
         confirmObjectName: "confirmEmptyRemoved"
         title: "Empty Recently Removed"
-        message: "The " + removed.count + (removed.count === 1 ? " file" : " files")
+        message: "The " + kept.count + (kept.count === 1 ? " file" : " files")
                  + " kept for " + sheet.folderName + ", here and on its remotes, will be deleted for good."
         confirmText: "Empty"
-        onConfirmed: removed.empty()
+        onConfirmed: kept.empty()
     }
 }
