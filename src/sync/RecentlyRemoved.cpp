@@ -130,7 +130,12 @@ void RecentlyRemoved::restore(const QUuid &folderId, const File &file, bool repl
     if (const QString refused = refusal(folderId); !refused.isEmpty())
         return done(Outcome::failed, refused);
     const SyncFolder folder = *m_manager.folder(folderId);
-    const auto report = [context = QPointer<const QObject>(context), done](Outcome outcome, const QString &error) {
+    const auto report = [this, folderId, file, context = QPointer<const QObject>(context), done](
+                            Outcome outcome, const QString &error) {
+        // A file back on a remote reaches this computer with the next run,
+        // which nothing here would start: no watch sees a remote.
+        if (outcome == Outcome::restored && !file.targetId.isNull() && m_manager.isGlobalSyncEnabled())
+            m_manager.syncFolder(folderId, SyncTrigger::automatic);
         if (context)
             done(outcome, error);
     };

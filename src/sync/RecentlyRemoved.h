@@ -19,8 +19,10 @@ struct SyncFolder;
 // delete it for good, empty it all. Kept files older than the folder's
 // retention go after each of its runs.
 //
-// A file is restored on the side it was removed from. Whatever holds its
-// name there now is first set aside among the removed files, never lost.
+// A file is restored on the side it was removed from, and the next run
+// carries it over (started at once for a remote, while automatic sync is
+// on). Whatever holds its name there now is first set aside among the
+// removed files, never lost.
 // While this computer's files are being moved, or a remote's, the folder's
 // runs wait; while a run is under way, nothing is moved.
 class RecentlyRemoved final : public QObject
