@@ -166,6 +166,13 @@ void RecentlyRemoved::restoreHere(const SyncFolder &folder, const File &file, bo
     if (!moveHere(kept, original))
         return done(Outcome::failed, QStringLiteral("“%1” could not be put back.").arg(fileName(file)));
     RemovedFiles::removeEmptyParents(folder.id, kept);
+    // Restoring is the newest change to the file: with its old time, bisync
+    // would carry it over as "older", which it then finds out of step on a
+    // remote that keeps whole seconds (WebDAV), and a conflict would let
+    // the copy there win.
+    QFile restored(original);
+    if (restored.open(QIODevice::ReadWrite))
+        restored.setFileTime(QDateTime::currentDateTimeUtc(), QFileDevice::FileModificationTime);
     done(Outcome::restored, {});
 }
 

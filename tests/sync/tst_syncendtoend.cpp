@@ -96,18 +96,24 @@ private Q_SLOTS:
     // hidden directory never syncs to the other side, also once keeping stops.
     void removedFilesComeBack_data()
     {
+        QTest::addColumn<QString>("kind");
         QTest::addColumn<QString>("remotePath");
-        QTest::newRow("inside a remote") << "Docs";
-        QTest::newRow("at a remote's root") << "";
+        QTest::newRow("inside a remote") << "local" << "Docs";
+        QTest::newRow("at a remote's root") << "local" << "";
+        QTest::newRow("WebDAV, at its root") << "webdav" << "";
     }
 
     void removedFilesComeBack()
     {
+        QFETCH(QString, kind);
         QFETCH(QString, remotePath);
         RcloneSandbox sandbox;
         const QString remoteRoot = sandbox.makeDirectory("remote");
         const QString remote = remotePath.isEmpty() ? remoteRoot : remoteRoot + "/" + remotePath;
-        sandbox.addAlias("backup", remoteRoot);
+        if (kind == "webdav")
+            sandbox.addWebDav("backup", remoteRoot);
+        else
+            sandbox.addAlias("backup", remoteRoot);
         const QString local = sandbox.makeDirectory("Documents");
         for (const char *name : {"a.txt", "b.txt", "old.txt", "older.txt", "c.txt"})
             writeFile(local + "/" + name, QByteArray("first ") + name);
