@@ -395,6 +395,24 @@ private Q_SLOTS:
         QTRY_COMPARE(missing(main, {"Recent Activity", "letter.txt", "letter.txt.conflict1"}), QStringList());
     }
 
+    // At the window's smallest width the pane's toolbar keeps to the window
+    // (icons only), also from one folder to the next.
+    void narrowWindow()
+    {
+        const QList<SyncFolder> folders{folder("Documents", m_sandbox->makeDirectory("home/Documents"), {"backup:Docs"}),
+                                        folder("Projects", m_sandbox->makeDirectory("home/Projects"), {"backup:P"})};
+        QQuickWindow *main = startApp(folders);
+        main->resize(main->minimumWidth(), main->height());
+        for (const SyncFolder &shown : folders) {
+            m_app->navigation()->showFolder(uuidString(shown.id));
+            QTRY_VERIFY(item(main, "deleteSync"));
+            QVERIFY(QQuickTest::qWaitForPolish(main));
+            const QQuickItem *last = item(main, "deleteSync");
+            QVERIFY(last->width() > 0);
+            QCOMPARE_LE(last->mapToScene({last->width(), 0}).x(), main->width());
+        }
+    }
+
     // A file overwritten from the remote comes back from Recently Removed:
     // the sheet asks before it replaces the copy that holds the name, which
     // then is among the removed files itself.

@@ -32,6 +32,9 @@ Button {
     }
 
     implicitHeight: 30
+    // A row short of room must not squeeze a button below its content: a
+    // negative content width breaks the layout inside it.
+    Layout.minimumWidth: implicitWidth
     leftPadding: display === AbstractButton.IconOnly ? 7 : 12
     rightPadding: display === AbstractButton.IconOnly ? 7 : 12
     topPadding: 4

@@ -20,6 +20,8 @@ Item {
     readonly property var folder: controller.folder
     readonly property bool syncing: folder.status === "syncing"
     readonly property bool paused: !!folder.paused
+    // Too narrow for the toolbar's labels: its buttons show their icons only.
+    readonly property bool compact: width < 680
 
     // Which button of which target row takes the focus once the rows are remade.
     property var refocus: null
@@ -99,6 +101,8 @@ Item {
                 Label {
                     objectName: "lastSynced"
                     visible: !controller.isEditing
+                    Layout.fillWidth: true
+                    elide: Text.ElideRight
                     text: pane.lastSyncText()
                     color: app.theme.secondary
                 }
@@ -123,6 +127,7 @@ Item {
                     // view mode
                     AppButton {
                         objectName: "syncNow"
+                        display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
                         visible: !controller.isEditing && !pane.syncing
                         kind: "primary"
                         text: "Sync Now"
@@ -132,6 +137,7 @@ Item {
                     }
                     AppButton {
                         objectName: "abortSync"
+                        display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
                         visible: !controller.isEditing && pane.syncing
                         kind: "destructive"
                         text: "Abort Sync"
@@ -141,6 +147,7 @@ Item {
                     }
                     AppButton {
                         objectName: "pauseFolder"
+                        display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
                         visible: !controller.isEditing && pane.folderId !== ""
                         text: pane.paused ? "Resume" : "Pause"
                         iconName: pane.paused ? "play" : "pause"
@@ -150,6 +157,7 @@ Item {
                     }
                     AppButton {
                         objectName: "editFolder"
+                        display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
                         visible: !controller.isEditing
                         text: "Edit"
                         iconName: "pencil"
@@ -158,6 +166,7 @@ Item {
                     }
                     AppButton {
                         objectName: "deleteSync"
+                        display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
                         visible: !controller.isEditing
                         kind: "destructive"
                         text: "Delete Sync"
