@@ -31,15 +31,11 @@ bool FolderPreferences::isPaused(const QUuid &id) const
 
 void FolderPreferences::setPaused(const QUuid &id, bool paused)
 {
-    // Off is the default: the file keeps only what differs from it.
-    if (paused) {
+    if (paused)
         m_paused.insert(id);
-        m_settings.setValue(key(id, "paused"), true);
-    } else {
+    else
         m_paused.remove(id);
-        m_settings.remove(key(id, "paused"));
-    }
-    m_settings.sync();
+    set(key(id, "paused"), paused, false);
 }
 
 bool FolderPreferences::keepsRemoved(const QUuid &id) const
@@ -54,15 +50,9 @@ bool FolderPreferences::hasKept(const QUuid &id) const
 
 void FolderPreferences::setKeepsRemoved(const QUuid &id, bool keep)
 {
-    if (keep == keepsRemoved(id))
-        return;
-    if (keep) {
-        m_settings.setValue(key(id, "keepRemoved"), true);
-        m_settings.setValue(key(id, "hasKept"), true);
-    } else {
-        m_settings.remove(key(id, "keepRemoved"));
-    }
-    m_settings.sync();
+    if (keep)
+        set(key(id, "hasKept"), true, false);
+    set(key(id, "keepRemoved"), keep, false);
 }
 
 int FolderPreferences::keepDays(const QUuid &id) const

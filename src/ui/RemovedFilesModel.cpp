@@ -39,22 +39,11 @@ void RemovedFilesModel::setFolderId(const QString &id)
     Q_EMIT stateChanged();
 }
 
-std::optional<SyncFolder> RemovedFilesModel::folder() const
-{
-    return m_app ? m_app->syncManager()->folder(m_folderId) : std::nullopt;
-}
-
 QString RemovedFilesModel::sideName(const RemovedFiles::File &file) const
 {
     if (file.targetId.isNull())
         return QStringLiteral("This computer");
-    if (const std::optional<SyncFolder> f = folder()) {
-        for (const RemoteTarget &target : f->remoteTargets) {
-            if (target.id == file.targetId)
-                return target.remoteName + u':' + target.remotePath;
-        }
-    }
-    return QStringLiteral("A remote no longer synced");
+    return m_targetNames.value(file.targetId, QStringLiteral("A remote no longer synced"));
 }
 
 int RemovedFilesModel::rowCount(const QModelIndex &parent) const
@@ -71,10 +60,8 @@ QVariant RemovedFilesModel::data(const QModelIndex &index, int role) const
     case FileNameRole:
         return file.path.section(u'/', -1);
     case LocationRole: {
-        const std::optional<SyncFolder> f = folder();
-        const QString name = f ? f->name : QString();
         const qsizetype slash = file.path.lastIndexOf(u'/');
-        return slash < 0 ? name : name + u'/' + file.path.left(slash);
+        return slash < 0 ? m_folderName : m_folderName + u'/' + file.path.left(slash);
     }
     case SideRole:
         return sideName(file);
@@ -114,6 +101,12 @@ void RemovedFilesModel::reload()
                                                  [this, generation](const RecentlyRemoved::Listing &listing) {
         if (generation != m_generation)
             return;
+        // The names rows show, as the folder is now.
+        const std::optional<SyncFolder> folder = m_app->syncManager()->folder(m_folderId);
+        m_folderName = folder ? folder->name : QString();
+        m_targetNames.clear();
+        for (const RemoteTarget &target : folder ? folder->remoteTargets : QList<RemoteTarget>())
+            m_targetNames.insert(target.id, target.remoteName + u':' + target.remotePath);
         beginResetModel();
         m_files = listing.files;
         endResetModel();

@@ -66,12 +66,13 @@ private:
     bool begin();
     // An action ended with `error` (empty when it worked): read again.
     void ended(const QString &error);
-    std::optional<SyncFolder> folder() const;
     QString sideName(const RemovedFiles::File &file) const;
 
     QPointer<NimbrellApp> m_app;
     QUuid m_folderId;
     QList<RemovedFiles::File> m_files;
+    QString m_folderName;
+    QHash<QUuid, QString> m_targetNames; // "remote:path" by target id
     bool m_isBusy = false;
     bool m_isLoaded = false;
     QString m_error;
