@@ -4,6 +4,7 @@
 // libraries are.
 #include "cli/CliRunner.h"
 #include "cli/CommandLine.h"
+#include "model/Formatting.h"
 #include "platform/InstallLayout.h"
 #include "platform/InstanceChannel.h"
 
@@ -21,7 +22,7 @@ namespace {
 
 void say(const QString &message)
 {
-    std::fprintf(stderr, "nimbrell: %s\n", message.toLocal8Bit().constData());
+    std::fprintf(stderr, "nimbrell: %s\n", Formatting::printable(message).toLocal8Bit().constData());
 }
 
 // Brings the running Nimbrell's window forward, or becomes the program with

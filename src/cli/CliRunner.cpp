@@ -38,12 +38,12 @@ constexpr auto kPollInterval = 250ms;
 
 void out(const QString &text)
 {
-    std::fputs(text.toUtf8().constData(), stdout);
+    std::fputs(Formatting::printable(text).toUtf8().constData(), stdout);
 }
 
 void say(const QString &message)
 {
-    std::fputs((QStringLiteral("nimbrell: ") + message + u'\n').toUtf8().constData(), stderr);
+    std::fputs((QStringLiteral("nimbrell: ") + Formatting::printable(message) + u'\n').toUtf8().constData(), stderr);
 }
 
 QString commandName(Kind kind)

@@ -1,5 +1,7 @@
 #include "cli/SyncFollower.h"
 
+#include "model/Formatting.h"
+
 #include "model/UuidString.h"
 
 #include <QJsonArray>
@@ -122,7 +124,7 @@ void SyncFollower::print(const QString &line)
     const QString live = std::exchange(m_liveLine, QString());
     if (!live.isEmpty())
         std::fputs("\r\033[K", m_out);
-    std::fputs(line.toUtf8().constData(), m_out);
+    std::fputs(Formatting::printable(line).toUtf8().constData(), m_out);
     std::fputc('\n', m_out);
     if (!live.isEmpty())
         setLiveLine(live);
@@ -134,7 +136,8 @@ void SyncFollower::setLiveLine(const QString &line)
     // Longer than the terminal is wide, it would wrap and "\r" would no
     // longer reach its start.
     const int columns = terminalColumns(m_out) - 1;
-    const QString shown = line.size() > columns ? line.left(columns - 1) + u'…' : line;
+    const QString printable = Formatting::printable(line);
+    const QString shown = printable.size() > columns ? printable.left(columns - 1) + u'…' : printable;
     if (shown == m_liveLine)
         return;
     m_liveLine = shown;

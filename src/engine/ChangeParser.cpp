@@ -1,6 +1,9 @@
 #include "engine/ChangeParser.h"
 
 #include "engine/RcloneEngine.h"
+#include "model/Formatting.h"
+#include "model/RelativePath.h"
+#include "platform/AppLogger.h"
 
 namespace {
 
@@ -30,12 +33,22 @@ bool sideAndTail(QStringView message, QStringView what, int &side, QStringView &
 
 } // namespace
 
-QString ChangeParser::relative(QStringView path, int side) const
+std::optional<QString> ChangeParser::relative(QStringView path, int side) const
 {
     const QString &root = m_roots[side - 1];
-    if (!root.isEmpty() && path.startsWith(root))
-        return path.mid(root.size()).toString();
-    return path.toString();
+    if (root.isEmpty() || !path.startsWith(root))
+        return std::nullopt;
+    return path.mid(root.size()).toString();
+}
+
+bool ChangeParser::accepts(const QString &path)
+{
+    if (RelativePath::isSafe(path))
+        return true;
+    if (!std::exchange(m_refusedPath, true))
+        qCWarning(lcEngine, "Ignoring a path in rclone's output that is not inside the folder: %s",
+                  qUtf8Printable(Formatting::printable(path)));
+    return false;
 }
 
 void ChangeParser::add(const QString &path, Action action, bool toRemote)
@@ -64,6 +77,8 @@ void ChangeParser::addLine(QStringView raw)
             return;
         const bool isNew = message.endsWith(u"(new)");
         const QString path = message.left(message.lastIndexOf(u": Copied (")).toString();
+        if (!accepts(path))
+            return;
         // A conflict's loser deleted to make room, or a file moved into the
         // backup directory: the copy replaces it.
         const bool replaces = m_conflictLosers.remove(path) > 0 || m_movedAside.remove(path);
@@ -73,6 +88,8 @@ void ChangeParser::addLine(QStringView raw)
         m_movedAside.insert(message.chopped(21).toString());
     } else if (message.endsWith(u": Deleted") || message.endsWith(u": Moved into backup dir")) {
         const QString path = message.left(message.lastIndexOf(u": ")).toString();
+        if (!accepts(path))
+            return;
         m_movedAside.remove(path);
         if (const auto queued = m_queuedDeletes.constFind(path); queued != m_queuedDeletes.cend()) {
             add(path, Action::deleted, *queued == 2);
@@ -81,13 +98,19 @@ void ChangeParser::addLine(QStringView raw)
             m_conflictLosers.insert(path);
         }
     } else if (sideAndTail(message, u"Queue delete", side, tail)) {
-        m_queuedDeletes.insert(relative(tail, side), side);
+        if (const std::optional<QString> path = relative(tail, side); path && accepts(*path))
+            m_queuedDeletes.insert(*path, side);
     } else if (sideAndTail(message, u"Do queued copies to", side, tail)
                || sideAndTail(message, u"Resync is copying files to", side, tail)) {
         m_copiesTo = tail.endsWith(u'2') ? 2 : 1;
     } else if (sideAndTail(message, u"Renaming Path", side, tail)) {
-        const QString renamed = relative(tail, side);
+        const std::optional<QString> path = relative(tail, side);
+        if (!path || !accepts(*path))
+            return;
+        const QString &renamed = *path;
         const QString original = m_bothChanged.isEmpty() ? renamed.left(renamed.lastIndexOf(u'.')) : m_bothChanged;
+        if (!accepts(original))
+            return;
         Conflict conflict{original, renamed, side == 2, std::nullopt};
         // bisync names the winner just before it renames the loser.
         if (const auto winner = m_winners.constFind(original); winner != m_winners.cend())

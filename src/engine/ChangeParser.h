@@ -46,7 +46,11 @@ public:
 
 private:
     void add(const QString &path, Action action, bool toRemote);
-    QString relative(QStringView path, int side) const;
+    // A path under the side's root, without the root.
+    std::optional<QString> relative(QStringView path, int side) const;
+    // Whether a path read from the output names a file inside the folder;
+    // the first one that does not is logged.
+    bool accepts(const QString &path);
 
     QString m_roots[2];     // "/home/user/Docs/", "dav:Docs/"
     int m_copiesTo = 0;     // the side the current copy section writes to
@@ -58,4 +62,5 @@ private:
     QList<Change> m_changes;
     QList<Conflict> m_conflicts;
     qsizetype m_dropped = 0;
+    bool m_refusedPath = false;
 };

@@ -455,8 +455,8 @@ public:
     void cancel() override
     {
         m_cancelled = true;
-        if (m_mkdir)
-            m_mkdir->cancel();
+        if (m_command)
+            m_command->cancel();
         if (m_child)
             m_child->cancel();
     }
@@ -483,16 +483,60 @@ private:
         // program holds the pair's lock until it has stopped.
         if (const qint64 pid = m_engine->earlierBisync(m_request.localPath, m_request.remoteSpec))
             return waitFor(pid);
+        // A resync of a pair that synced before is made only while both
+        // sides hold something: after a crash lost its history, an unmounted
+        // drive or a wiped remote must not be filled from the other side.
+        if (isInitialSync && m_request.hasSyncedBefore && !isDryRun())
+            return checkSidesBeforeResync();
+        prepare();
+    }
+
+    void checkSidesBeforeResync()
+    {
+        if (RcloneEngine::isEmptyDirectory(m_request.localPath))
+            return withholdResync(1, m_request.localPath);
+        m_command = m_engine->run(
+            {QStringLiteral("lsf"), QStringLiteral("--max-depth"), QStringLiteral("1"), m_request.remoteSpec}, this,
+            [this](const RcloneResult<QString> &listed) {
+                m_command = nullptr;
+                if (m_cancelled || listed.isCancelled())
+                    return deliverCancelled();
+                // rclone's "directory not found"
+                if (!listed.ok() && listed.error().kind == RcloneError::Kind::exitStatus && listed.error().code == 3)
+                    return withholdResync(2, m_request.remoteSpec);
+                if (!listed.ok())
+                    return deliver(listed.error());
+                // What the folder's runs kept there is not the folder's.
+                QStringList entries = nonEmptyLines(listed.value());
+                entries.removeAll(QStringLiteral(".nimbrell-removed/"));
+                if (entries.isEmpty())
+                    return withholdResync(2, m_request.remoteSpec);
+                prepare();
+            });
+    }
+
+    void withholdResync(int side, const QString &location)
+    {
+        const QString message = QStringLiteral("Resync withheld: empty current Path%1 listing (%2). A resync would "
+                                               "fill it from the other side.")
+                                    .arg(side)
+                                    .arg(location);
+        qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
+        deliver(RcloneError{RcloneError::Kind::resyncWithheld, 0, message});
+    }
+
+    void prepare()
+    {
         QDir().mkpath(RcloneEngine::workDirectory()); // rclone reports the failure, if any
         // A dry run changes nothing on the remote, not even by a mkdir.
         if (isDryRun())
             return launch();
         // The remote directory may already exist: the outcome is ignored.
-        m_mkdir = m_engine->run({QStringLiteral("mkdir"), m_request.remoteSpec}, this,
-                                [this](const RcloneResult<QString> &) {
-                                    m_mkdir = nullptr;
-                                    launch();
-                                });
+        m_command = m_engine->run({QStringLiteral("mkdir"), m_request.remoteSpec}, this,
+                                  [this](const RcloneResult<QString> &) {
+                                      m_command = nullptr;
+                                      launch();
+                                  });
     }
 
     void waitFor(qint64 pid)
@@ -564,6 +608,15 @@ private:
             deliver(RcloneError{kind, exit.code, output.isEmpty() ? QStringLiteral("Unknown Error") : output,
                                 RcloneEngine::stripAnsi(m_notable.join(u'\n'))});
         };
+        // Whichever attempt it is, a demanded resync that would fill an empty
+        // side is left to the user, and said so: a plain failure that asks
+        // for --resync would make the next run one.
+        const bool demandsResync = output.contains(QLatin1String("Must run --resync to recover")) && !isDryRun();
+        const bool wouldFillEmptySide = reportsEmptySide(output) || RcloneEngine::isEmptyDirectory(m_request.localPath);
+        if (demandsResync && wouldFillEmptySide) {
+            qCCritical(lcEngine, "Bisync requires --resync, which would fill an empty side; not retrying");
+            return fail(RcloneError::Kind::resyncWithheld);
+        }
         if (m_isRetry)
             return fail(RcloneError::Kind::exitStatus);
         if (output.contains(QLatin1String("prior lock file found:"))) {
@@ -576,11 +629,7 @@ private:
             return attempt(m_isInitialSync, true);
         }
         // A dry run shows what its own arguments would do, never a resync instead.
-        if (output.contains(QLatin1String("Must run --resync to recover")) && !isDryRun()) {
-            if (reportsEmptySide(output) || RcloneEngine::isEmptyDirectory(m_request.localPath)) {
-                qCCritical(lcEngine, "Bisync requires --resync, which would fill an empty side; not retrying");
-                return fail(RcloneError::Kind::resyncWithheld);
-            }
+        if (demandsResync) {
             qCCritical(lcEngine, "Bisync requires --resync. Retrying with isInitialSync=true...");
             return attempt(true, true);
         }
@@ -605,7 +654,7 @@ private:
     Receiver m_receiver;
     RcloneEngine::ProgressHandler m_onProgress;
     RcloneEngine::Done<std::monostate> m_done;
-    QPointer<RcloneJob> m_mkdir;
+    QPointer<RcloneJob> m_command; // the listing or mkdir before the bisync
     Child *m_child = nullptr;
     QStringList m_tail;
     QStringList m_notable; // the first error lines of the attempt

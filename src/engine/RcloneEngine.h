@@ -33,6 +33,9 @@ struct BisyncRequest
     QString bandwidthLimit = {};
     // Where deleted and replaced files are kept ("--backup-dir1", ...); empty adds nothing.
     QStringList keepArguments = {};
+    // The pair has synced before. Its resync (a first sync, or a retry) is
+    // then made only while neither side is empty or missing.
+    bool hasSyncedBefore = false;
 };
 
 // The only code that starts rclone. Every call runs rclone asynchronously on

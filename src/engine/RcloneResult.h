@@ -27,6 +27,9 @@ struct RcloneError
     QString detail = {};
 
     bool isCancelled() const { return kind == Kind::cancelled; }
+    // rclone lost the pair's history and asks for a resync; a withheld one
+    // is not this.
+    bool demandsResync() const { return kind == Kind::exitStatus && description.contains(QLatin1String("--resync")); }
     friend bool operator==(const RcloneError &, const RcloneError &) = default;
 };
 

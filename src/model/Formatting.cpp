@@ -73,4 +73,15 @@ QString relativeTime(const QDateTime &date, const QDateTime &now)
     return QStringLiteral("0 seconds");
 }
 
+QString printable(QStringView text)
+{
+    QString shown = text.toString();
+    for (QChar &c : shown) {
+        const char16_t u = c.unicode();
+        if ((u < 0x20 && u != u'\n' && u != u'\t') || (u >= 0x7f && u <= 0x9f))
+            c = QChar(0xFFFD);
+    }
+    return shown;
+}
+
 } // namespace Formatting

@@ -23,4 +23,9 @@ QString percentage(double fraction);
 // "5 minutes", "2 hours", "3 days", "2 weeks", "4 months", "1 year".
 QString relativeTime(const QDateTime &date, const QDateTime &now);
 
+// Text safe to write to a terminal: every control character but the line
+// feed and the tab (escape sequences, OSC ones included, and C1 controls)
+// becomes U+FFFD. File names can hold any of them.
+QString printable(QStringView text);
+
 } // namespace Formatting

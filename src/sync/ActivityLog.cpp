@@ -1,5 +1,6 @@
 #include "sync/ActivityLog.h"
 
+#include "model/RelativePath.h"
 #include "model/UuidString.h"
 
 #include <QDir>
@@ -38,7 +39,6 @@ FolderActivity FolderActivity::of(const QList<ActivityRecord> &records, const QU
 {
     FolderActivity activity;
     QSet<QString> seen;
-    const QDir local(localPath);
     for (auto record = records.crbegin(); record != records.crend(); ++record) {
         if (record->folderId != folderId)
             continue;
@@ -48,8 +48,11 @@ FolderActivity FolderActivity::of(const QList<ActivityRecord> &records, const QU
             continue;
         }
         // Resolved outside (either copy gone), it is no longer open.
-        if (!localPath.isEmpty() && !seen.contains(record->renamed) && QFileInfo::exists(local.filePath(record->path))
-            && QFileInfo::exists(local.filePath(record->renamed)))
+        const auto there = [&localPath](const QString &path) {
+            const std::optional<QString> absolute = RelativePath::inside(localPath, path);
+            return absolute && QFileInfo::exists(*absolute);
+        };
+        if (!localPath.isEmpty() && !seen.contains(record->renamed) && there(record->path) && there(record->renamed))
             activity.openConflicts.append(*record);
         seen.insert(record->renamed);
     }
@@ -92,7 +95,8 @@ std::optional<ActivityRecord> ActivityLog::decode(QByteArrayView line)
     record.target = object.value(QStringLiteral("target")).toString();
     record.time = QDateTime::fromString(object.value(QStringLiteral("time")).toString(), Qt::ISODateWithMs);
     record.path = object.value(QStringLiteral("path")).toString();
-    if (record.folderId.isNull() || !record.time.isValid() || record.path.isEmpty())
+    // The file is outside input too: a path that leads out of a folder is no record.
+    if (record.folderId.isNull() || !record.time.isValid() || !RelativePath::isSafe(record.path))
         return std::nullopt;
     if (object.contains(QStringLiteral("conflict"))) {
         record.kind = ActivityRecord::Kind::conflict;
@@ -100,7 +104,7 @@ std::optional<ActivityRecord> ActivityLog::decode(QByteArrayView line)
         record.onRemote = object.value(QStringLiteral("renamedOn")).toString() == u"remote";
         if (const QString winner = object.value(QStringLiteral("winner")).toString(); !winner.isEmpty())
             record.remoteWon = winner == u"remote";
-        return record.renamed.isEmpty() ? std::nullopt : std::optional(record);
+        return RelativePath::isSafe(record.renamed) ? std::optional(record) : std::nullopt;
     }
     const QString action = object.value(QStringLiteral("action")).toString();
     const auto found = std::find_if(std::begin(kActions), std::end(kActions),

@@ -1,5 +1,7 @@
 #include "sync/ConflictCopies.h"
 
+#include "model/RelativePath.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -7,6 +9,8 @@
 namespace {
 ConflictCopies::Copy look(const QString &absolute, const QString &relative, bool fromRemote)
 {
+    if (absolute.isEmpty())
+        return {relative, false, 0, {}, fromRemote};
     const QFileInfo info(absolute);
     return {relative, info.isFile(), info.size(), info.lastModified(), fromRemote};
 }
@@ -30,13 +34,18 @@ ConflictCopies::ConflictCopies(const QString &localPath, const ActivityRecord &c
 
 QString ConflictCopies::absolute(const QString &path) const
 {
-    return QDir(m_localPath).filePath(path);
+    // The names come from rclone's log: one that leads out of the folder is
+    // no copy of ours, whatever the log says.
+    return RelativePath::inside(m_localPath, path).value_or(QString());
 }
 
 QString ConflictCopies::missing() const
 {
     for (const Copy *copy : {&m_original, &m_renamed}) {
-        if (!QFileInfo(absolute(copy->path)).isFile())
+        const QString path = absolute(copy->path);
+        if (path.isEmpty())
+            return quoted(copy->path) + QStringLiteral(" is not in this folder.");
+        if (!QFileInfo(path).isFile())
             return quoted(copy->path) + QStringLiteral(" is no longer there.");
     }
     return {};
@@ -66,7 +75,7 @@ QString ConflictCopies::settle(Choice choice)
 
 QStringList ConflictCopies::remoteCopy(Choice choice) const
 {
-    if (choice != Choice::keepRenamed)
+    if (choice != Choice::keepRenamed || absolute(m_original.path).isEmpty())
         return {};
     // "backup:" + "a/b.txt", "backup:Docs" + "/" + "a/b.txt"
     const bool atRoot = m_target.endsWith(u':') || m_target.endsWith(u'/');

@@ -76,6 +76,20 @@ void FolderPreferences::setKeptRuns(const QUuid &id, const QUuid &targetId, cons
     set(key(id, "keptRuns") + u'/' + uuidString(targetId), runs, QStringList());
 }
 
+bool FolderPreferences::hasSynced(const QUuid &id, const QUuid &targetId) const
+{
+    return m_settings.value(key(id, "syncedTargets")).toStringList().contains(uuidString(targetId));
+}
+
+void FolderPreferences::setSynced(const QUuid &id, const QUuid &targetId)
+{
+    QStringList targets = m_settings.value(key(id, "syncedTargets")).toStringList();
+    if (targets.contains(uuidString(targetId)))
+        return;
+    targets.append(uuidString(targetId));
+    set(key(id, "syncedTargets"), targets, QStringList());
+}
+
 void FolderPreferences::set(const QString &key, const QVariant &value, const QVariant &byDefault)
 {
     // The file keeps only what differs from the default.

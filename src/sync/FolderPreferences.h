@@ -30,6 +30,11 @@ public:
     // pruning starts rclone only when one of them is old enough.
     QStringList keptRuns(const QUuid &id, const QUuid &targetId) const;
     void setKeptRuns(const QUuid &id, const QUuid &targetId, const QStringList &runs);
+    // The target has synced with the folder at least once: a resync into an
+    // empty side is then never made by itself, even after the folder store
+    // forgot that the pair had synced.
+    bool hasSynced(const QUuid &id, const QUuid &targetId) const;
+    void setSynced(const QUuid &id, const QUuid &targetId);
     // A deleted folder's settings go with it.
     void remove(const QUuid &id);
 

@@ -1,7 +1,10 @@
 #include "sync/RecentlyRemoved.h"
 
 #include "engine/RcloneEngine.h"
+#include "model/Formatting.h"
+#include "model/RelativePath.h"
 #include "platform/AppLogger.h"
+#include "platform/BookmarkService.h"
 #include "sync/FolderPreferences.h"
 #include "sync/SyncManager.h"
 
@@ -57,10 +60,12 @@ RecentlyRemoved::RecentlyRemoved(SyncManager &manager, RcloneEngine &engine, Fol
 {
 }
 
-QString RecentlyRemoved::refusal(const QUuid &folderId) const
+QString RecentlyRemoved::refusal(const QUuid &folderId, const std::optional<File> &file) const
 {
     if (!m_manager.folder(folderId))
         return QStringLiteral("This folder no longer exists.");
+    if (file && (!RemovedFiles::runTime(file->run) || !RelativePath::isSafe(file->path)))
+        return QStringLiteral("“%1” is not among the removed files.").arg(Formatting::printable(fileName(*file)));
     if (m_manager.isRunning(folderId) || m_manager.isHeld(folderId))
         return QStringLiteral("Wait for the sync to finish, then try again.");
     return {};
@@ -127,7 +132,7 @@ void RecentlyRemoved::list(const QUuid &folderId, const QObject *context, std::f
 void RecentlyRemoved::restore(const QUuid &folderId, const File &file, bool replace, const QObject *context,
                               std::function<void(Outcome, const QString &)> done)
 {
-    if (const QString refused = refusal(folderId); !refused.isEmpty())
+    if (const QString refused = refusal(folderId, file); !refused.isEmpty())
         return done(Outcome::failed, refused);
     const SyncFolder folder = *m_manager.folder(folderId);
     const auto report = [this, folderId, file, context = QPointer<const QObject>(context), done](
@@ -148,8 +153,20 @@ void RecentlyRemoved::restore(const QUuid &folderId, const File &file, bool repl
 void RecentlyRemoved::restoreHere(const SyncFolder &folder, const File &file, bool replace,
                                   const std::function<void(Outcome, const QString &)> &done)
 {
+    // Into the folder as it is now: never one made anew here, which the next
+    // run would fill from the remote (an unmounted drive's mount point).
+    QString root = folder.localPath;
+    if (folder.localPathBookmarkData) {
+        if (const auto resolved = BookmarkService::resolve(*folder.localPathBookmarkData))
+            root = resolved->path;
+    }
+    if (!QFileInfo(root).isDir())
+        return done(Outcome::failed, QStringLiteral("Local folder not found: ") + root);
+    const std::optional<QString> inFolder = RelativePath::inside(root, file.path);
+    if (!inFolder)
+        return done(Outcome::failed, QStringLiteral("“%1” would not be inside the folder.").arg(fileName(file)));
     const QString kept = RemovedFiles::localFile(folder.id, file);
-    const QString original = folder.localPath + u'/' + file.path;
+    const QString original = *inFolder;
     if (!existsHere(kept))
         return done(Outcome::failed, QStringLiteral("“%1” is no longer among the removed files.").arg(fileName(file)));
     if (existsHere(original)) {
@@ -226,7 +243,7 @@ void RecentlyRemoved::restoreThere(const SyncFolder &folder, const File &file, b
 void RecentlyRemoved::deletePermanently(const QUuid &folderId, const File &file, const QObject *context,
                                         std::function<void(const QString &)> done)
 {
-    if (const QString refused = refusal(folderId); !refused.isEmpty())
+    if (const QString refused = refusal(folderId, file); !refused.isEmpty())
         return done(refused);
     const SyncFolder folder = *m_manager.folder(folderId);
     if (file.targetId.isNull()) {
@@ -255,7 +272,7 @@ void RecentlyRemoved::empty(const QUuid &folderId, const QObject *context, std::
     if (const QString refused = refusal(folderId); !refused.isEmpty())
         return done(refused);
     const QList<RemoteTarget> targets = m_manager.folder(folderId)->remoteTargets;
-    if (!QDir(RemovedFiles::localDirectory(folderId)).removeRecursively())
+    if (!RemovedFiles::removeTree(RemovedFiles::localDirectory(folderId)))
         return done(QStringLiteral("The files removed from this computer could not all be deleted."));
     // Every target at once; the folder's runs wait for the last.
     m_manager.holdRuns(folderId);

@@ -56,8 +56,8 @@ public:
     void runFinished(const SyncFolder &folder, const QDateTime &runStart, const QList<QUuid> &keptOnTargets);
 
 private:
-    // Why nothing may be moved now, or empty.
-    QString refusal(const QUuid &folderId) const;
+    // Why nothing may be moved now (or `file` not at all), or empty.
+    QString refusal(const QUuid &folderId, const std::optional<RemovedFiles::File> &file = std::nullopt) const;
     void rememberRuns(const QUuid &folderId, const QUuid &targetId, const QStringList &runs);
     void restoreHere(const SyncFolder &folder, const RemovedFiles::File &file, bool replace,
                      const std::function<void(Outcome, const QString &)> &done);

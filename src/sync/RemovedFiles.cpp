@@ -1,6 +1,9 @@
 #include "sync/RemovedFiles.h"
 
+#include "model/Formatting.h"
+#include "model/RelativePath.h"
 #include "model/UuidString.h"
+#include "platform/AppLogger.h"
 
 #include <QDir>
 #include <QDirIterator>
@@ -67,7 +70,9 @@ QList<File> listLocal(const QUuid &folderId)
 {
     QList<File> files;
     const QDir root(localDirectory(folderId));
-    for (const QString &run : root.entryList(QDir::Dirs | QDir::NoDotAndDotDot)) {
+    if (QFileInfo(root.path()).isSymLink())
+        return files;
+    for (const QString &run : root.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks)) {
         const std::optional<QDateTime> removed = runTime(run);
         if (!removed)
             continue;
@@ -99,23 +104,44 @@ std::optional<QList<File>> parseListing(const RemoteTarget &target, const QByteA
     if (error.error != QJsonParseError::NoError || !document.isArray())
         return std::nullopt;
     QList<File> files;
+    bool refused = false;
     for (const QJsonValue &value : document.array()) {
         const QString path = value[QLatin1String("Path")].toString();
         const qsizetype slash = path.indexOf(u'/');
         const std::optional<QDateTime> removed = runTime(path.left(slash));
         if (slash <= 0 || !removed)
             continue; // not a run's: left alone
+        // A name that leads out of the run's directory is no kept file.
+        if (!RelativePath::isSafe(path.mid(slash + 1))) {
+            if (!std::exchange(refused, true))
+                qCWarning(lcSyncManager, "Ignoring a kept file whose path leads elsewhere: %s",
+                          qUtf8Printable(Formatting::printable(path)));
+            continue;
+        }
         files.append({target.id, path.left(slash), path.mid(slash + 1),
                       qint64(value[QLatin1String("Size")].toDouble()), *removed});
     }
     return files;
 }
 
+bool removeTree(const QString &path)
+{
+    // A link is removed as a link: what it points to is not ours. Below the
+    // top, removeRecursively() does the same.
+    const QFileInfo top(path);
+    if (top.isSymLink() || (top.exists() && !top.isDir()))
+        return QFile::remove(path);
+    return QDir(path).removeRecursively();
+}
+
 void pruneLocal(const QUuid &folderId, const QDateTime &cutoff)
 {
-    QDir root(localDirectory(folderId));
-    for (const QString &run : runsBefore(root.entryList(QDir::Dirs | QDir::NoDotAndDotDot), cutoff))
-        QDir(root.filePath(run)).removeRecursively();
+    const QString root = localDirectory(folderId);
+    if (QFileInfo(root).isSymLink())
+        return;
+    const QStringList runs = QDir(root).entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::NoSymLinks);
+    for (const QString &run : runsBefore(runs, cutoff))
+        removeTree(root + u'/' + run);
 }
 
 QStringList runsBefore(const QStringList &runs, const QDateTime &cutoff)

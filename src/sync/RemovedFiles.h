@@ -57,6 +57,9 @@ QString localFile(const QUuid &folderId, const File &file);
 QStringList listArguments(const RemoteTarget &target);
 std::optional<QList<File>> parseListing(const RemoteTarget &target, const QByteArray &json);
 
+// Removes a file or a directory tree without following any symbolic link,
+// not even `path` itself.
+bool removeTree(const QString &path);
 // Removes this computer's run directories from before `cutoff`.
 void pruneLocal(const QUuid &folderId, const QDateTime &cutoff);
 // The runs among `runs` that started before `cutoff`.

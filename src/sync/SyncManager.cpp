@@ -251,6 +251,14 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
     auto *run = new SyncRun(m_engine, id, this);
     run->setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
     run->setKeepRemoved(keepsRemoved(id), hasKeptRemoved(id), m_clock());
+    if (const std::optional<SyncFolder> folder = this->folder(id)) {
+        QSet<QUuid> synced;
+        for (const RemoteTarget &target : folder->remoteTargets) {
+            if (m_preferences.hasSynced(id, target.id))
+                synced.insert(target.id);
+        }
+        run->setSyncedTargets(synced);
+    }
     connect(run, &SyncRun::targetStarted, this, [this, id](qsizetype index) {
         changeFolder(id, [index](SyncFolder &folder) {
             folder.currentTargetIndex = index;
@@ -272,6 +280,8 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
         });
     });
     connect(run, &SyncRun::resyncStateChanged, this, [this, id](const QUuid &targetId, bool hasResynced) {
+        if (hasResynced)
+            m_preferences.setSynced(id, targetId);
         changeFolder(id, [&](SyncFolder &folder) {
             for (RemoteTarget &target : folder.remoteTargets) {
                 if (target.id == targetId)
@@ -597,17 +607,23 @@ void SyncManager::recheckConflicts(const QUuid &id)
     notifyFolder(id);
 }
 
-void SyncManager::settleConflict(const QUuid &id, qsizetype conflict, ConflictCopies::Choice choice,
+void SyncManager::settleConflict(const QUuid &id, const ConflictPaths &conflict, ConflictCopies::Choice choice,
                                  const QObject *context, const std::function<void(const QString &error)> &done)
 {
     const std::optional<SyncFolder> settled = folder(id);
+    // A run may have ended since the list was shown: the copies are named,
+    // never counted, so a click cannot land on another file's conflict.
+    recheckConflicts(id);
     const QList<ActivityRecord> open = openConflicts(id);
-    if (!settled || conflict < 0 || conflict >= open.size())
+    const auto found = std::find_if(open.begin(), open.end(), [&conflict](const ActivityRecord &record) {
+        return record.path == conflict.original && record.renamed == conflict.renamed;
+    });
+    if (!settled || found == open.end())
         return done(QStringLiteral("This conflict is no longer open."));
     // A run reads the folder now: what it reads must not change under it.
     if (isRunning(id) || isHeld(id))
         return done(QStringLiteral("Wait for the sync to finish, then try again."));
-    const ActivityRecord record = open.at(conflict);
+    const ActivityRecord record = *found;
     ConflictCopies copies(settled->localPath, record);
     const QStringList remoteCopy = copies.remoteCopy(choice);
     const QString error = copies.settle(choice);

@@ -169,12 +169,18 @@ public:
     // Looks again whether the folder's conflicts are open: after one was
     // settled, here or in a file manager.
     void recheckConflicts(const QUuid &id);
-    // Settles the folder's open conflict `conflict` (an index into
-    // openConflicts) as `choice` says: on this computer, then on the remote
-    // where the next run cannot do it (its runs wait meanwhile). `done` gets
-    // an error sentence, or an empty one.
-    void settleConflict(const QUuid &id, qsizetype conflict, ConflictCopies::Choice choice, const QObject *context,
-                        const std::function<void(const QString &error)> &done);
+    // A conflict by its two names: the original, and the renamed copy.
+    struct ConflictPaths
+    {
+        QString original;
+        QString renamed;
+    };
+    // Settles the folder's open conflict of these names as `choice` says: on
+    // this computer, then on the remote where the next run cannot do it (its
+    // runs wait meanwhile). A conflict that is no longer open is refused.
+    // `done` gets an error sentence, or an empty one.
+    void settleConflict(const QUuid &id, const ConflictPaths &conflict, ConflictCopies::Choice choice,
+                        const QObject *context, const std::function<void(const QString &error)> &done);
     // The folder's run waits for a slot or for an earlier run of its pair.
     bool isWaiting(const QUuid &id) const;
     // Some run is queued, under way or still stopping.

@@ -49,9 +49,12 @@ void SyncRun::nextTarget()
     BisyncRequest request{m_localPath, target.remoteName + u':' + target.remotePath, m_folder.filters,
                           m_folder.conflictResolution, !target.hasResynced, {}, m_bandwidthLimit,
                           RemovedFiles::arguments(m_folderId, target, m_keepingRemoved, m_everKeptRemoved, m_started)};
+    request.hasSyncedBefore = target.hasResynced || m_syncedTargets.contains(target.id);
+    // A resync the user chose in a review is made as asked.
     if (m_override && m_override->targetId == target.id) {
         request.isInitialSync = request.isInitialSync || m_override->initial;
         request.extraArguments = m_override->extraArguments;
+        request.hasSyncedBefore = false;
     }
     m_job = m_engine.bisync(
         request, this, [this](const SyncProgress &progress) { targetProgressed(progress); },
@@ -106,7 +109,7 @@ void SyncRun::targetFinished(const RcloneStatus &result)
         m_details.append(error.detail);
         // rclone lost the pair's listings: the next run starts afresh, unless
         // that would fill an empty side from the other.
-        if (error.kind == RcloneError::Kind::exitStatus && error.description.contains(QLatin1String("--resync")))
+        if (error.demandsResync())
             Q_EMIT resyncStateChanged(target.id, false);
     }
     nextTarget();

@@ -8,6 +8,7 @@
 
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QStringList>
 
 class RcloneEngine;
@@ -45,6 +46,8 @@ public:
     bool isWaiting() const { return m_state == State::queued || m_isWaitingForEarlier; }
 
     void setOverride(const TargetOverride &override) { m_override = override; }
+    // Targets known to have synced with the folder, whatever the store says now.
+    void setSyncedTargets(const QSet<QUuid> &targets) { m_syncedTargets = targets; }
     // "--bwlimit" for each target's bisync; empty: none.
     void setBandwidthLimit(const QString &limit) { m_bandwidthLimit = limit; }
     // Whether the folder keeps what its runs delete or replace, or once did.
@@ -103,5 +106,6 @@ private:
     QList<ActivityRecord> m_activity;
     bool m_isWaitingForEarlier = false;
     std::optional<TargetOverride> m_override;
+    QSet<QUuid> m_syncedTargets;
     int m_conflicts = 0;
 };

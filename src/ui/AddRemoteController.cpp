@@ -4,6 +4,8 @@
 #include "ui/RemoteListModel.h"
 
 #include <QColor>
+
+#include <algorithm>
 #include <QVariantMap>
 
 AddRemoteController::AddRemoteController(QObject *parent)
@@ -120,6 +122,37 @@ void AddRemoteController::submit()
     // closed sheet cancelled still removes the remote it made.
     const QPointer<AddRemoteController> self(this);
     const QPointer<NimbrellApp> app = m_app;
+    // rclone's "config create" replaces a remote of the same name, keys and
+    // all, so the name is checked against what rclone has now. Nothing made
+    // yet: a failure or a cancel here has nothing to undo.
+    m_job = app->engine()->listRemotes(app, [self, app, name](const RcloneResult<QList<CloudRemote>> &remotes) {
+        if (!self)
+            return;
+        if (remotes.isCancelled()) { // the sheet closed
+            self->m_isCleaningUp = false;
+            return Q_EMIT self->stateChanged();
+        }
+        if (!remotes.ok())
+            return self->fail(remotes.error().description);
+        if (const QString refusal = existingNameRefusal(remotes.value(), name); !refusal.isEmpty())
+            return self->fail(refusal);
+        self->create(name);
+    });
+}
+
+QString AddRemoteController::existingNameRefusal(const QList<CloudRemote> &remotes, const QString &name)
+{
+    // Names are case-sensitive in rclone's configuration.
+    const bool taken = std::any_of(remotes.begin(), remotes.end(),
+                                   [&name](const CloudRemote &remote) { return remote.name == name; });
+    return taken ? QStringLiteral("A remote named “%1” already exists.").arg(name) : QString();
+}
+
+void AddRemoteController::create(const QString &name)
+{
+    const QPointer<AddRemoteController> self(this);
+    const QPointer<NimbrellApp> app = m_app;
+    // From here on the remote is this attempt's own: only it is ever removed again.
     m_job = app->engine()->createRemote(name, m_type, app, [self, app, name](const RcloneStatus &created) {
         if (created.isCancelled())
             return removeHalfMade(self, app, name, {});

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/RcloneJob.h"
+#include "model/CloudRemote.h"
 #include "ui/NimbrellApp.h"
 
 #include <QObject>
@@ -44,6 +45,9 @@ public:
     bool isCleaningUp() const { return m_isCleaningUp; }
     bool canSubmit() const { return !m_name.isEmpty() && !isConfiguring() && !m_isCleaningUp; }
 
+    // The refusal of a name that is already a remote's, or "".
+    static QString existingNameRefusal(const QList<CloudRemote> &remotes, const QString &name);
+
     // [{label, type, color}] in display order.
     static QVariantList providers();
 
@@ -63,6 +67,7 @@ Q_SIGNALS:
 
 private:
     void setStep(ConfigStep step);
+    void create(const QString &name);
     void fail(const QString &message);
     // Removes the remote a failed or abandoned run made, then reads the
     // remote list and shows `message`, if any.

@@ -551,30 +551,31 @@ QVariantList FolderDetailController::conflicts() const
             });
         }
         conflicts.append(QVariantMap{{QStringLiteral("name"), record.path},
+                                     {QStringLiteral("renamed"), record.renamed},
                                      {QStringLiteral("time"), record.time},
                                      {QStringLiteral("copies"), both}});
     }
     return conflicts;
 }
 
-void FolderDetailController::keepConflictCopy(int conflict, int copy)
+void FolderDetailController::keepConflictCopy(const QString &original, const QString &renamed, int copy)
 {
-    settleConflict(conflict, copy == 1 ? ConflictCopies::Choice::keepRenamed : ConflictCopies::Choice::keepOriginal);
+    settleConflict(original, renamed, copy == 1 ? ConflictCopies::Choice::keepRenamed : ConflictCopies::Choice::keepOriginal);
 }
 
-void FolderDetailController::keepBothCopies(int conflict)
+void FolderDetailController::keepBothCopies(const QString &original, const QString &renamed)
 {
-    settleConflict(conflict, ConflictCopies::Choice::keepBoth);
+    settleConflict(original, renamed, ConflictCopies::Choice::keepBoth);
 }
 
-void FolderDetailController::settleConflict(int conflict, ConflictCopies::Choice choice)
+void FolderDetailController::settleConflict(const QString &original, const QString &renamed, ConflictCopies::Choice choice)
 {
     if (!m_app || m_folderId.isNull() || m_isSettling)
         return;
     m_isSettling = true;
     m_conflictError.clear();
     Q_EMIT conflictsChanged();
-    m_app->syncManager()->settleConflict(m_folderId, conflict, choice, this, [this](const QString &error) {
+    m_app->syncManager()->settleConflict(m_folderId, {original, renamed}, choice, this, [this](const QString &error) {
         m_isSettling = false;
         m_conflictError = error;
         Q_EMIT conflictsChanged();

@@ -152,9 +152,9 @@ public:
     bool isSettlingConflict() const { return m_isSettling; }
     // "Keep This": copy 0 (the one that kept the name) or 1 (the renamed one)
     // stays under the original name, the other goes to the trash.
-    Q_INVOKABLE void keepConflictCopy(int conflict, int copy);
+    Q_INVOKABLE void keepConflictCopy(const QString &original, const QString &renamed, int copy);
     // "Keep Both": the renamed copy takes a readable name.
-    Q_INVOKABLE void keepBothCopies(int conflict);
+    Q_INVOKABLE void keepBothCopies(const QString &original, const QString &renamed);
     // Conflicts settled in a file manager meanwhile drop out.
     Q_INVOKABLE void recheckConflicts();
 
@@ -180,7 +180,7 @@ Q_SIGNALS:
 private:
     void reset();
     void setEditing(bool editing);
-    void settleConflict(int conflict, ConflictCopies::Choice choice);
+    void settleConflict(const QString &original, const QString &renamed, ConflictCopies::Choice choice);
 
     QPointer<NimbrellApp> m_app;
     QUuid m_folderId;

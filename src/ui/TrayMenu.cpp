@@ -168,7 +168,13 @@ void TrayMenu::rebuild()
     }
     if (!m_manager.folders().isEmpty()) {
         // Each folder's pause, as a check mark.
-        QMenu *pause = m_menu->addMenu(QStringLiteral("Pause Folders"));
+        // One submenu for the menu's whole life: a new one per rebuild would
+        // pile up, since clear() leaves submenus alone.
+        if (!m_pauseMenu)
+            m_pauseMenu = new QMenu(QStringLiteral("Pause Folders"), m_menu.get());
+        QMenu *pause = m_pauseMenu;
+        pause->clear();
+        m_menu->addMenu(pause);
         for (const SyncFolder &folder : m_manager.folders()) {
             QAction *action = pause->addAction(escaped(folder.name));
             action->setCheckable(true);

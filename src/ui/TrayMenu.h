@@ -57,6 +57,7 @@ private:
 
     SyncManager &m_manager;
     std::unique_ptr<QMenu> m_menu;
+    QMenu *m_pauseMenu = nullptr; // a child of m_menu
     QSystemTrayIcon *m_icon = nullptr;
     QStringList m_shownLines;
     bool m_isFinishing = false;

@@ -91,13 +91,16 @@ class TestRcloneEngine : public QObject
 
     BisyncRequest request() const
     {
-        return BisyncRequest{localPath(), QStringLiteral("remote:Docs"), SyncFilterOptions(), ConflictResolution::keepBoth,
-                             false, {}};
+        BisyncRequest request{localPath(), QStringLiteral("remote:Docs"), SyncFilterOptions(), ConflictResolution::keepBoth,
+                              false, {}};
+        request.hasSyncedBefore = true;
+        return request;
     }
 
-    RcloneStatus bisync(int timeoutMs = 60000) const
+    RcloneStatus bisync(int timeoutMs = 60000) const { return bisync(request(), timeoutMs); }
+    RcloneStatus bisync(const BisyncRequest &request, int timeoutMs = 60000) const
     {
-        return resultOf<std::monostate>([&](auto done) { m_engine->bisync(request(), nullptr, {}, done); }, timeoutMs);
+        return resultOf<std::monostate>([&](auto done) { m_engine->bisync(request, nullptr, {}, done); }, timeoutMs);
     }
 
 private Q_SLOTS:
@@ -282,6 +285,7 @@ private Q_SLOTS:
         QTest::ignoreMessage(QtInfoMsg, qPrintable("Starting bisync. Local: " + localPath() + ", Remote: remote:Docs, Initial: true, Retry: false"));
         BisyncRequest r = request();
         r.isInitialSync = true;
+        r.hasSyncedBefore = false; // a first sync
         QVERIFY(resultOf<std::monostate>([&](auto done) {
                     m_engine->bisync(r, nullptr, [&](const SyncProgress &p) { progress.append(p); }, done);
                 }).ok());
@@ -331,49 +335,72 @@ private Q_SLOTS:
         QTest::addColumn<int>("kind");          // RcloneError::Kind, or -1 for success
         QTest::addColumn<bool>("lockKept");
         QTest::addColumn<bool>("retryResyncs");
+        QTest::addColumn<bool>("nextResyncs"); // the folder's next run (the pair synced before)
+        QTest::addColumn<bool>("initial");     // the call is a resync: the pair lost its history
+        QTest::addColumn<QByteArray>("listing"); // what the remote holds (rclone lsf)
         const QByteArray lock = lockFailure(lockPath()), resync = resyncFailure();
         const QByteArray empty = "echo 'ERROR : Empty current Path1 listing. Cannot sync to an empty directory: x'\n" + resync;
         const QStringList once{"mkdir", "bisync"}, twice{"mkdir", "bisync", "mkdir", "bisync"};
+        // A resync of a pair that synced before looks at the remote first.
+        const QStringList resynced{"mkdir", "bisync", "lsf", "mkdir", "bisync"};
+        const QByteArray holds = "echo note.txt", holdsNothing = "echo .nimbrell-removed/";
         const int ok = -1, failed = int(RcloneError::Kind::exitStatus);
         const int withheld = int(RcloneError::Kind::resyncWithheld);
         const int none = int(Lock::none), files = int(Local::files);
         // Every row's mkdir fails: its outcome is ignored.
         QTest::newRow("exit 0 whatever it printed") << QByteArray("echo 'ERROR : odd'; echo 'Must run --resync to recover'")
-            << QByteArray() << none << files << once << ok << false << false;
-        QTest::newRow("no output") << QByteArray("exit 2") << QByteArray() << none << files << once << failed << false << false;
+            << QByteArray() << none << files << once << ok << false << false << false << false << holds;
+        QTest::newRow("no output") << QByteArray("exit 2") << QByteArray() << none << files << once << failed << false << false << false << false << holds;
         QTest::newRow("stale lock: deleted, same call again") << lock << QByteArray() << int(Lock::dead) << files << twice
-            << ok << false << false;
+            << ok << false << false << false << false << holds;
         QTest::newRow("lock of a dead, unreaped rclone") << lock << QByteArray() << int(Lock::zombie) << files << twice
-            << ok << false << false;
+            << ok << false << false << false << false << holds;
         QTest::newRow("lock of a live bisync: no retry, no resync") << resync.left(resync.size() - 7) + lock
-            << QByteArray() << int(Lock::live) << files << once << failed << true << false;
+            << QByteArray() << int(Lock::live) << files << once << failed << true << false << true << false << holds;
         QTest::newRow("lock beyond the last 15 lines") << lock.left(lock.size() - 7)
             + "for i in $(seq 1 15); do echo \"later $i\"; done; exit 1\n" << QByteArray() << int(Lock::dead) << files
-            << once << failed << true << false;
-        QTest::newRow("resync demanded: retried with --resync") << resync << QByteArray() << none << files << twice << ok
-            << false << true;
+            << once << failed << true << false << false << false << holds;
+        QTest::newRow("resync demanded: retried with --resync") << resync << QByteArray() << none << files << resynced << ok
+            << false << true << false << false << holds;
         QTest::newRow("lock before resync") << resync.left(resync.size() - 7) + lock << QByteArray() << int(Lock::dead)
-            << files << twice << ok << false << false;
-        QTest::newRow("resync demanded again") << resync << resync << none << files << twice << failed << false << true;
+            << files << twice << ok << false << false << false << false << holds;
+        QTest::newRow("resync demanded again") << resync << resync << none << files << resynced << failed << false << true << true << false << holds;
         QTest::newRow("lock found again") << lock << "touch '" + lockPath().toUtf8() + "'\n" + lock << int(Lock::dead)
-            << files << twice << failed << true << false;
+            << files << twice << failed << true << false << false << false << holds;
         QTest::newRow("lock outside the work directory is kept") << lockFailure(namedLock(Lock::outside))
-            << QByteArray() << int(Lock::outside) << files << once << failed << true << false;
+            << QByteArray() << int(Lock::outside) << files << once << failed << true << false << false << false << holds;
         QTest::newRow("lock climbing out of it is kept") << lockFailure(namedLock(Lock::climbing)) << QByteArray()
-            << int(Lock::climbing) << files << once << failed << true << false;
-        QTest::newRow("empty side: no resync") << empty << QByteArray() << none << files << once << withheld << false << false;
+            << int(Lock::climbing) << files << once << failed << true << false << false << false << holds;
+        QTest::newRow("empty side: no resync") << empty << QByteArray() << none << files << once << withheld << false << false << false << false << holds;
         QTest::newRow("empty local folder: no resync") << resync << QByteArray() << none << int(Local::empty) << once
-            << withheld << false << false;
+            << withheld << false << false << false << false << holds;
         QTest::newRow("missing local folder: no rclone") << QByteArray() << QByteArray() << none << int(Local::missing)
-            << QStringList() << int(RcloneError::Kind::localFolderMissing) << false << false;
+            << QStringList() << int(RcloneError::Kind::localFolderMissing) << false << false << false << false << holds;
+        // A crash leaves a stale lock and lost listings; an unmounted drive
+        // leaves its mount point empty. No path leads to a resync into it.
+        QTest::newRow("dead lock, then a resync demanded, local folder empty") << lock << resync << int(Lock::dead)
+            << int(Local::empty) << twice << withheld << false << false << false << false << holds;
+        QTest::newRow("history lost, local folder empty: nothing runs") << QByteArray() << QByteArray() << none
+            << int(Local::empty) << QStringList() << withheld << false << false << false << true << holds;
+        QTest::newRow("history lost, remote empty: no resync") << QByteArray() << QByteArray() << none << files
+            << QStringList{"lsf"} << withheld << false << false << false << true << holdsNothing;
+        QTest::newRow("history lost, remote missing: no resync") << QByteArray() << QByteArray() << none << files
+            << QStringList{"lsf"} << withheld << false << false << false << true
+            << QByteArray("echo 'directory not found' >&2; exit 3");
+        QTest::newRow("history lost, both sides hold files: resync") << QByteArray() << QByteArray() << none << files
+            << QStringList{"lsf", "mkdir", "bisync"} << ok << false << true << false << true << holds;
     }
+
     void bisyncOutcomes()
     {
         QFETCH(QByteArray, first);
         QFETCH(QByteArray, later);
         QFETCH(int, lock);
         QFETCH(int, local);
+        QFETCH(bool, initial);
+        QFETCH(QByteArray, listing);
         m_fake->script("mkdir", "echo 'directory exists' >&2; exit 1\n");
+        m_fake->script("lsf", listing);
         m_fake->script("bisync.1", first);
         m_fake->script("bisync", later);
         if (local == int(Local::empty))
@@ -403,7 +430,9 @@ private Q_SLOTS:
             writeLock(lockFile, zombie);
         }
 
-        const RcloneStatus result = bisync();
+        BisyncRequest request = this->request();
+        request.isInitialSync = initial;
+        const RcloneStatus result = bisync(request);
         QFETCH(QStringList, commands);
         QFETCH(int, kind);
         QFETCH(bool, lockKept);
@@ -412,13 +441,25 @@ private Q_SLOTS:
         QCOMPARE(result.ok() ? -1 : int(result.error().kind), kind);
         if (lock != int(Lock::none))
             QCOMPARE(QFileInfo::exists(lockFile), lockKept);
-        const QList<QStringList> calls = m_fake->calls();
-        if (calls.size() == 4)
-            QCOMPARE(calls[3].contains("--resync"), retryResyncs);
+        QList<QStringList> bisyncs = m_fake->calls();
+        bisyncs.removeIf([](const QStringList &call) { return call.value(0) != "bisync"; });
+        if (bisyncs.size() == 2)
+            QCOMPARE(bisyncs[1].contains("--resync"), retryResyncs);
+        else if (bisyncs.size() == 1)
+            QCOMPARE(bisyncs[0].contains("--resync"), retryResyncs);
         if (!result.ok() && result.error().kind != RcloneError::Kind::localFolderMissing)
             QVERIFY(!result.error().description.isEmpty());
         if (local == int(Local::missing))
             QCOMPARE(result.error().description, "Local folder not found: " + localPath());
+        // The next run is a resync only where rclone lost the history and
+        // both sides hold files.
+        QFETCH(bool, nextResyncs);
+        const qsizetype before = m_fake->calls().size();
+        request.isInitialSync = !result.ok() && result.error().demandsResync();
+        bisync(request);
+        const QList<QStringList> next = m_fake->calls().mid(before);
+        QCOMPARE(std::any_of(next.begin(), next.end(), [](const QStringList &call) { return call.contains("--resync"); }),
+                 nextResyncs);
         holder.kill();
         holder.waitForFinished();
         if (zombie > 0)

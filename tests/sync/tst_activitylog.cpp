@@ -48,6 +48,11 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::Append));
         file.write("not json\n{}\n{\"folder\":\"x\",\"time\":\"2026-11-22T10:00:00Z\",\"path\":\"a\"}\n"
                    + ActivityLog::encode(change(m_docs, "c")).replace("\"new\"", "\"moved\"") + "\n"
+                   // paths that lead out of the folder, or hold a line break
+                   + ActivityLog::encode(change(m_docs, "../../.ssh/id_rsa")) + "\n"
+                   + ActivityLog::encode(change(m_docs, "a\nb")) + "\n"
+                   + ActivityLog::encode({m_docs, "gdrive:Docs", m_time, ActivityRecord::Kind::conflict, "a.txt",
+                                          A::added, true, "/home/ann/.ssh/id_rsa", true}) + "\n"
                    + ActivityLog::encode(change(m_docs, "torn")).left(30));
         file.close();
         QVERIFY(ActivityLog(log.path()).append({change(m_docs, "after")}));
@@ -90,22 +95,35 @@ private Q_SLOTS:
         QTest::addColumn<QString>("trashed");
         QTest::addColumn<QString>("error");
         QTest::addColumn<QStringList>("remoteCopy");
+        QTest::addColumn<QString>("renamed"); // as the record names it
         using C = ConflictCopies::Choice;
+        const QString renamed = "d/r.txt.conflict1";
+        const QString secret = m_dir.filePath("secret");
         const QString date = m_time.toLocalTime().date().toString(Qt::ISODate);
         QTest::newRow("keep the one under the name") << int(C::keepOriginal) << QStringList()
-            << QStringList{"d/r.txt=theirs"} << "mine" << "" << QStringList();
+            << QStringList{"d/r.txt=theirs"} << "mine" << "" << QStringList() << renamed;
         QTest::newRow("keep the renamed one") << int(C::keepRenamed) << QStringList()
             << QStringList{"d/r.txt=mine"} << "theirs" << ""
-            << QStringList{"copyto", m_dir.filePath("Settle/d/r.txt"), "gdrive:Docs/d/r.txt"};
+            << QStringList{"copyto", m_dir.filePath("Settle/d/r.txt"), "gdrive:Docs/d/r.txt"} << renamed;
         QTest::newRow("keep both") << int(C::keepBoth) << QStringList()
-            << QStringList{"d/r (conflict " + date + ").txt=mine", "d/r.txt=theirs"} << "" << "" << QStringList();
+            << QStringList{"d/r (conflict " + date + ").txt=mine", "d/r.txt=theirs"} << "" << "" << QStringList() << renamed;
         QTest::newRow("keep both, the readable name taken")
             << int(C::keepBoth) << QStringList{"d/r (conflict " + date + ").txt"}
             << QStringList{"d/r (conflict " + date + " 2).txt=mine", "d/r (conflict " + date + ").txt=x", "d/r.txt=theirs"}
-            << "" << "" << QStringList();
+            << "" << "" << QStringList() << renamed;
         QTest::newRow("a copy gone meanwhile") << int(C::keepRenamed) << QStringList{"-d/r.txt.conflict1"}
             << QStringList{"d/r.txt=theirs"} << "" << "“r.txt.conflict1” is no longer there."
-            << QStringList{"copyto", m_dir.filePath("Settle/d/r.txt"), "gdrive:Docs/d/r.txt"};
+            << QStringList{"copyto", m_dir.filePath("Settle/d/r.txt"), "gdrive:Docs/d/r.txt"} << renamed;
+        // A name forged into rclone's log: nothing outside the folder moves.
+        QTest::newRow("renamed copy named outside") << int(C::keepRenamed) << QStringList()
+            << QStringList{"d/r.txt=theirs", "d/r.txt.conflict1=mine"} << "" << "“secret” is not in this folder."
+            << QStringList{"copyto", m_dir.filePath("Settle/d/r.txt"), "gdrive:Docs/d/r.txt"} << secret;
+        QTest::newRow("renamed copy climbing out") << int(C::keepBoth) << QStringList()
+            << QStringList{"d/r.txt=theirs", "d/r.txt.conflict1=mine"} << "" << "“secret” is not in this folder."
+            << QStringList() << "../secret";
+        QTest::newRow("renamed copy behind a link") << int(C::keepOriginal) << QStringList{"@d/out"}
+            << QStringList{"d/r.txt=theirs", "d/r.txt.conflict1=mine"} << "" << "“secret” is not in this folder."
+            << QStringList() << "d/out/secret";
     }
     void conflictSettled()
     {
@@ -115,7 +133,9 @@ private Q_SLOTS:
         QFETCH(QString, trashed);
         QFETCH(QString, error);
         QFETCH(QStringList, remoteCopy);
+        QFETCH(QString, renamed);
         const QString local = m_dir.filePath("Settle"), trash = m_dir.filePath("home/share/Trash");
+        writeFile(m_dir.filePath("secret"), "private key");
         QDir(local).removeRecursively();
         QDir(trash).removeRecursively();
         writeFile(local + "/d/r.txt", "theirs");
@@ -123,20 +143,23 @@ private Q_SLOTS:
         for (const QString &path : present) {
             if (path.startsWith('-'))
                 QVERIFY(QFile::remove(local + "/" + path.mid(1)));
+            else if (path.startsWith('@'))
+                QVERIFY(QFile::link(m_dir.path(), local + "/" + path.mid(1)));
             else
                 writeFile(local + "/" + path, "x");
         }
         // This computer's copy lost and was renamed; the remote's kept the name.
         const ActivityRecord record{m_docs, "gdrive:Docs", m_time, ActivityRecord::Kind::conflict, "d/r.txt",
-                                    A::added, false, "d/r.txt.conflict1", true};
+                                    A::added, false, renamed, true};
         ConflictCopies copies(local, record);
         QCOMPARE(copies.original().fromRemote, true);
         QCOMPARE(copies.renamed().fromRemote, false);
         QCOMPARE(copies.remoteCopy(ConflictCopies::Choice(choice)), remoteCopy);
         QCOMPARE(copies.settle(ConflictCopies::Choice(choice)), error);
 
+        QCOMPARE(readFile(m_dir.filePath("secret")), "private key");
         QStringList files;
-        for (const QString &name : QDir(local + "/d").entryList(QDir::Files, QDir::Name))
+        for (const QString &name : QDir(local + "/d").entryList(QDir::Files | QDir::NoSymLinks, QDir::Name))
             files.append("d/" + name + "=" + readFile(local + "/d/" + name));
         QCOMPARE(files, after);
         const QStringList inTrash = QDir(trash + "/files").entryList(QDir::Files);

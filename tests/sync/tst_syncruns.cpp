@@ -174,6 +174,7 @@ private Q_SLOTS:
                                  "r2:*) " + resync + ";;\n"
                                  "r3:*) echo 'ERROR : Empty current Path2 listing. Cannot sync to an empty directory: x'; " + resync + ";;\n"
                                  "*) echo \"ERROR : failed for $3\"; exit 1;; esac\n");
+        m_fake->script("lsf", "echo file.txt\n"); // every remote holds something
         SyncManager manager(environment());
         SyncFolder folder = makeFolder("Docs", 4);
         folder.remoteTargets[1].hasResynced = false;
@@ -210,6 +211,32 @@ private Q_SLOTS:
         QCOMPARE(initial, QStringList{"r2:Docs"});
         for (const RemoteTarget &target : manager.folders()[0].remoteTargets)
             QVERIFY(target.hasResynced);
+    }
+
+    // A pair that synced once, whose history rclone then lost (the store
+    // says it never synced), is not resynced into a folder emptied since: an
+    // unmounted drive's mount point looks like that.
+    void historyLostThenLocalFolderEmptied()
+    {
+        const QByteArray resync = "echo 'ERROR : Bisync aborted. Must run --resync to recover.'; exit 7\n";
+        m_fake->script("lsf", "echo file.txt\n");
+        SyncManager manager(environment());
+        const SyncFolder folder = makeFolder("Docs", 1);
+        manager.addFolder(folder);
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        m_fake->script("bisync", resync); // and again with --resync
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::error);
+        QVERIFY(!manager.folders()[0].remoteTargets[0].hasResynced);
+
+        QVERIFY(QFile::remove(folder.localPath + "/file.txt"));
+        const qsizetype before = m_fake->calls().size();
+        manager.syncFolder(folder.id);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::error);
+        QCOMPARE(m_fake->calls().size(), before); // not even a listing
+        QVERIFY(manager.folders()[0].lastError->contains("empty current Path1 listing"));
+        QCOMPARE(manager.problems(folder.id).value(0).kind, SyncProblem::Kind::emptySide);
     }
 
     // A cancelled run shows idle at once and runs no further target; the run

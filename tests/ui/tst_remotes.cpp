@@ -6,6 +6,7 @@
 #include "fakes/FakeLoginItem.h"
 #include "fakes/FakeRclone.h"
 #include "platform/MemorySettingsStore.h"
+#include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/AddRemoteController.h"
@@ -120,26 +121,37 @@ private Q_SLOTS:
 
     void addFlow_data()
     {
+        QTest::addColumn<QByteArray>("remotes"); // what listremotes prints
         QTest::addColumn<QByteArray>("createScript");
         QTest::addColumn<QByteArray>("reconnectScript");
         QTest::addColumn<QString>("error");
         QTest::addColumn<QStringList>("commands");
-        QTest::newRow("creation refused")
+        const QByteArray others = "printf 'gdrive:   drive\\nmy drive:   s3\\n'";
+        QTest::newRow("creation refused") << others
             << QByteArray("echo 'Error: config name contains invalid characters' >&2; exit 2")
             << QByteArray() << "Error: config name contains invalid characters\n"
             << QStringList{"create"};
-        QTest::newRow("sign-in failed, remote removed again")
+        QTest::newRow("sign-in failed, remote removed again") << others
             << QByteArray("exit 0") << QByteArray("echo 'Error: failed to get token' >&2; exit 1")
             << "Error: failed to get token\n" << QStringList{"create", "reconnect", "delete"};
-        QTest::newRow("success") << QByteArray("exit 0") << QByteArray("exit 0") << QString()
+        QTest::newRow("success") << others << QByteArray("exit 0") << QByteArray("exit 0") << QString()
                                  << QStringList{"create", "reconnect"};
+        // rclone would replace it, keys and all, and a failed sign-in would then delete it.
+        QTest::newRow("name taken: nothing made, nothing deleted")
+            << QByteArray("printf 'My Drive:   s3\\n'") << QByteArray("exit 0") << QByteArray("exit 1")
+            << "A remote named “My Drive” already exists." << QStringList();
+        QTest::newRow("remotes unreadable: nothing made")
+            << QByteArray("echo 'Failed to load config file' >&2; exit 1") << QByteArray("exit 0") << QByteArray("exit 0")
+            << "Failed to load config file\n" << QStringList();
     }
     void addFlow()
     {
+        QFETCH(QByteArray, remotes);
         QFETCH(QByteArray, createScript);
         QFETCH(QByteArray, reconnectScript);
         QFETCH(QString, error);
         QFETCH(QStringList, commands);
+        m_fake->script("listremotes", remotes);
         // "config" is the command of all three calls; the second word tells them apart.
         m_fake->script("config", "case \"$2\" in create) " + createScript + ";; reconnect) " + reconnectScript +
                                      ";; delete) exit 0;; esac\n");
@@ -152,7 +164,7 @@ private Q_SLOTS:
         sheet.setType("dropbox");
         QSignalSpy finished(&sheet, &AddRemoteController::finished);
 
-        if (!error.isEmpty())
+        if (!error.isEmpty() && !error.startsWith("A remote"))
             QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code"));
         sheet.submit();
         QCOMPARE(sheet.configStep(), AddRemoteController::ConfigStep::Creating);
@@ -162,15 +174,37 @@ private Q_SLOTS:
         QCOMPARE(sheet.errorMessage(), error);
         QCOMPARE(finished.count(), error.isEmpty() ? 1 : 0);
         QCOMPARE(sheet.buttonText(), "Add & Authenticate");
+        QCOMPARE(m_fake->calls().value(0), (QStringList{"listremotes", "--long"}));
 
         // The config calls (a reload of the list may follow them).
         QTRY_COMPARE(callsWith(*m_fake, 0, "config").size(), commands.size());
         const QList<QStringList> calls = callsWith(*m_fake, 0, "config");
         for (qsizetype i = 0; i < commands.size(); ++i)
             QCOMPARE(calls.at(i).value(1), commands.at(i));
-        QCOMPARE(calls.value(0), (QStringList{"config", "create", "My Drive", "dropbox", "--non-interactive"}));
+        if (!commands.isEmpty())
+            QCOMPARE(calls.value(0), (QStringList{"config", "create", "My Drive", "dropbox", "--non-interactive"}));
         if (commands.contains("delete"))
             QCOMPARE(calls.value(2), (QStringList{"config", "delete", "My Drive"}));
+    }
+
+    // With the real rclone: adding a remote under the name of one that exists
+    // leaves that one as it was, keys and all.
+    void existingRemoteKeptWithTheRealRclone()
+    {
+        RcloneSandbox sandbox;
+        const QStringList s3{"type = s3", "provider = Other", "access_key_id = AKIDWORK", "secret_access_key = s3cr3t"};
+        sandbox.addRemote("work", s3);
+        const QByteArray before = readFile(sandbox.configPath());
+        RcloneEngine engine(RcloneSandbox::rclone());
+        NimbrellApp app(AppServices{m_settings, engine, m_fileEvents, m_loginItem});
+        AddRemoteController sheet;
+        sheet.setProperty("app", QVariant::fromValue(&app));
+        sheet.setName("work");
+        sheet.setType("dropbox");
+        sheet.submit();
+        QTRY_VERIFY_WITH_TIMEOUT(!sheet.isConfiguring(), 30000);
+        QCOMPARE(sheet.errorMessage(), "A remote named “work” already exists.");
+        QCOMPARE(readFile(sandbox.configPath()), before);
     }
 
     // Closing the sheet mid sign-in: the half-made remote is removed, and
@@ -187,8 +221,8 @@ private Q_SLOTS:
         sheet.submit();
         QTRY_COMPARE(sheet.configStep(), AddRemoteController::ConfigStep::Authenticating);
         QCOMPARE(sheet.buttonText(), "Waiting for Browser…");
-        QTRY_COMPARE(m_fake->calls().size(), 2);
-        const qint64 pid = readFile(m_fake->directory() + "/calls/0002.pid").trimmed().toLongLong();
+        QTRY_COMPARE(m_fake->calls().size(), 3); // listremotes, create, reconnect
+        const qint64 pid = readFile(m_fake->directory() + "/calls/0003.pid").trimmed().toLongLong();
         QVERIFY(pid > 0);
 
         sheet.abandon(); // the sheet closes
@@ -196,9 +230,9 @@ private Q_SLOTS:
         QVERIFY(!sheet.canSubmit());
         QTRY_VERIFY(!sheet.isCleaningUp());
         QVERIFY(sheet.canSubmit());
-        QTRY_COMPARE(m_fake->calls().size(), 4);
-        QCOMPARE(m_fake->calls().value(2), (QStringList{"config", "delete", "waiting"}));
-        QCOMPARE(m_fake->calls().value(3).value(0), "listremotes");
+        QTRY_COMPARE(m_fake->calls().size(), 5);
+        QCOMPARE(m_fake->calls().value(3), (QStringList{"config", "delete", "waiting"}));
+        QCOMPARE(m_fake->calls().value(4).value(0), "listremotes");
         QTRY_VERIFY(::kill(pid_t(pid), 0) != 0); // no child left behind
 
         sheet.reset(); // opened again

@@ -148,7 +148,11 @@ private Q_SLOTS:
         QVERIFY(!tray.menu()->actions().at(2)->isSeparator());
         QVERIFY(!tray.menu()->actions().at(2)->isEnabled());
         // Each folder's pause is a check mark there, and follows the folder.
-        const auto pauseEntry = [&tray] { return tray.menu()->actions().at(5)->menu()->actions().value(0); };
+        const auto pauseEntry = [&tray] {
+            const QList<QAction *> actions = tray.menu()->actions();
+            const auto submenu = std::find_if(actions.begin(), actions.end(), [](QAction *action) { return action->menu(); });
+            return submenu == actions.end() ? nullptr : (*submenu)->menu()->actions().value(0);
+        };
         QCOMPARE(pauseEntry()->text(), "Docs && Notes");
         QVERIFY(pauseEntry()->isCheckable() && !pauseEntry()->isChecked());
         pauseEntry()->trigger();
@@ -156,6 +160,16 @@ private Q_SLOTS:
         QVERIFY(pauseEntry()->isChecked());
         tray.setFinishing(true);
         QCOMPARE(texts().mid(0, 3), (QStringList{"Finishing syncs…", "-", "Open Dashboard"}));
+
+        // A rebuild on every change of a line (each percent of a run) leaves
+        // one submenu, not one more each time.
+        for (int i = 0; i < 200; ++i) {
+            SyncFolder renamed = manager.folders().first();
+            renamed.name = QString::number(i);
+            manager.updateFolder(renamed);
+        }
+        QCOMPARE(pauseEntry()->text(), "199");
+        QCOMPARE(tray.menu()->findChildren<QMenu *>().size(), 1);
     }
 
     void settingsShowTheRealState()

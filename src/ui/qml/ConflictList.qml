@@ -81,7 +81,7 @@ Card {
                         text: "Keep Both"
                         toolTip: "Keep both copies, the other one under a name with the date"
                         enabled: !card.syncing && !card.controller.isSettlingConflict
-                        onClicked: card.controller.keepBothCopies(conflict.index)
+                        onClicked: card.controller.keepBothCopies(conflict.modelData.name, conflict.modelData.renamed)
                     }
                 }
                 Repeater {
@@ -142,7 +142,7 @@ Card {
                                          ? "Keep this copy; the other one goes to the trash"
                                          : "Keep this copy under the original name; the other one goes to the trash"
                                 enabled: !card.syncing && !card.controller.isSettlingConflict
-                                onClicked: card.controller.keepConflictCopy(conflict.index, copy.index)
+                                onClicked: card.controller.keepConflictCopy(conflict.modelData.name, conflict.modelData.renamed, copy.index)
                             }
                         }
                     }
