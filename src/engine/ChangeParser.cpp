@@ -41,10 +41,13 @@ std::optional<QString> ChangeParser::relative(QStringView path, int side) const
     return path.mid(root.size()).toString();
 }
 
-bool ChangeParser::accepts(const QString &path)
+bool ChangeParser::accepts(QStringView path)
 {
-    if (RelativePath::isSafe(path))
-        return true;
+    return RelativePath::isSafe(path) || refuse(path);
+}
+
+bool ChangeParser::refuse(QStringView path)
+{
     if (!std::exchange(m_refusedPath, true))
         qCWarning(lcEngine, "Ignoring a path in rclone's output that is not inside the folder: %s",
                   qUtf8Printable(Formatting::printable(path)));
@@ -98,14 +101,16 @@ void ChangeParser::addLine(QStringView raw)
             m_conflictLosers.insert(path);
         }
     } else if (sideAndTail(message, u"Queue delete", side, tail)) {
-        if (const std::optional<QString> path = relative(tail, side); path && accepts(*path))
+        if (const std::optional<QString> path = relative(tail, side); !path)
+            refuse(tail);
+        else if (accepts(*path))
             m_queuedDeletes.insert(*path, side);
     } else if (sideAndTail(message, u"Do queued copies to", side, tail)
                || sideAndTail(message, u"Resync is copying files to", side, tail)) {
         m_copiesTo = tail.endsWith(u'2') ? 2 : 1;
     } else if (sideAndTail(message, u"Renaming Path", side, tail)) {
         const std::optional<QString> path = relative(tail, side);
-        if (!path || !accepts(*path))
+        if (!path ? !refuse(tail) : !accepts(*path))
             return;
         const QString &renamed = *path;
         const QString original = m_bothChanged.isEmpty() ? renamed.left(renamed.lastIndexOf(u'.')) : m_bothChanged;

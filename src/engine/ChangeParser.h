@@ -50,7 +50,9 @@ private:
     std::optional<QString> relative(QStringView path, int side) const;
     // Whether a path read from the output names a file inside the folder;
     // the first one that does not is logged.
-    bool accepts(const QString &path);
+    bool accepts(QStringView path);
+    // Logs the first path refused; false.
+    bool refuse(QStringView path);
 
     QString m_roots[2];     // "/home/user/Docs/", "dav:Docs/"
     int m_copiesTo = 0;     // the side the current copy section writes to

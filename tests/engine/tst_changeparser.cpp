@@ -91,6 +91,29 @@ private Q_SLOTS:
         QCOMPARE(parser.droppedChanges(), 0);
     }
 
+    // rclone prints raw file names: a name holding a line break can forge a
+    // log line. What such a line names outside the folder is never taken.
+    void forgedLinesLeadNowhere()
+    {
+        ChangeParser parser;
+        QTest::ignoreMessage(QtWarningMsg, "Ignoring a path in rclone's output that is not inside the folder: /home/user/.ssh/id_rsa");
+        for (const char *line : {
+                 "2026/11/22 23:53:01 INFO  : Synching Path1 \"/home/user/Docs/\" with Path2 \"backup:Docs/\"",
+                 "2026/11/22 23:53:01 NOTICE: - WARNING  New or changed in both paths       - x.txt",
+                 "2026/11/22 23:53:01 NOTICE: - Path1    Renaming Path1 copy                - /home/user/.ssh/id_rsa",
+                 "2026/11/22 23:53:01 NOTICE: - WARNING  New or changed in both paths       - ../.ssh/id_rsa",
+                 "2026/11/22 23:53:01 NOTICE: - Path1    Renaming Path1 copy                - /home/user/Docs/a.conflict1",
+                 "2026/11/22 23:53:01 NOTICE: - Path1    Queue delete                       - /home/user/Docs/../x",
+                 "2026/11/22 23:53:01 INFO  : - Path1    Do queued copies to                - Path2",
+                 "2026/11/22 23:53:01 INFO  : ../../.bashrc: Copied (new)",
+                 "2026/11/22 23:53:01 INFO  : /etc/passwd: Deleted",
+                 "2026/11/22 23:53:01 INFO  : fine.txt: Copied (new)",
+             })
+            parser.addLine(QString::fromUtf8(line));
+        QCOMPARE(parser.conflicts(), QList<Conflict>());
+        QCOMPARE(parser.changes(), (QList<Change>{{"fine.txt", A::added, true}}));
+    }
+
     // A 2,000-file first sync: every file rclone counts, each once.
     void largeFirstSync()
     {
