@@ -4,6 +4,7 @@
 #include "engine/RcloneJob.h"
 #include "platform/AppLogger.h"
 #include "platform/InstallLayout.h"
+#include "platform/PrivateFiles.h"
 
 #include <QCoreApplication>
 #include <QDir>
@@ -527,7 +528,7 @@ private:
 
     void prepare()
     {
-        QDir().mkpath(RcloneEngine::workDirectory()); // rclone reports the failure, if any
+        makePrivateDirectory(RcloneEngine::workDirectory()); // rclone reports the failure, if any
         // A dry run changes nothing on the remote, not even by a mkdir.
         if (isDryRun())
             return launch();

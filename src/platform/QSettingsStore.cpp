@@ -1,5 +1,7 @@
 #include "platform/QSettingsStore.h"
 
+#include "platform/AppLogger.h"
+
 QSettingsStore::QSettingsStore()
     : m_settings(QSettings::NativeFormat, QSettings::UserScope, QStringLiteral("nimbrell"), QStringLiteral("nimbrell"))
 {
@@ -19,13 +21,13 @@ qint64 QSettingsStore::integerValue(const QString &key) const
 void QSettingsStore::setBoolValue(const QString &key, bool value)
 {
     m_settings.setValue(key, value);
-    m_settings.sync();
+    write();
 }
 
 void QSettingsStore::setIntegerValue(const QString &key, qint64 value)
 {
     m_settings.setValue(key, value);
-    m_settings.sync();
+    write();
 }
 
 QString QSettingsStore::stringValue(const QString &key) const
@@ -36,5 +38,14 @@ QString QSettingsStore::stringValue(const QString &key) const
 void QSettingsStore::setStringValue(const QString &key, const QString &value)
 {
     m_settings.setValue(key, value);
+    write();
+}
+
+void QSettingsStore::write()
+{
     m_settings.sync();
+    // QSettings keeps the value in memory and writes it with the next change.
+    if (m_settings.status() != QSettings::NoError)
+        qCCritical(lcGeneral, "Could not save the settings to %s; tried again with the next change",
+                   qUtf8Printable(m_settings.fileName()));
 }

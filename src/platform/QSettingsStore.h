@@ -18,5 +18,7 @@ public:
     void setStringValue(const QString &key, const QString &value) override;
 
 private:
+    void write();
+
     QSettings m_settings;
 };

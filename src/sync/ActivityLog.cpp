@@ -1,6 +1,7 @@
 #include "sync/ActivityLog.h"
 
 #include "model/RelativePath.h"
+#include "platform/PrivateFiles.h"
 #include "model/UuidString.h"
 
 #include <QDir>
@@ -138,13 +139,14 @@ QList<ActivityRecord> ActivityLog::read() const
 
 bool ActivityLog::rewrite(const QList<ActivityRecord> &records)
 {
-    QDir().mkpath(QFileInfo(m_path).absolutePath());
+    makePrivateDirectory(QFileInfo(m_path).absolutePath());
     QSaveFile file(m_path);
     if (!file.open(QIODevice::WriteOnly))
         return false;
     for (const ActivityRecord &record : records)
         file.write(encode(record) + '\n');
-    if (!file.commit())
+    // (A failed write fails the commit.)
+    if (!file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) || !file.commit())
         return false;
     m_lines = records.size();
     return true;
@@ -162,9 +164,10 @@ bool ActivityLog::append(const QList<ActivityRecord> &records)
         QList<ActivityRecord> all = read() + records;
         return rewrite(all.mid(qMax<qsizetype>(0, all.size() - kMaxRecords)));
     }
-    QDir().mkpath(QFileInfo(m_path).absolutePath());
+    makePrivateDirectory(QFileInfo(m_path).absolutePath());
     QFile file(m_path);
-    if (!file.open(QIODevice::ReadWrite | QIODevice::Append))
+    if (!file.open(QIODevice::ReadWrite | QIODevice::Append)
+        || !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner))
         return false;
     QByteArray text;
     // A line torn by a crash stays a line of its own, skipped when read.
@@ -172,8 +175,10 @@ bool ActivityLog::append(const QList<ActivityRecord> &records)
         text += '\n';
     for (const ActivityRecord &record : records)
         text += encode(record) + '\n';
-    if (file.write(text) != text.size())
+    if (file.write(text) != text.size() || !file.flush()) {
+        // What was written of it is a torn line, skipped when read.
         return false;
+    }
     m_lines += records.size();
     return true;
 }

@@ -2,6 +2,10 @@
 
 #include "model/UuidString.h"
 
+#include "platform/AppLogger.h"
+#include "platform/PrivateFiles.h"
+
+#include <QFileInfo>
 #include <QStandardPaths>
 
 QString FolderPreferences::defaultPath()
@@ -97,7 +101,18 @@ void FolderPreferences::set(const QString &key, const QVariant &value, const QVa
         m_settings.remove(key);
     else
         m_settings.setValue(key, value);
+    write();
+}
+
+void FolderPreferences::write()
+{
+    makePrivateDirectory(QFileInfo(m_settings.fileName()).absolutePath());
     m_settings.sync();
+    QFile::setPermissions(m_settings.fileName(), QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    // QSettings keeps the values and writes them with the next change.
+    if (m_settings.status() != QSettings::NoError)
+        qCCritical(lcSyncManager, "Could not save %s; tried again with the next change",
+                   qUtf8Printable(m_settings.fileName()));
 }
 
 void FolderPreferences::remove(const QUuid &id)
@@ -106,5 +121,5 @@ void FolderPreferences::remove(const QUuid &id)
     if (!m_settings.childGroups().contains(uuidString(id)))
         return;
     m_settings.remove(uuidString(id));
-    m_settings.sync();
+    write();
 }

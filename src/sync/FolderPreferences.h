@@ -41,6 +41,7 @@ public:
 private:
     static QString key(const QUuid &id, const char *name);
     void set(const QString &key, const QVariant &value, const QVariant &byDefault);
+    void write();
 
     QSettings m_settings;
     QSet<QUuid> m_paused; // asked on every progress report: kept at hand

@@ -18,6 +18,13 @@ ProblemNotifier::ProblemNotifier(SyncManager &manager, SettingsStore &settings, 
             m_told.insert(folder.id, kindsOf(folder.id));
     }
     connect(&manager, &SyncManager::runCompleted, this, &ProblemNotifier::runCompleted);
+    // The folder list could not be read or saved: once per problem.
+    const auto storeProblem = [this](const QString &problem) {
+        if (!problem.isEmpty() && isEnabled(m_settings))
+            m_notifier.notify(QStringLiteral("Folder list not saved"), problem, QString());
+    };
+    connect(&manager, &SyncManager::storeProblemChanged, this, storeProblem);
+    storeProblem(manager.storeProblem());
     connect(&manager, &SyncManager::folderRemoved, this, [this] {
         m_told.removeIf([this](const auto &entry) { return !m_manager.folder(entry.key()); });
     });

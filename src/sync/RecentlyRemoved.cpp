@@ -299,10 +299,15 @@ void RecentlyRemoved::empty(const QUuid &folderId, const QObject *context, std::
     settle();
 }
 
-void RecentlyRemoved::runFinished(const SyncFolder &folder, const QDateTime &runStart, const QList<QUuid> &keptOnTargets)
+void RecentlyRemoved::runStopped(const SyncFolder &folder, const QDateTime &runStart, const QList<QUuid> &keptOnTargets)
 {
     for (const QUuid &targetId : keptOnTargets)
         rememberRuns(folder.id, targetId, {RemovedFiles::runDirectory(runStart)});
+}
+
+void RecentlyRemoved::runFinished(const SyncFolder &folder, const QDateTime &runStart, const QList<QUuid> &keptOnTargets)
+{
+    runStopped(folder, runStart, keptOnTargets);
     const QDateTime cutoff = m_clock().addDays(-m_preferences.keepDays(folder.id));
     RemovedFiles::pruneLocal(folder.id, cutoff);
     for (const RemoteTarget &target : folder.remoteTargets) {

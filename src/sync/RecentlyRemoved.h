@@ -54,6 +54,9 @@ public:
     // folder's retention. An rclone starts only for a target that has such
     // old runs.
     void runFinished(const SyncFolder &folder, const QDateTime &runStart, const QList<QUuid> &keptOnTargets);
+    // After a run that was stopped: only remembers, so that what it kept is
+    // pruned in time; nothing starts while the program may be quitting.
+    void runStopped(const SyncFolder &folder, const QDateTime &runStart, const QList<QUuid> &keptOnTargets);
 
 private:
     // Why nothing may be moved now (or `file` not at all), or empty.

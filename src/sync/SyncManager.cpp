@@ -23,7 +23,10 @@
 #include <QThread>
 
 #include <algorithm>
-#include <filesystem>
+#include <cerrno>
+#include <cstring>
+
+#include <unistd.h>
 
 namespace {
 // What a run shows, cleared for a run that starts or is cancelled.
@@ -62,7 +65,17 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     if (m_globalSyncIntervalMinutes == 0)
         m_globalSyncIntervalMinutes = kDefaultGlobalSyncIntervalMinutes;
 
-    loadFolders();
+    // The store that could not be read is read again, and a save that
+    // failed made again, until they work.
+    m_storeRetry.setSingleShot(true);
+    m_storeRetry.setInterval(m_timings.storeRetry);
+    connect(&m_storeRetry, &QTimer::timeout, this, [this] {
+        if (!m_storeReadError.isEmpty() && !loadFolders())
+            return scheduleStoreRetry();
+        saveFolders();
+    });
+    if (!loadFolders())
+        scheduleStoreRetry();
     updateWatchers();
     for (const SyncFolder &folder : std::as_const(m_folders))
         recheckConflicts(folder.id);
@@ -119,7 +132,7 @@ void SyncManager::addFolder(const SyncFolder &folder)
     readProblems(folder);
     m_folders.append(folder);
     emit folderInserted(m_folders.size() - 1);
-    saveFolders();
+    storeFolders();
     updateWatchers();
 }
 
@@ -149,7 +162,7 @@ void SyncManager::updateFolder(const SyncFolder &folder)
         }
     }
     replaceFolder(row, updated);
-    saveFolders();
+    storeFolders();
     updateWatchers();
 }
 
@@ -170,25 +183,66 @@ void SyncManager::deleteFolder(const QUuid &id)
             emit folderRemoved(row);
         }
     }
-    saveFolders();
+    storeFolders();
     updateWatchers();
 }
 
 void SyncManager::saveFolders()
 {
-    QDir().mkpath(QFileInfo(m_dataFilePath).path());
+    if (m_storePending)
+        writeStore();
+}
+
+void SyncManager::storeFolders()
+{
+    m_storePending = true;
+    writeStore();
+}
+
+void SyncManager::writeStore()
+{
+    // A store that could not be read is never written over: it may hold the
+    // only copy of the list. It is read again first.
+    if (!m_storeReadError.isEmpty() && !loadFolders())
+        return scheduleStoreRetry();
     const std::optional<QByteArray> bytes = FolderStore::encode(m_folders);
     if (!bytes)
         return;
-    if (m_hasUnreadableStore && !setAsideUnreadableStore())
-        return;
+    QString failure;
+    if (m_hasUndecodableStore && !setAsideUndecodableStore(&failure))
+        return storeFailed(failure);
+    QDir().mkpath(QFileInfo(m_dataFilePath).path());
     // Written beside the store and renamed over it, so a crash or a full disk
     // never leaves a half-written store.
     QSaveFile file(m_dataFilePath);
-    if (!file.open(QIODevice::WriteOnly))
-        return;
-    file.write(*bytes);
-    file.commit();
+    if (!file.open(QIODevice::WriteOnly) || file.write(*bytes) != bytes->size()
+        || !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) || !file.commit())
+        return storeFailed(file.errorString());
+    m_storePending = false;
+    setStoreProblem({});
+}
+
+void SyncManager::storeFailed(const QString &why)
+{
+    const QString problem = QStringLiteral("The folder list could not be saved to %1: %2. Your changes are kept and "
+                                           "saved again shortly.")
+                                .arg(m_dataFilePath, why);
+    if (problem != m_storeProblem)
+        qCCritical(lcSyncManager, "%s", qUtf8Printable(problem));
+    setStoreProblem(problem);
+    scheduleStoreRetry();
+}
+
+void SyncManager::scheduleStoreRetry()
+{
+    if (!m_storeRetry.isActive())
+        m_storeRetry.start();
+}
+
+void SyncManager::setStoreProblem(const QString &problem)
+{
+    if (std::exchange(m_storeProblem, problem) != problem)
+        emit storeProblemChanged(problem);
 }
 
 bool SyncManager::syncFolder(const QUuid &id, SyncTrigger trigger)
@@ -344,13 +398,15 @@ void SyncManager::cancelSync(const QUuid &id)
         SyncRun *run = it->second;
         m_runs.erase(it);
         m_queue.removeIf([&id](const auto &entry) { return entry.first == id; });
-        if (run->cancel())
+        if (run->cancel()) {
             m_stopping[id] = run;
-        else
+        } else {
+            appendActivity(run->activity());
             run->deleteLater();
+        }
     }
     if (changeFolder(id, [](SyncFolder &folder) { resetRunState(folder, SyncStatus::idle); }))
-        saveFolders();
+        storeFolders();
     // Nothing restarts by itself after a cancel until the next change.
     if (FolderWatcher *watcher = findWatcher(id))
         watcher->syncWasCancelled();
@@ -479,14 +535,13 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QSt
             m_errorDetails.insert(id, details);
         }
         replaceFolder(row, folder);
-        saveFolders();
+        storeFolders();
         if (errors.isEmpty())
             qCInfo(lcSyncManager, "Sync completed successfully for folder ID: %s", qPrintable(uuidString(id)));
         else
             qCCritical(lcSyncManager, "Sync completed with errors for folder ID: %s", qPrintable(uuidString(id)));
     }
-    if (m_activity)
-        m_activity->append(run->activity());
+    appendActivity(run->activity());
     if (row >= 0 && hasKeptRemoved(id))
         m_recentlyRemoved->runFinished(m_folders.at(row), run->startTime(), run->keptOnTargets());
     if (row >= 0) {
@@ -501,11 +556,38 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QSt
     startQueuedRuns();
 }
 
+void SyncManager::appendActivity(const QList<ActivityRecord> &records)
+{
+    if (!m_activity)
+        return;
+    // Kept until it can be written (a full disk), with what comes next.
+    m_unwrittenActivity += records;
+    if (m_unwrittenActivity.isEmpty())
+        return;
+    if (m_activity->append(m_unwrittenActivity)) {
+        m_unwrittenActivity.clear();
+        return;
+    }
+    qCCritical(lcSyncManager, "Could not write the activity of a run to %s; written with the next run",
+               qUtf8Printable(m_activity->path()));
+    // Bounded as the file is.
+    if (m_unwrittenActivity.size() > ActivityLog::kMaxRecords)
+        m_unwrittenActivity = m_unwrittenActivity.mid(m_unwrittenActivity.size() - ActivityLog::kMaxRecords);
+}
+
 void SyncManager::runStopped(SyncRun *run)
 {
-    if (const auto it = m_stopping.find(run->folderId()); it != m_stopping.end() && it->second == run)
+    const QUuid id = run->folderId();
+    if (const auto it = m_stopping.find(id); it != m_stopping.end() && it->second == run)
         m_stopping.erase(it);
     run->deleteLater();
+    // What it did before it stopped happened all the same.
+    appendActivity(run->activity());
+    if (const std::optional<SyncFolder> stopped = folder(id)) {
+        if (hasKeptRemoved(id))
+            m_recentlyRemoved->runStopped(*stopped, run->startTime(), run->keptOnTargets());
+        recheckConflicts(id);
+    }
     updateActivity();
     startQueuedRuns();
 }
@@ -654,41 +736,101 @@ void SyncManager::updateActivity()
         emit syncActivityChanged(active);
 }
 
-void SyncManager::loadFolders()
+bool SyncManager::loadFolders()
 {
-    // A missing store is a first start; an unreadable one shows as an empty
-    // list, and is kept aside (not destroyed) by the first save.
+    // A missing store is a first start.
     QFile file(m_dataFilePath);
     if (!file.exists())
-        return;
-    if (!file.open(QIODevice::ReadOnly)) {
-        m_hasUnreadableStore = true;
-        return;
+        return storeRead({});
+    QByteArray bytes;
+    if (file.open(QIODevice::ReadOnly))
+        bytes = file.readAll();
+    if (file.error() != QFileDevice::NoError) {
+        // Not the store's fault (no permission, an I/O error, a home on the
+        // network that hiccups): nothing is written until it reads.
+        const QString problem = QStringLiteral("The folder list could not be read from %1: %2. Nothing is saved until "
+                                               "it can be read.")
+                                    .arg(m_dataFilePath, file.errorString());
+        if (problem != m_storeProblem)
+            qCCritical(lcSyncManager, "%s", qUtf8Printable(problem));
+        m_storeReadError = file.errorString();
+        setStoreProblem(problem);
+        return false;
     }
-    std::optional<QList<SyncFolder>> folders = FolderStore::decode(file.readAll());
-    if (!folders || file.error() != QFileDevice::NoError) {
-        m_hasUnreadableStore = true;
-        return;
+    FolderStore::DecodeError error;
+    std::optional<QList<SyncFolder>> folders = FolderStore::decode(bytes, &error);
+    if (!folders) {
+        // Corrupt, or written by a newer version: kept as it is until the
+        // user changes something, then set aside under a name of its own.
+        const QString problem = QStringLiteral("The folder list in %1 cannot be used (%2). It is kept as it is, and "
+                                               "set aside under a name of its own when you add a folder.")
+                                    .arg(m_dataFilePath, error.toString());
+        qCCritical(lcSyncManager, "%s", qUtf8Printable(problem));
+        m_hasUndecodableStore = true;
+        storeRead({});
+        setStoreProblem(problem);
+        return true;
     }
-    m_folders = *std::move(folders);
     // A folder saved mid-run by a program that then ended is not syncing now.
-    for (SyncFolder &folder : m_folders) {
+    for (SyncFolder &folder : *folders) {
         if (folder.status == SyncStatus::syncing)
             resetRunState(folder, SyncStatus::idle);
-        readProblems(folder);
     }
+    return storeRead(*folders);
 }
 
-bool SyncManager::setAsideUnreadableStore()
+bool SyncManager::storeRead(const QList<SyncFolder> &stored)
 {
-    // rename(2) replaces an older copy in one step.
-    std::error_code error;
-    std::filesystem::rename(QFile::encodeName(m_dataFilePath).toStdString(),
-                            QFile::encodeName(m_dataFilePath + QStringLiteral(".unreadable")).toStdString(), error);
-    if (error && QFileInfo::exists(m_dataFilePath))
-        return false;
-    m_hasUnreadableStore = false;
+    const bool wasUnread = !m_storeReadError.isEmpty();
+    m_storeReadError.clear();
+    if (wasUnread) {
+        qCInfo(lcSyncManager, "The folder list can be read again");
+        setStoreProblem({});
+    }
+    // The list so far holds only what was added while the store could not
+    // be read: the stored folders come first, then those.
+    QSet<QUuid> added;
+    for (const SyncFolder &folder : std::as_const(m_folders))
+        added.insert(folder.id);
+    for (qsizetype row = 0; row < stored.size(); ++row) {
+        if (added.contains(stored.at(row).id))
+            continue;
+        emit folderAboutToBeInserted(row);
+        readProblems(stored.at(row));
+        m_folders.insert(row, stored.at(row));
+        emit folderInserted(row);
+    }
+    if (wasUnread) {
+        updateWatchers();
+        if (m_storePending)
+            writeStore();
+    }
     return true;
+}
+
+bool SyncManager::setAsideUndecodableStore(QString *failure)
+{
+    // A name never used before, so no earlier copy is ever replaced.
+    const QString stamp = QDateTime::currentDateTimeUtc().toString(QStringLiteral("yyyyMMdd'T'HHmmss'Z'"));
+    for (int n = 1; n < 1000; ++n) {
+        const QString aside = m_dataFilePath + QStringLiteral(".unreadable-") + stamp
+            + (n > 1 ? u'-' + QString::number(n) : QString());
+        if (QFileInfo::exists(aside))
+            continue;
+        // link(2) fails when the name exists; the store goes only once it is there.
+        if (::link(QFile::encodeName(m_dataFilePath).constData(), QFile::encodeName(aside).constData()) == 0
+            || errno == ENOENT) {
+            qCInfo(lcSyncManager, "The unusable folder list was set aside as %s", qUtf8Printable(aside));
+            m_hasUndecodableStore = false;
+            return true;
+        }
+        if (errno != EEXIST) {
+            *failure = QString::fromLocal8Bit(std::strerror(errno));
+            return false;
+        }
+    }
+    *failure = QStringLiteral("no free name to set the old list aside");
+    return false;
 }
 
 qsizetype SyncManager::indexOf(const QUuid &id) const

@@ -73,6 +73,7 @@ class SyncManager final : public QObject
     // Why automatic runs wait now: "metered connection", "on battery power",
     // or empty when they do not.
     Q_PROPERTY(QString holdReason READ holdReason NOTIFY holdChanged)
+    Q_PROPERTY(QString storeProblem READ storeProblem NOTIFY storeProblemChanged)
 
 public:
     static inline const QString kGlobalSyncEnabledKey = QStringLiteral("isGlobalSyncEnabled");
@@ -111,7 +112,11 @@ public:
     // Replaces the folder with the same id but keeps what its run shows.
     void updateFolder(const SyncFolder &folder);
     void deleteFolder(const QUuid &id);
+    // Writes a change that could not be saved yet, if any (on quitting).
     void saveFolders();
+    // Why the folder list is not on disk as shown: it could not be read, or
+    // a save failed (and is retried). Empty when all is well.
+    const QString &storeProblem() const { return m_storeProblem; }
 
     // Runs bisync for the folder against each of its targets in turn, once a
     // slot is free and any earlier run of the folder has stopped. A request
@@ -201,6 +206,7 @@ signals:
     void folderRemoved(qsizetype row);
     void syncActivityChanged(bool active);
     void holdChanged();
+    void storeProblemChanged(const QString &problem);
     // A run went over all targets; the folder has its outcome. `conflicts`:
     // files found changed on both sides.
     void runCompleted(const QUuid &id, int conflicts);
@@ -210,8 +216,16 @@ signals:
 
 private:
 
-    void loadFolders();
-    bool setAsideUnreadableStore();
+    // Reads the store; false while it cannot be read.
+    bool loadFolders();
+    bool storeRead(const QList<SyncFolder> &stored);
+    bool setAsideUndecodableStore(QString *failure);
+    // A change to save: written now, or as soon as the store can be written.
+    void storeFolders();
+    void writeStore();
+    void storeFailed(const QString &why);
+    void scheduleStoreRetry();
+    void setStoreProblem(const QString &problem);
     void periodicCheck();
     qsizetype indexOf(const QUuid &id) const;
     void replaceFolder(qsizetype row, const SyncFolder &folder);
@@ -225,6 +239,7 @@ private:
     void startQueuedRuns();
     void runFinished(SyncRun *run, const QStringList &errors, const QStringList &details);
     void runStopped(SyncRun *run);
+    void appendActivity(const QList<ActivityRecord> &records);
     void notifyFolder(const QUuid &id);
     void updateActivity();
     void updateHold();
@@ -256,6 +271,7 @@ private:
     QHash<QUuid, QList<SyncProblem>> m_problems;
     QHash<QUuid, QList<ActivityRecord>> m_openConflicts;
     FolderPreferences m_preferences;
+    QList<ActivityRecord> m_unwrittenActivity; // what a full disk kept out of the activity file
     RecentlyRemoved *m_recentlyRemoved; // a child
     // Automatic runs a pause or a condition turned away: run once it ends.
     QSet<QUuid> m_missed;
@@ -266,7 +282,12 @@ private:
     QList<QUuid> m_suspendedRuns;
     bool m_wasSyncActive = false;
     std::map<QUuid, std::unique_ptr<FolderWatcher>> m_watchers;
-    // The store on disk could not be read; it is set aside before the first
-    // save replaces it.
-    bool m_hasUnreadableStore = false;
+    // The store on disk could not be decoded; it is set aside before the
+    // first save replaces it.
+    bool m_hasUndecodableStore = false;
+    // Why the store could not be read; while set, it is never written.
+    QString m_storeReadError;
+    bool m_storePending = false; // a change not yet on disk
+    QString m_storeProblem;
+    QTimer m_storeRetry;
 };

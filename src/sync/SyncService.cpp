@@ -158,6 +158,9 @@ QJsonObject SyncService::statusReport() const
         {QStringLiteral("automaticSync"), m_manager.isGlobalSyncEnabled()},
         {QStringLiteral("intervalMinutes"), m_manager.globalSyncIntervalMinutes()},
         {kFolders, folders},
+        // Why the folder list on disk is not the one shown, or null.
+        {QStringLiteral("storeProblem"),
+         m_manager.storeProblem().isEmpty() ? QJsonValue() : QJsonValue(m_manager.storeProblem())},
     };
 }
 

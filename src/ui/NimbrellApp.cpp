@@ -1,5 +1,7 @@
 #include "ui/NimbrellApp.h"
 
+#include "sync/RemovedFiles.h"
+
 #include "engine/RcloneEngine.h"
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
@@ -181,6 +183,17 @@ void NimbrellApp::deleteFolder(const QString &id)
     m_syncManager->deleteFolder(folderId);
     if (m_navigation->selection() == SidebarSelection::syncFolder(folderId))
         m_navigation->clear();
+}
+
+QString NimbrellApp::deleteMessage(const QString &id) const
+{
+    QString message = QStringLiteral("This sync folder and its configuration will be permanently removed.");
+    const QString kept = RemovedFiles::localDirectory(QUuid::fromString(id));
+    if (!QDir(kept).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System))
+        message += QStringLiteral("\n\nThe files kept from it stay in %1; delete them there when they are no longer "
+                                  "needed.")
+                       .arg(kept);
+    return message;
 }
 
 void NimbrellApp::copyToClipboard(const QString &text)

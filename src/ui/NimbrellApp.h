@@ -112,6 +112,9 @@ public:
     Q_INVOKABLE void setFolderPaused(const QString &id, bool paused);
     // The confirmed deletion of a folder; an open detail of it closes.
     Q_INVOKABLE void deleteFolder(const QString &id);
+    // What the delete confirmation says of the folder: the files its runs
+    // kept on this computer stay where they are, and it says where.
+    Q_INVOKABLE QString deleteMessage(const QString &id) const;
     // The one way out (menus, tray, signals, the command line): every rclone
     // is asked once to stop, the event loop runs on until all have exited,
     // and the program ends with status 0.

@@ -54,6 +54,7 @@ const QByteArray kTooManyDeletes =
     "echo 'ERROR : Safety abort: too many deletes (>50%, 6 of 10) on Path1 \"/home/user/Docs/\". Run with --force if "
     "desired.'\necho 'NOTICE: Failed to bisync: too many deletes'\nexit 1\n";
 const QByteArray kConflict =
+    "echo '2026/11/22 21:11:56 INFO  : Synching Path1 \"/home/user/Docs/\" with Path2 \"gdrive:Docs/\"'\n"
     "echo '2026/11/22 21:11:56 NOTICE: - Path1    Renaming Path1 copy                - /home/user/Docs/a.txt.conflict1'\n";
 
 } // namespace

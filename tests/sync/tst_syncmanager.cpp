@@ -183,38 +183,86 @@ private Q_SLOTS:
         QCOMPARE(reloaded.folders(), saved);
     }
 
-    void unreadableStoreIsSetAside_data()
+    // A store that reads but cannot be used (each reason is in
+    // tst_folderstore) is left as it is until the user changes something,
+    // then set aside under a name never used before: no earlier copy, and no
+    // copy a newer version may still read, is ever replaced.
+    void undecodableStoreIsSetAside_data()
     {
-        // Whatever makes the store unreadable (each reason is in tst_folderstore),
-        // the manager treats it alike.
         QTest::addColumn<QByteArray>("bytes");
         const QByteArray good = FolderStore::encode({makeFolder("A"), makeFolder("B")}).value();
         QTest::newRow("truncated") << good.left(good.size() - 10);
         QTest::newRow("empty") << QByteArray();
+        QTest::newRow("written by a newer version") << QByteArray(good).replace("\"keepBoth\"", "\"askMe\"");
 
         QByteArray garbage(50 * 1024 * 1024, Qt::Uninitialized);
         QRandomGenerator generator(42);
         generator.fillRange(reinterpret_cast<quint32 *>(garbage.data()), garbage.size() / 4);
         QTest::newRow("50 MB of garbage") << garbage;
     }
-    void unreadableStoreIsSetAside()
+    void undecodableStoreIsSetAside()
     {
         QFETCH(QByteArray, bytes);
         writeFile(storePath(), bytes);
         writeFile(storePath() + ".unreadable", "an older copy");
+        const auto asides = [this] {
+            return QDir(QFileInfo(storePath()).path()).entryList({"rclone_sync_folders.json.unreadable*"}, QDir::Files,
+                                                                 QDir::Name);
+        };
 
-        SyncManager manager(environment());
+        {
+            SyncManager manager(environment());
+            QVERIFY(manager.folders().isEmpty());
+            QVERIFY(manager.storeProblem().contains("cannot be used"));
+            manager.saveFolders(); // what quitting does
+        }
+        QCOMPARE(readFile(storePath()), bytes); // starting and quitting change nothing
+        QCOMPARE(asides(), QStringList{"rclone_sync_folders.json.unreadable"});
+
+        for (int start = 0; start < 2; ++start) {
+            writeFile(storePath(), bytes);
+            SyncManager manager(environment());
+            const SyncFolder folder = makeFolder("New");
+            manager.addFolder(folder);
+            QCOMPARE(manager.storeProblem(), QString());
+            QCOMPARE(FolderStore::decode(readFile(storePath())), QList<SyncFolder>{folder});
+            manager.addFolder(makeFolder("Second")); // later saves leave the copy alone
+        }
+        // Two copies of their own, even within one second, and the older one kept.
+        const QStringList names = asides();
+        QCOMPARE(names.size(), 3);
+        QCOMPARE(readFile(storePath() + ".unreadable"), "an older copy");
+        QCOMPARE(readFile(QFileInfo(storePath()).path() + "/" + names.at(1)), bytes);
+        QCOMPARE(readFile(QFileInfo(storePath()).path() + "/" + names.at(2)), bytes);
+    }
+
+    // A store that exists but cannot be read now (here a directory; EACCES,
+    // EIO or a network home that hiccups alike) is never written over, also
+    // not by quitting: the folders added meanwhile wait, and join the stored
+    // ones once the store reads again.
+    void storeThatCannotBeReadIsNeverWritten()
+    {
+        QVERIFY(QDir().mkpath(storePath()));
+        SyncEnvironment quickRetry = environment();
+        quickRetry.timings.storeRetry = std::chrono::milliseconds(50);
+        SyncManager manager(quickRetry);
         QVERIFY(manager.folders().isEmpty());
-        QCOMPARE(readFile(storePath()), bytes); // loading alone changes nothing
+        QVERIFY(manager.storeProblem().contains("could not be read"));
+        const SyncFolder added = makeFolder("Added");
+        manager.addFolder(added);
+        manager.saveFolders();
+        QVERIFY(QFileInfo(storePath()).isDir());
+        QVERIFY(manager.storeProblem().contains("could not be read"));
 
-        const SyncFolder folder = makeFolder("New");
-        manager.addFolder(folder);
-        QCOMPARE(readFile(storePath() + ".unreadable"), bytes);
-        QCOMPARE(FolderStore::decode(readFile(storePath())), QList<SyncFolder>{folder});
-
-        // Later saves leave the copy alone.
-        manager.addFolder(makeFolder("Second"));
-        QCOMPARE(readFile(storePath() + ".unreadable"), bytes);
+        const SyncFolder stored = makeFolder("Stored");
+        QVERIFY(QDir(storePath()).removeRecursively());
+        writeFile(storePath(), FolderStore::encode({stored}).value());
+        QTRY_COMPARE(manager.folders(), (QList<SyncFolder>{stored, added}));
+        QCOMPARE(manager.storeProblem(), QString());
+        QCOMPARE(FolderStore::decode(readFile(storePath())), (QList<SyncFolder>{stored, added}));
+        // Owner, group and others (the "user" bits repeat the owner's).
+        QCOMPARE(QFile::permissions(storePath()) & QFileDevice::Permissions(0x7077),
+                 QFileDevice::ReadOwner | QFileDevice::WriteOwner);
     }
 
     void deleteRemovesTheFolderOnly()

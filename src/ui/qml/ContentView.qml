@@ -290,7 +290,7 @@ Item {
         id: deleteDialog
         objectName: "deleteDialog"
         title: "Delete Sync Folder"
-        message: "This sync folder and its configuration will be permanently removed."
+        message: app.deleteMessage(content.folderToDelete)
         confirmObjectName: "confirmDelete"
         onConfirmed: app.deleteFolder(content.folderToDelete)
         onClosed: content.folderToDelete = ""

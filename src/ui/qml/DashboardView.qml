@@ -82,6 +82,32 @@ Item {
                 }
             }
 
+            // The folder list on disk is not the one shown.
+            Rectangle {
+                objectName: "storeProblem"
+                visible: manager.storeProblem !== ""
+                Layout.fillWidth: true
+                Layout.leftMargin: 24
+                Layout.rightMargin: 24
+                implicitHeight: storeRow.implicitHeight + 20
+                radius: 8
+                color: Qt.rgba(app.theme.red.r, app.theme.red.g, app.theme.red.b, 0.10)
+                border.color: Qt.rgba(app.theme.red.r, app.theme.red.g, app.theme.red.b, 0.35)
+                RowLayout {
+                    id: storeRow
+                    anchors.fill: parent
+                    anchors.margins: 10
+                    spacing: 8
+                    Icon { name: "exclamationmark.triangle.fill"; color: app.theme.red }
+                    Label {
+                        Layout.fillWidth: true
+                        text: manager.storeProblem
+                        wrapMode: Text.Wrap
+                        Accessible.role: Accessible.AlertMessage
+                    }
+                }
+            }
+
             // Stat cards
             RowLayout {
                 Layout.fillWidth: true

@@ -761,7 +761,7 @@ Item {
         id: deleteDialog
         objectName: "folderDeleteDialog"
         title: "Delete Sync Folder"
-        message: "This sync folder and its configuration will be permanently removed."
+        message: app.deleteMessage(controller.folderId)
         onConfirmed: controller.deleteFolder()
     }
 }
