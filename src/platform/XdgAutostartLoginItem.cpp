@@ -61,8 +61,12 @@ std::optional<QString> XdgAutostartLoginItem::registerItem()
                 "Exec=" + execValue(m_executable).toUtf8() + "\n"
                 "Terminal=false\n"
                 "X-GNOME-Autostart-enabled=true\n");
-    if (!entry.commit())
-        return entry.errorString();
+    // commit() alone misses a write that fails as the buffer is flushed.
+    if (!entry.flush() || !entry.commit()) {
+        const QString why = entry.errorString();
+        entry.cancelWriting();
+        return why;
+    }
     return std::nullopt;
 }
 

@@ -145,9 +145,11 @@ bool ActivityLog::rewrite(const QList<ActivityRecord> &records)
         return false;
     for (const ActivityRecord &record : records)
         file.write(encode(record) + '\n');
-    // (A failed write fails the commit.)
-    if (!file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) || !file.commit())
+    // A write that fails as the buffer is flushed would not fail the commit.
+    if (!file.flush() || !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) || !file.commit()) {
+        file.cancelWriting();
         return false;
+    }
     m_lines = records.size();
     return true;
 }

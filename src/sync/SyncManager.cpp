@@ -214,10 +214,15 @@ void SyncManager::writeStore()
     QDir().mkpath(QFileInfo(m_dataFilePath).path());
     // Written beside the store and renamed over it, so a crash or a full disk
     // never leaves a half-written store.
+    // (commit() alone does not see a write that fails as the buffer is
+    // flushed, and would put an empty file in the store's place: flush first.)
     QSaveFile file(m_dataFilePath);
-    if (!file.open(QIODevice::WriteOnly) || file.write(*bytes) != bytes->size()
-        || !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) || !file.commit())
-        return storeFailed(file.errorString());
+    if (!file.open(QIODevice::WriteOnly) || file.write(*bytes) != bytes->size() || !file.flush()
+        || !file.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) || !file.commit()) {
+        const QString why = file.errorString();
+        file.cancelWriting();
+        return storeFailed(why);
+    }
     m_storePending = false;
     setStoreProblem({});
 }

@@ -2,6 +2,7 @@
 #include "fakes/FakeFileEventService.h"
 #include "model/FolderStore.h"
 #include "platform/MemorySettingsStore.h"
+#include "support/PrivateMounts.h"
 #include "support/TestFiles.h"
 #include "sync/SyncManager.h"
 
@@ -35,6 +36,7 @@ class TestSyncManager : public QObject
     MemorySettingsStore m_settings;
     FakeFileEventService m_fileEvents;
     RcloneEngine m_engine{QStringLiteral("/nonexistent/rclone")}; // nothing here runs rclone
+    bool m_privateMounts = false;
 
     SyncEnvironment environment() { return {m_settings, m_engine, m_fileEvents}; }
 
@@ -43,6 +45,7 @@ class TestSyncManager : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
+        m_privateMounts = PrivateMounts::enter();
         QVERIFY(m_home.isValid());
         m_realHome = qgetenv("HOME");
         qputenv("HOME", QFile::encodeName(m_home.path()));
@@ -263,6 +266,44 @@ private Q_SLOTS:
         // Owner, group and others (the "user" bits repeat the owner's).
         QCOMPARE(QFile::permissions(storePath()) & QFileDevice::Permissions(0x7077),
                  QFileDevice::ReadOwner | QFileDevice::WriteOwner);
+    }
+
+    // On a full disk and in a read-only directory a save fails: said, kept
+    // and made again once there is room; a run's activity likewise.
+    void failedSavesAreShownAndRetried_data()
+    {
+        QTest::addColumn<bool>("readOnly");
+        QTest::newRow("full disk") << false;
+        QTest::newRow("read-only directory") << true;
+    }
+    void failedSavesAreShownAndRetried()
+    {
+        QFETCH(bool, readOnly);
+        if (!m_privateMounts)
+            QSKIP("no mount namespace of our own here");
+        const QString directory = QFileInfo(storePath()).path();
+        QVERIFY(QDir().mkpath(directory));
+        QVERIFY(PrivateMounts::mountTmpfs(directory, 64, readOnly));
+        if (!readOnly) // filled up to the last byte
+            writeFile(directory + "/filler", QByteArray(64 * 1024, 'x'));
+        SyncEnvironment quickRetry = environment();
+        quickRetry.timings.storeRetry = std::chrono::milliseconds(50);
+        SyncManager manager(quickRetry);
+        QSignalSpy problems(&manager, &SyncManager::storeProblemChanged);
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^The folder list could not be saved to "));
+        const SyncFolder folder = makeFolder("New");
+        manager.addFolder(folder);
+        QCOMPARE(manager.folders(), QList<SyncFolder>{folder}); // nothing in memory is dropped
+        QVERIFY2(manager.storeProblem().startsWith("The folder list could not be saved to " + storePath()),
+                 qPrintable(manager.storeProblem()));
+        QCOMPARE(problems.count(), 1);
+        QVERIFY(!QFileInfo::exists(storePath())); // and no empty file in its place
+
+        // Room again: the retry saves it, and the problem is gone.
+        QVERIFY(PrivateMounts::unmount(directory));
+        QTRY_COMPARE(FolderStore::decode(readFile(storePath())), QList<SyncFolder>{folder});
+        QCOMPARE(manager.storeProblem(), QString());
+        QCOMPARE(problems.count(), 2);
     }
 
     void deleteRemovesTheFolderOnly()
