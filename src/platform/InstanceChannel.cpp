@@ -1,6 +1,7 @@
 #include "platform/InstanceChannel.h"
 
 #include "platform/AppLogger.h"
+#include "platform/PrivateFiles.h"
 
 #include <QCryptographicHash>
 #include <QDeadlineTimer>
@@ -11,10 +12,13 @@
 #include <QLocalSocket>
 #include <QStandardPaths>
 #include <QPointer>
+#include <QSaveFile>
 #include <QThread>
+#include <QTimer>
 
 #include <cerrno>
 #include <csignal>
+#include <limits>
 
 namespace {
 
@@ -60,16 +64,50 @@ QString InstanceChannel::directory()
     return base + QStringLiteral("/nimbrell");
 }
 
+QString InstanceChannel::lockDirectory()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QStringLiteral("/nimbrell");
+}
+
+QString InstanceChannel::lockPath()
+{
+    return lockDirectory() + QStringLiteral("/instance-") + configurationKey() + QStringLiteral(".lock");
+}
+
 QString InstanceChannel::socketPath()
+{
+    // Where the running instance listens, as it wrote it beside its lock: a
+    // start without XDG_RUNTIME_DIR (cron, su, a service) finds it too.
+    QFile address(addressPath());
+    if (address.open(QIODevice::ReadOnly)) {
+        const QString path = QFile::decodeName(address.readLine(4096).trimmed());
+        if (QFileInfo(path).isAbsolute())
+            return path;
+    }
+    return ownSocketPath();
+}
+
+QString InstanceChannel::ownSocketPath()
 {
     return directory() + QStringLiteral("/instance-") + configurationKey();
 }
 
+QString InstanceChannel::addressPath()
+{
+    return lockDirectory() + QStringLiteral("/instance-") + configurationKey() + QStringLiteral(".socket");
+}
+
 bool InstanceChannel::tryLock(std::chrono::milliseconds wait)
 {
-    QDir().mkpath(directory());
-    QFile::setPermissions(directory(), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
-    m_lock = std::make_unique<QLockFile>(socketPath() + QStringLiteral(".lock"));
+    // Beside the configuration: every start of this user and configuration
+    // finds the same lock, whatever its environment.
+    makePrivateDirectory(lockDirectory());
+    if (!isPrivateDirectory(lockDirectory())) {
+        qCCritical(lcGeneral, "%s is not a directory of this user's alone; running without the instance lock",
+                   qUtf8Printable(lockDirectory()));
+        return true;
+    }
+    m_lock = std::make_unique<QLockFile>(lockPath());
     // Held for the whole life of the instance: never stale by age, only when
     // its process is gone.
     m_lock->setStaleLockTime(0);
@@ -119,14 +157,27 @@ InstanceChannel::Claim InstanceChannel::claim(const std::function<void(const QSt
 
 bool InstanceChannel::listen()
 {
-    m_server = new QLocalServer(this);
-    m_server->setSocketOptions(QLocalServer::UserAccessOption);
-    QLocalServer::removeServer(socketPath()); // we hold the lock: any socket there is stale
-    if (!m_server->listen(socketPath())) {
-        qCCritical(lcGeneral, "Cannot listen on %s: %s", qUtf8Printable(socketPath()),
-                   qUtf8Printable(m_server->errorString()));
+    const QString path = ownSocketPath();
+    // Another user's directory, or one others may write in, could hand our
+    // requests to a stranger or take our socket's place.
+    makePrivateDirectory(directory());
+    if (!isPrivateDirectory(directory())) {
+        qCCritical(lcGeneral, "Cannot listen in %s: it is not a directory of this user's alone",
+                   qUtf8Printable(directory()));
         return false;
     }
+    m_server = new QLocalServer(this);
+    m_server->setSocketOptions(QLocalServer::UserAccessOption);
+    QLocalServer::removeServer(path); // we hold the lock: any socket there is stale
+    if (!m_server->listen(path)) {
+        qCCritical(lcGeneral, "Cannot listen on %s: %s", qUtf8Printable(path), qUtf8Printable(m_server->errorString()));
+        return false;
+    }
+    QSaveFile address(addressPath());
+    if (!address.open(QIODevice::WriteOnly) || address.write(QFile::encodeName(path) + '\n') < 0 || !address.flush()
+        || !address.commit())
+        qCCritical(lcGeneral, "Cannot write %s: starts without XDG_RUNTIME_DIR will not find this instance",
+                   qUtf8Printable(addressPath()));
     connect(m_server, &QLocalServer::newConnection, this, [this] {
         while (QLocalSocket *socket = m_server->nextPendingConnection())
             serve(socket);
@@ -148,6 +199,8 @@ void InstanceChannel::setHandler(const QString &command, AsyncHandler handler)
 
 void InstanceChannel::release()
 {
+    if (m_server && socketPath() == m_server->fullServerName())
+        QFile::remove(addressPath());
     delete std::exchange(m_server, nullptr);
     if (m_lock)
         m_lock->unlock();
@@ -156,24 +209,43 @@ void InstanceChannel::release()
 
 bool InstanceChannel::isHeld()
 {
-    QLockFile lock(socketPath() + QStringLiteral(".lock"));
+    QLockFile lock(lockPath());
     qint64 pid = 0;
     QString hostName;
     QString application;
-    if (!lock.getLockInfo(&pid, &hostName, &application) || pid <= 0)
+    if (!lock.getLockInfo(&pid, &hostName, &application) || pid <= 0 || pid > std::numeric_limits<pid_t>::max())
         return false;
-    return ::kill(pid_t(pid), 0) == 0 || errno == EPERM;
+    // Another user's process, or none.
+    if (::kill(pid_t(pid), 0) != 0)
+        return false;
+    // After a crash, its process id may have gone to another program: the
+    // holder must still be the program that wrote the lock (as QLockFile
+    // itself judges a lock stale).
+    QString program = QFileInfo(QStringLiteral("/proc/%1/exe").arg(pid)).symLinkTarget();
+    if (program.endsWith(QLatin1String(" (deleted)"))) // replaced by an update since it started
+        program.chop(10);
+    return !program.isEmpty() && QFileInfo(program).fileName() == QFileInfo(application).fileName();
 }
 
 void InstanceChannel::serve(QLocalSocket *socket)
 {
     connect(socket, &QLocalSocket::disconnected, socket, &QObject::deleteLater);
-    connect(socket, &QLocalSocket::readyRead, this, [this, socket] {
+    // A client that never finishes its line would hold its socket for ever.
+    auto *deadline = new QTimer(socket);
+    deadline->setSingleShot(true);
+    connect(deadline, &QTimer::timeout, socket, [socket] {
+        qCWarning(lcGeneral, "Dropping a client of the instance channel that sent no complete request");
+        socket->abort();
+        socket->deleteLater();
+    });
+    deadline->start(m_requestTimeout);
+    connect(socket, &QLocalSocket::readyRead, this, [this, socket, deadline] {
         if (!socket->canReadLine()) {
             if (socket->bytesAvailable() > kMaxMessageBytes)
                 socket->abort();
             return;
         }
+        deadline->stop();
         // A reply may come after the asker has gone.
         answer(socket->readLine(kMaxMessageBytes), [socket = QPointer(socket)](const QJsonObject &message) {
             if (!socket)

@@ -17,9 +17,10 @@ class QLocalSocket;
 // One running Nimbrell per user and configuration, and the local channel
 // through which later starts (and the command line) talk to it.
 //
-// The running instance holds a lock file and listens on a local socket, both
-// in $XDG_RUNTIME_DIR/nimbrell (or ~/.cache/nimbrell without one), named
-// after the configuration so that each HOME has its own. A connection
+// The running instance holds a lock file beside the configuration and
+// listens on a local socket in $XDG_RUNTIME_DIR/nimbrell (or
+// ~/.cache/nimbrell without one), whose address it writes beside the lock;
+// both are named after the configuration so that each HOME has its own. A connection
 // carries one request and its reply, each a single line of JSON:
 //   {"nimbrell": 1, "command": "raise", ...}
 //   {"nimbrell": 1, "ok": true, ...}   or   {"nimbrell": 1, "ok": false, "error": "..."}
@@ -60,6 +61,9 @@ public:
     // (an "error" field makes "ok" false).
     void setHandler(const QString &command, Handler handler);
     void setHandler(const QString &command, AsyncHandler handler);
+    // How long a client may take to send its request.
+    static constexpr std::chrono::milliseconds kRequestTimeout{10'000};
+    void setRequestTimeout(std::chrono::milliseconds timeout) { m_requestTimeout = timeout; }
     // Releases the lock and stops answering: another start may take over.
     void release();
 
@@ -73,14 +77,25 @@ public:
     static std::optional<QJsonObject> send(const QString &command, const QJsonObject &arguments,
                                            std::chrono::milliseconds timeout);
 
+    // Where this instance's socket is made: $XDG_RUNTIME_DIR/nimbrell, or
+    // ~/.cache/nimbrell without one.
     static QString directory();
+    // The lock, and the file that says where the running instance listens:
+    // beside the configuration ($XDG_CONFIG_HOME/nimbrell), which every start
+    // of the same user and configuration finds.
+    static QString lockDirectory();
+    static QString lockPath();
+    // Where the running instance listens.
     static QString socketPath();
 
 private:
+    static QString ownSocketPath();
+    static QString addressPath();
     void serve(QLocalSocket *socket);
     void answer(const QByteArray &line, Reply reply) const;
 
     std::unique_ptr<QLockFile> m_lock;
     QLocalServer *m_server = nullptr;
     QHash<QString, AsyncHandler> m_handlers;
+    std::chrono::milliseconds m_requestTimeout = kRequestTimeout;
 };

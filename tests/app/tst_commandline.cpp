@@ -3,6 +3,7 @@
 // the real rclone).
 #include "cli/CommandLine.h"
 #include "model/FolderStore.h"
+#include "platform/InstanceChannel.h"
 #include "support/TestFiles.h"
 
 #include <QJsonArray>
@@ -12,6 +13,8 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QLocalSocket>
+#include <QSysInfo>
 
 using Kind = CliCommand::Kind;
 
@@ -75,8 +78,12 @@ class TestCommandLine : public QObject
 
     Result nimbrell(const QStringList &arguments, int timeout = 30000) const
     {
+        return nimbrell(arguments, environment(), timeout);
+    }
+    Result nimbrell(const QStringList &arguments, const QProcessEnvironment &env, int timeout = 30000) const
+    {
         QProcess process;
-        process.setProcessEnvironment(environment());
+        process.setProcessEnvironment(env);
         process.start(m_program, arguments);
         [&] { QVERIFY2(process.waitForFinished(timeout), qPrintable(arguments.join(' '))); }();
         return {process.exitCode(), QString::fromUtf8(process.readAllStandardOutput()),
@@ -187,6 +194,11 @@ private Q_SLOTS:
         QVERIFY(maps.contains("libQt6Core"));
         QVERIFY2(!maps.contains("libQt6Gui") && !maps.contains("libQt6Quick") && !maps.contains("libQt6Qml"), "GUI libraries mapped");
 
+        // cron, su and services start commands without XDG_RUNTIME_DIR: they
+        // find the same instance, and never run as a second one.
+        QProcessEnvironment bare = environment();
+        bare.remove("XDG_RUNTIME_DIR");
+        QCOMPARE(nimbrell({"status", "--json"}, bare).json().value("instance")["pid"].toInteger(), service.processId());
         const QJsonArray folders = nimbrell({"status", "--json"}).json().value("folders").toArray();
         QCOMPARE(folders.size(), 3);
         QCOMPARE(folders.at(1)["name"].toString(), m_photos.name);
@@ -203,7 +215,7 @@ private Q_SLOTS:
         // and one without targets.
         writeFile(path("fake/bisync.1.sh"), "echo 'Transferred: 1 / 1, 100%'\nexit 0\n");
         writeFile(path("fake/bisync.2.sh"), "echo 'ERROR : backup:Photos: directory not found' >&2\nexit 1\n");
-        Result sync = nimbrell({"sync", "--wait", "Documents"});
+        Result sync = nimbrell({"sync", "--wait", "Documents"}, bare);
         QCOMPARE(sync.exitCode, 0);
         QVERIFY2(sync.out.endsWith("Documents: synced\n"), qPrintable(sync.out));
         sync = nimbrell({"sync", "--wait", "--", m_photos.name, "documents"});
@@ -249,6 +261,45 @@ private Q_SLOTS:
         QVERIFY(service.waitForFinished(10000));
         QCOMPARE(service.exitCode(), 0);
         QCOMPARE(nimbrell({"pause"}).exitCode, 3);
+    }
+
+    // The lock and the channel trust only what is the user's own: a lock
+    // whose process id went to another program after a crash is no
+    // instance, a runtime directory that is a link is not used, and a
+    // client that never finishes its request is dropped.
+    void instanceChannelGuards()
+    {
+        prepare(FAKE_RCLONE_PATH);
+        qputenv("HOME", QFile::encodeName(path("home")));
+        qputenv("XDG_CONFIG_HOME", QFile::encodeName(path("home/.config")));
+        qputenv("XDG_RUNTIME_DIR", QFile::encodeName(path("run")));
+        QVERIFY(QDir().mkpath(InstanceChannel::lockDirectory()));
+        // This test's own process id, written as a crashed Nimbrell's lock.
+        writeFile(InstanceChannel::lockPath(), QByteArray::number(QCoreApplication::applicationPid()) + "\nnimbrell\n"
+                      + QSysInfo::machineHostName().toUtf8() + "\n" + QSysInfo::machineUniqueId() + "\n"
+                      + QSysInfo::bootUniqueId() + "\n");
+        QVERIFY(!InstanceChannel::isHeld());
+        QVERIFY2(nimbrell({"status"}).out.contains("Nimbrell is not running."), "a reused process id taken for an instance");
+
+        InstanceChannel channel;
+        QVERIFY(channel.tryLock()); // taken over
+        QVERIFY(InstanceChannel::isHeld());
+        QVERIFY(QDir().mkpath(path("elsewhere")));
+        QVERIFY(QFile::link(path("elsewhere"), path("run/nimbrell")));
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Cannot listen in .*: it is not a directory of this user's alone"));
+        QVERIFY(!channel.listen());
+        QVERIFY(QFile::remove(path("run/nimbrell")));
+        channel.setRequestTimeout(std::chrono::milliseconds(200));
+        QVERIFY(channel.listen());
+
+        QLocalSocket client;
+        client.connectToServer(InstanceChannel::socketPath());
+        QVERIFY(client.waitForConnected(5000));
+        client.write("{\"nimbrell\": 1, \"comm"); // and nothing more
+        QTest::ignoreMessage(QtWarningMsg, "Dropping a client of the instance channel that sent no complete request");
+        QTRY_COMPARE(client.state(), QLocalSocket::UnconnectedState);
+        channel.release();
+        QVERIFY(!InstanceChannel::isHeld());
     }
 
     // No instance: status and list read the store, sync --wait runs the
