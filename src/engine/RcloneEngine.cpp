@@ -231,7 +231,7 @@ public:
             readOutput();
             if (m_output == Output::separate)
                 readError();
-            else if (!m_pending.isEmpty()) // a last line without a line break
+            if (!m_pending.isEmpty()) // a last line without a line break
                 emitLine(std::exchange(m_pending, {}));
             m_killTimer.stop();
             finish({m_cancelled ? Exit::How::cancelled : Exit::How::exited, code, {}});
@@ -266,6 +266,8 @@ public:
 
     QProcess *process() { return &m_process; }
     const QByteArray &standardOutput() const { return m_standardOutput; }
+    // More was printed than is kept: the output read is not all of it.
+    bool outputCut() const { return m_outputCut; }
     const QByteArray &standardError() const { return m_standardError; }
 
     void start()
@@ -306,7 +308,12 @@ private:
     void readOutput()
     {
         if (m_output == Output::separate) {
-            capture(m_standardOutput, m_process.readAllStandardOutput());
+            // Read line by line when someone listens (a listing of any
+            // size), kept whole otherwise.
+            if (onLine)
+                splitLines(m_process.readAllStandardOutput());
+            else
+                m_outputCut |= !capture(m_standardOutput, m_process.readAllStandardOutput());
             return;
         }
         if (m_outputFd < 0)
@@ -341,9 +348,12 @@ private:
 
     void readError() { capture(m_standardError, m_process.readAllStandardError()); }
 
-    static void capture(QByteArray &buffer, const QByteArray &chunk)
+    // False when some of it did not fit.
+    static bool capture(QByteArray &buffer, const QByteArray &chunk)
     {
-        buffer.append(chunk.first(qMin(chunk.size(), qMax<qsizetype>(0, kMaxCapturedBytes - buffer.size()))));
+        const qsizetype room = qMax<qsizetype>(0, kMaxCapturedBytes - buffer.size());
+        buffer.append(chunk.first(qMin(chunk.size(), room)));
+        return chunk.size() <= room;
     }
 
     void emitLine(QByteArray line)
@@ -366,6 +376,7 @@ private:
     QByteArray m_pending;
     bool m_cancelled = false;
     bool m_finished = false;
+    bool m_outputCut = false;
 };
 
 // run(arguments:): one short command, its standard output as the result.
@@ -373,12 +384,13 @@ class RunJob final : public RcloneJob
 {
 public:
     RunJob(const QString &rclone, const QStringList &arguments, const QObject *context,
-           RcloneEngine::Done<QString> done, QObject *parent)
+           RcloneEngine::Done<QString> done, QObject *parent, RcloneEngine::LineHandler onLine = {})
         : RcloneJob(parent)
         , m_rclone(rclone)
         , m_arguments(arguments)
         , m_receiver(context)
         , m_done(std::move(done))
+        , m_onLine(std::move(onLine))
     {
         QTimer::singleShot(0, this, &RunJob::begin);
     }
@@ -398,6 +410,12 @@ private:
         qCDebug(lcEngine, "Executing rclone with arguments: %s", qUtf8Printable(describeArguments(m_arguments)));
         m_child = new Child(m_rclone, m_arguments, Child::Output::separate, this);
         m_child->onExit = [this](const Child::Exit &exit) { finished(exit); };
+        if (m_onLine) {
+            m_child->onLine = [this](const QByteArray &line) {
+                if (!m_cancelled && m_receiver.isAlive())
+                    m_onLine(line);
+            };
+        }
         Q_EMIT processStarted(m_child->process());
         m_child->start();
     }
@@ -409,6 +427,13 @@ private:
             return deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")});
         if (exit.how == How::launchFailed)
             return deliver(RcloneError{RcloneError::Kind::launchFailed, 0, exit.launchError});
+        // Never a part of an answer as if it were all of it.
+        if (exit.code == 0 && m_child->outputCut()) {
+            const QString message = QStringLiteral("rclone's answer was larger than the %1 MiB read of it")
+                                        .arg(kMaxCapturedBytes / (1024 * 1024));
+            qCCritical(lcEngine, "%s", qUtf8Printable(message));
+            return deliver(RcloneError{RcloneError::Kind::badOutput, 0, message});
+        }
         if (exit.code == 0) {
             qCDebug(lcEngine, "rclone execution successful");
             return deliver(decodeUtf8OrEmpty(m_child->standardOutput()));
@@ -433,6 +458,7 @@ private:
     QStringList m_arguments;
     Receiver m_receiver;
     RcloneEngine::Done<QString> m_done;
+    RcloneEngine::LineHandler m_onLine;
     Child *m_child = nullptr;
     bool m_cancelled = false;
 };
@@ -726,6 +752,12 @@ Job *RcloneEngine::track(Job *job)
 RcloneJob *RcloneEngine::run(const QStringList &arguments, const QObject *context, Done<QString> done)
 {
     return track(new RunJob(m_rclonePath, arguments, context, std::move(done), this));
+}
+
+RcloneJob *RcloneEngine::runLines(const QStringList &arguments, const QObject *context, LineHandler onLine,
+                                  Done<QString> done)
+{
+    return track(new RunJob(m_rclonePath, arguments, context, std::move(done), this, std::move(onLine)));
 }
 
 RcloneJob *RcloneEngine::bisync(const BisyncRequest &request, const QObject *context, ProgressHandler onProgress,

@@ -66,8 +66,14 @@ public:
 
     const QString &rclonePath() const { return m_rclonePath; }
 
-    // Runs rclone with exactly these arguments; the result is its standard output.
+    // Runs rclone with exactly these arguments; the result is its standard
+    // output. An output too large to keep (8 MiB) is an error, never a part
+    // of it passed off as the whole.
     RcloneJob *run(const QStringList &arguments, const QObject *context, Done<QString> done);
+    // The same, with standard output handed over line by line as it comes,
+    // whatever its size; the result's value is then empty.
+    using LineHandler = std::function<void(const QByteArray &line)>;
+    RcloneJob *runLines(const QStringList &arguments, const QObject *context, LineHandler onLine, Done<QString> done);
 
     // bisync with one recovery, by a single retry, from a stale lock file or
     // from a state in which rclone demands --resync.

@@ -101,30 +101,30 @@ void RecentlyRemoved::list(const QUuid &folderId, const QObject *context, std::f
             done(*listing);
     };
     for (const RemoteTarget &target : folder->remoteTargets) {
-        m_engine.run(RemovedFiles::listArguments(target), this,
-                     [this, folderId, target, listing, settle](const RcloneResult<QString> &result) {
-                         const QString name = target.remoteName + u':' + target.remotePath;
-                         if (isAbsent(result))
-                             return settle();
-                         const auto files = result.ok() ? RemovedFiles::parseListing(target, result.value().toUtf8())
-                                                        : std::nullopt;
-                         if (!files) {
-                             listing->errors.append(
-                                 QStringLiteral("%1 could not be read: %2")
-                                     .arg(name, result.ok() ? QStringLiteral("unreadable listing")
-                                                            : result.errorDescription()));
-                             return settle();
-                         }
-                         // What the remote holds is pruned in time, also a run the
-                         // program did not see keep anything.
-                         QStringList runs;
-                         for (const File &file : *files)
-                             runs.append(file.run);
-                         runs.removeDuplicates();
-                         rememberRuns(folderId, target.id, runs);
-                         listing->files.append(*files);
-                         settle();
-                     });
+        auto reader = std::make_shared<RemovedFiles::ListingReader>(target);
+        m_engine.runLines(
+            RemovedFiles::listArguments(target), this, [reader](const QByteArray &line) { reader->addLine(line); },
+            [this, folderId, target, listing, settle, reader](const RcloneResult<QString> &result) {
+                const QString name = target.remoteName + u':' + target.remotePath;
+                if (isAbsent(result))
+                    return settle();
+                const auto files = result.ok() ? reader->files() : std::nullopt;
+                if (!files) {
+                    listing->errors.append(QStringLiteral("%1 could not be read: %2")
+                                               .arg(name, result.ok() ? QStringLiteral("rclone's listing was not whole")
+                                                                      : result.errorDescription()));
+                    return settle();
+                }
+                // What the remote holds is pruned in time, also a run the
+                // program did not see keep anything.
+                QStringList runs;
+                for (const File &file : *files)
+                    runs.append(file.run);
+                runs.removeDuplicates();
+                rememberRuns(folderId, target.id, runs);
+                listing->files.append(*files);
+                settle();
+            });
     }
     settle();
 }

@@ -7,7 +7,6 @@
 
 #include <QDir>
 #include <QDirIterator>
-#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QStandardPaths>
@@ -97,31 +96,49 @@ QStringList listArguments(const RemoteTarget &target)
             remoteDirectory(target)};
 }
 
-std::optional<QList<File>> parseListing(const RemoteTarget &target, const QByteArray &json)
+void ListingReader::addLine(QByteArrayView line)
 {
-    QJsonParseError error;
-    const QJsonDocument document = QJsonDocument::fromJson(json, &error);
-    if (error.error != QJsonParseError::NoError || !document.isArray())
-        return std::nullopt;
-    QList<File> files;
-    bool refused = false;
-    for (const QJsonValue &value : document.array()) {
-        const QString path = value[QLatin1String("Path")].toString();
-        const qsizetype slash = path.indexOf(u'/');
-        const std::optional<QDateTime> removed = runTime(path.left(slash));
-        if (slash <= 0 || !removed)
-            continue; // not a run's: left alone
-        // A name that leads out of the run's directory is no kept file.
-        if (!RelativePath::isSafe(path.mid(slash + 1))) {
-            if (!std::exchange(refused, true))
-                qCWarning(lcSyncManager, "Ignoring a kept file whose path leads elsewhere: %s",
-                          qUtf8Printable(Formatting::printable(path)));
-            continue;
-        }
-        files.append({target.id, path.left(slash), path.mid(slash + 1),
-                      qint64(value[QLatin1String("Size")].toDouble()), *removed});
+    line = line.trimmed();
+    if (m_bad || line.isEmpty())
+        return;
+    if (!m_started) {
+        m_started = line == "[";
+        m_bad = !m_started;
+        return;
     }
-    return files;
+    if (line == "]" || m_ended) {
+        m_bad = m_ended; // nothing may follow the end
+        m_ended = true;
+        return;
+    }
+    if (line.endsWith(','))
+        line.chop(1);
+    const QJsonDocument entry = QJsonDocument::fromJson(line.toByteArray());
+    if (!entry.isObject()) {
+        m_bad = true;
+        return;
+    }
+    const QString path = entry[QLatin1String("Path")].toString();
+    const qsizetype slash = path.indexOf(u'/');
+    const std::optional<QDateTime> removed = runTime(path.left(slash));
+    if (slash <= 0 || !removed)
+        return; // not a run's: left alone
+    // A name that leads out of the run's directory is no kept file.
+    if (!RelativePath::isSafe(path.mid(slash + 1))) {
+        if (!std::exchange(m_refused, true))
+            qCWarning(lcSyncManager, "Ignoring a kept file whose path leads elsewhere: %s",
+                      qUtf8Printable(Formatting::printable(path)));
+        return;
+    }
+    m_files.append({m_target.id, path.left(slash), path.mid(slash + 1), qint64(entry[QLatin1String("Size")].toDouble()),
+                    *removed});
+}
+
+std::optional<QList<File>> ListingReader::files() const
+{
+    if (m_bad || !m_ended)
+        return std::nullopt;
+    return m_files;
 }
 
 bool removeTree(const QString &path)

@@ -53,9 +53,26 @@ struct File
 // What this computer keeps of the folder, and where each file is.
 QList<File> listLocal(const QUuid &folderId);
 QString localFile(const QUuid &folderId, const File &file);
-// `rclone lsjson` of a target's hidden directory, and what it printed.
+// `rclone lsjson` of a target's hidden directory, and what it printed,
+// read a line at a time as it comes: "[", one object a line, "]". A listing
+// of any size is read so, its memory only that of the files it names.
 QStringList listArguments(const RemoteTarget &target);
-std::optional<QList<File>> parseListing(const RemoteTarget &target, const QByteArray &json);
+class ListingReader
+{
+public:
+    explicit ListingReader(const RemoteTarget &target) : m_target(target) {}
+    void addLine(QByteArrayView line);
+    // The kept files, or nothing when the listing was not whole and sound.
+    std::optional<QList<File>> files() const;
+
+private:
+    RemoteTarget m_target;
+    QList<File> m_files;
+    bool m_started = false;
+    bool m_ended = false;
+    bool m_bad = false;
+    bool m_refused = false;
+};
 
 // Removes a file or a directory tree without following any symbolic link,
 // not even `path` itself.

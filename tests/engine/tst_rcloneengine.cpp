@@ -503,6 +503,26 @@ private Q_SLOTS:
         QCOMPARE(remotes.value(), (QList<CloudRemote>{{"gdrive", "drive"}, {"work docs", "alias"}}));
     }
 
+    // An answer larger than what is kept is an error, never its first part
+    // passed off as all of it; read line by line, any size comes whole.
+    void largeAnswers()
+    {
+        m_fake->script("lsjson", "for i in $(seq 1 300000); do echo \"{\\\"Path\\\":\\\"dir/file number $i.txt\\\"},\"; done\n");
+        QTest::ignoreMessage(QtCriticalMsg, "rclone's answer was larger than the 8 MiB read of it");
+        const auto whole = resultOf<QString>([&](auto done) { m_engine->run({"lsjson"}, nullptr, done); });
+        QVERIFY(!whole.ok());
+        QCOMPARE(whole.error().kind, RcloneError::Kind::badOutput);
+
+        qsizetype lines = 0;
+        QByteArray last;
+        const auto streamed = resultOf<QString>([&](auto done) {
+            m_engine->runLines({"lsjson"}, nullptr, [&](const QByteArray &line) { ++lines, last = line; }, done);
+        });
+        QVERIFY(streamed.ok());
+        QCOMPARE(lines, 300000);
+        QCOMPARE(last, "{\"Path\":\"dir/file number 300000.txt\"},");
+    }
+
     void parseRemoteList_data()
     {
         QTest::addColumn<QString>("output");

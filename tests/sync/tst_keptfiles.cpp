@@ -71,16 +71,41 @@ private Q_SLOTS:
     void remoteListing()
     {
         const RemoteTarget target{QUuid::createUuid(), "backup", "Docs", true};
-        const QByteArray json = "[{\"Path\":\"2026-11-23T10-00-00/a.txt\",\"Size\":3},"
-                                "{\"Path\":\"2026-11-23T10-00-00/../../../.bashrc\",\"Size\":1},"
-                                "{\"Path\":\"2026-11-23T10-00-00//etc/passwd\",\"Size\":1},"
-                                "{\"Path\":\"2026-11-23T10-00-00/x\\n2026/11/22 y\",\"Size\":1},"
-                                "{\"Path\":\"not-a-run/b.txt\",\"Size\":1}]";
+        // As rclone prints it: a line each.
+        const QByteArrayList lines{"[",
+                                   "{\"Path\":\"2026-11-23T10-00-00/a.txt\",\"Size\":3},",
+                                   "{\"Path\":\"2026-11-23T10-00-00/../../../.bashrc\",\"Size\":1},",
+                                   "{\"Path\":\"2026-11-23T10-00-00//etc/passwd\",\"Size\":1},",
+                                   "{\"Path\":\"2026-11-23T10-00-00/x\\n2026/11/22 y\",\"Size\":1},",
+                                   "{\"Path\":\"not-a-run/b.txt\",\"Size\":1}",
+                                   "]"};
         QTest::ignoreMessage(QtWarningMsg, QRegularExpression("^Ignoring a kept file whose path leads elsewhere"));
-        const auto files = RemovedFiles::parseListing(target, json);
+        RemovedFiles::ListingReader reader(target);
+        for (const QByteArray &line : lines)
+            reader.addLine(line);
+        const auto files = reader.files();
         QVERIFY(files);
         QCOMPARE(files->size(), 1);
         QCOMPARE(files->first().path, "a.txt");
+    }
+
+    // A listing cut short (a killed rclone, a dropped line) is no listing.
+    void listingNotWhole_data()
+    {
+        QTest::addColumn<QByteArrayList>("lines");
+        const QByteArray entry = "{\"Path\":\"2026-11-23T10-00-00/a.txt\",\"Size\":3}";
+        QTest::newRow("no end") << QByteArrayList{"[", entry + ","};
+        QTest::newRow("a torn line") << QByteArrayList{"[", entry.left(20), "]"};
+        QTest::newRow("no start") << QByteArrayList{entry, "]"};
+        QTest::newRow("something after the end") << QByteArrayList{"[", "]", "["};
+    }
+    void listingNotWhole()
+    {
+        QFETCH(QByteArrayList, lines);
+        RemovedFiles::ListingReader reader({QUuid::createUuid(), "backup", "", true});
+        for (const QByteArray &line : lines)
+            reader.addLine(line);
+        QCOMPARE(reader.files(), std::nullopt);
     }
 
     // Pruning and emptying remove links as links, never what they point to.

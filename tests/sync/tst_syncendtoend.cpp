@@ -12,6 +12,7 @@
 #include "sync/RecentlyRemoved.h"
 #include "sync/SyncManager.h"
 
+#include <QElapsedTimer>
 #include <QSignalSpy>
 
 using namespace std::chrono_literals;
@@ -206,6 +207,42 @@ private Q_SLOTS:
         QVERIFY(!QFile::exists(remote + "/c.txt"));
         QCOMPARE(listed().first, QStringList());
         QVERIFY(!QFileInfo::exists(local + "/.nimbrell-removed"));
+    }
+
+    // Recently Removed of a remote that keeps 100,000 files: all listed,
+    // with the real rclone (its listing is far beyond what one answer holds).
+    void hundredThousandKeptFiles()
+    {
+        RcloneSandbox sandbox;
+        const QString remoteRoot = sandbox.makeDirectory("remote");
+        sandbox.addAlias("backup", remoteRoot);
+        const QString run = remoteRoot + "/Docs/.nimbrell-removed/2026-11-20T10-00-00";
+        for (int d = 0; d < 100; ++d) {
+            const QString directory = run + QStringLiteral("/folder %1").arg(d);
+            QVERIFY(QDir().mkpath(directory));
+            for (int f = 0; f < 1000; ++f)
+                QVERIFY(QFile(directory + QStringLiteral("/kept file %1.txt").arg(f)).open(QIODevice::WriteOnly));
+        }
+        MemorySettingsStore settings;
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents;
+        SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
+        SyncFolder folder;
+        folder.name = "Docs";
+        folder.localPath = sandbox.makeDirectory("Docs");
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", true}};
+        manager.addFolder(folder);
+        QElapsedTimer timer;
+        timer.start();
+        const auto listing = answer<RecentlyRemoved::Listing>(
+            [&](auto done) { manager.recentlyRemoved().list(folder.id, &manager, done); });
+        qInfo("Listed %lld kept files in %lld ms", static_cast<long long>(listing.files.size()),
+              static_cast<long long>(timer.elapsed()));
+        QCOMPARE(listing.errors, QStringList());
+        QCOMPARE(listing.files.size(), 100000);
+        QVERIFY(std::any_of(listing.files.begin(), listing.files.end(), [](const RemovedFiles::File &file) {
+            return file.path == "folder 99/kept file 999.txt";
+        }));
     }
 
     // More directories than watches: the folder syncs, the limit is logged
