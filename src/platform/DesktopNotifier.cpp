@@ -34,7 +34,9 @@ void DesktopNotifier::notify(const QString &summary, const QString &body, const 
     if (!m_bus.isConnected())
         return logOnce(QStringLiteral("no session bus"));
     QDBusMessage call = QDBusMessage::createMethodCall(kService, kPath, kInterface, QStringLiteral("Notify"));
-    call << QStringLiteral("Nimbrell") << 0u << kAppId << summary << body
+    // The body is markup to most servers: a file or folder name such as
+    // "<b>" or "a & b" is shown as it is, not read as a tag.
+    call << QStringLiteral("Nimbrell") << 0u << kAppId << summary << body.toHtmlEscaped()
          << QStringList{QStringLiteral("default"), QStringLiteral("Open")}
          << QVariantMap{{QStringLiteral("desktop-entry"), kAppId}} << -1;
     auto *watcher = new QDBusPendingCallWatcher(m_bus.asyncCall(call), this);

@@ -2,6 +2,7 @@
 
 #include <QSocketNotifier>
 
+#include <cerrno>
 #include <csignal>
 #include <fcntl.h>
 #include <unistd.h>
@@ -11,8 +12,12 @@ int s_pipe[2] = {-1, -1};
 
 void handleSignal(int signal)
 {
+    // The code the signal interrupted may be about to read errno; a full
+    // pipe (EAGAIN) must not change it under it.
+    const int savedErrno = errno;
     const unsigned char number = static_cast<unsigned char>(signal);
     [[maybe_unused]] const ssize_t written = ::write(s_pipe[1], &number, 1);
+    errno = savedErrno;
 }
 } // namespace
 

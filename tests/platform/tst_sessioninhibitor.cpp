@@ -1,5 +1,7 @@
-// The inhibitors against a fake portal and a fake logind on a private bus.
+// The inhibitors against a fake portal and a fake logind on a private bus,
+// and the quit signals that go with them.
 #include "platform/SessionInhibitor.h"
+#include "platform/UnixSignalNotifier.h"
 #include "support/PrivateBus.h"
 
 #include <QDBusArgument>
@@ -12,6 +14,8 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+
+#include <cerrno>
 
 #include <fcntl.h>
 #include <signal.h>
@@ -182,6 +186,22 @@ private Q_SLOTS:
         QTRY_COMPARE(sleep.size(), 2); // one sender's signals arrive in order
         QCOMPARE(sleep, (QList<QVariantList>{{true}, {false}}));
         QCOMPARE(shutdown, QList<QVariantList>{{false}});
+    }
+
+    // The quit signals that go with them: each reported once the event loop
+    // runs, and the interrupted code's errno left as it was, even when the
+    // signals come faster than they are read (the pipe full).
+    void quitSignalsKeepErrno()
+    {
+        UnixSignalNotifier notifier({SIGUSR2});
+        QSignalSpy received(&notifier, &UnixSignalNotifier::received);
+        for (int i = 0; i < 70000; ++i)
+            ::raise(SIGUSR2);
+        errno = EDOM;
+        ::raise(SIGUSR2);
+        QCOMPARE(errno, EDOM);
+        QTRY_VERIFY(received.size() >= 65536);
+        QCOMPARE(received.first().first().toInt(), SIGUSR2);
     }
 
     // Without a bus, then on one with neither service: a warning fails the test (init()).

@@ -116,6 +116,12 @@ private Q_SLOTS:
         const QStringList expected{"Docs: Stopped before deleting files", "Docs is back in sync",
                                    "1 file in Docs had conflicting changes"};
         QTRY_COMPARE(summaries(), expected);
+        // Names are shown as they are: the body is escaped markup, the summary plain text.
+        notifier.notify("<i>Docs</i> & more", "<b>x</b> & \"y\" <a href=\"file:///etc\">", "k");
+        QTRY_COMPARE(server.calls.size(), 4);
+        QCOMPARE(server.calls.last().value(3).toString(), "<i>Docs</i> & more");
+        QCOMPARE(server.calls.last().value(4).toString(),
+                 "&lt;b&gt;x&lt;/b&gt; &amp; &quot;y&quot; &lt;a href=&quot;file:///etc&quot;&gt;");
         const QVariantList &first = server.calls.first(); // app, id, icon, summary, body, actions, hints, timeout
         QCOMPARE(first.mid(0, 3), (QVariantList{"Nimbrell", 0u, "org.nimbrell.Nimbrell"}));
         QVERIFY2(first.value(4).toString().contains("6 of 10 files on gdrive:Docs"), qPrintable(first.value(4).toString()));
@@ -136,7 +142,7 @@ private Q_SLOTS:
         QVERIFY(manager.syncFolder(folder.id));
         QTRY_COMPARE(completed.size(), 6);
         QTest::qWait(200);
-        QCOMPARE(server.calls.size(), 3);
+        QCOMPARE(server.calls.size(), 4);
     }
 
     // The desktop's light or dark preference from the portal, read at
