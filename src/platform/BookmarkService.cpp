@@ -6,7 +6,9 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 
 namespace BookmarkService {
 namespace {
@@ -17,15 +19,22 @@ struct Identity
 {
     quint64 device = 0;
     quint64 inode = 0;
-    friend bool operator==(const Identity &, const Identity &) = default;
+    // When the directory was made ("seconds.nanoseconds"), where the file
+    // system keeps it: a file system reuses the inode numbers of deleted
+    // directories, so device and inode alone name a slot, not a directory.
+    QString birth;
+    bool sameSlot(const Identity &other) const { return device == other.device && inode == other.inode; }
 };
 
 std::optional<Identity> identityOf(const QByteArray &path)
 {
-    struct stat info;
-    if (::stat(path.constData(), &info) != 0)
+    struct statx info;
+    if (::statx(AT_FDCWD, path.constData(), 0, STATX_INO | STATX_BTIME, &info) != 0)
         return std::nullopt;
-    return Identity{quint64(info.st_dev), quint64(info.st_ino)};
+    Identity identity{::makedev(info.stx_dev_major, info.stx_dev_minor), info.stx_ino, {}};
+    if (info.stx_mask & STATX_BTIME)
+        identity.birth = QStringLiteral("%1.%2").arg(qint64(info.stx_btime.tv_sec)).arg(uint(info.stx_btime.tv_nsec), 9, 10, QChar(u'0'));
+    return identity;
 }
 
 } // namespace
@@ -37,9 +46,11 @@ std::optional<QByteArray> create(const QString &path)
     if (!identity)
         return std::nullopt;
     // Numbers as text: JSON numbers would lose the top bits of a 64-bit inode.
-    const QJsonObject object{{QStringLiteral("path"), absolute},
-                             {QStringLiteral("device"), QString::number(identity->device)},
-                             {QStringLiteral("inode"), QString::number(identity->inode)}};
+    QJsonObject object{{QStringLiteral("path"), absolute},
+                       {QStringLiteral("device"), QString::number(identity->device)},
+                       {QStringLiteral("inode"), QString::number(identity->inode)}};
+    if (!identity->birth.isEmpty())
+        object.insert(QStringLiteral("birth"), identity->birth);
     return kMagic + QJsonDocument(object).toJson(QJsonDocument::Compact);
 }
 
@@ -51,18 +62,27 @@ std::optional<Resolved> resolve(const QByteArray &bookmark)
     const QString path = object.value(QStringLiteral("path")).toString();
     bool deviceOk = false, inodeOk = false;
     const Identity recorded{object.value(QStringLiteral("device")).toString().toULongLong(&deviceOk),
-                            object.value(QStringLiteral("inode")).toString().toULongLong(&inodeOk)};
+                            object.value(QStringLiteral("inode")).toString().toULongLong(&inodeOk),
+                            object.value(QStringLiteral("birth")).toString()};
     if (path.isEmpty() || !deviceOk || !inodeOk)
         return std::nullopt;
 
-    if (identityOf(QFile::encodeName(path)) == recorded)
+    const std::optional<Identity> atPath = identityOf(QFile::encodeName(path));
+    if (atPath && atPath->sameSlot(recorded))
         return Resolved{path, false};
 
-    // Renamed in place: look for the same directory among its old siblings.
+    // Renamed in place: the same directory among its old siblings. Only a
+    // candidate born when the folder was is it: an inode number alone may
+    // have gone to a directory made since (a missing drive's folder would
+    // then be "found" in another one). Without a birth time to compare,
+    // the folder stays missing.
+    if (recorded.birth.isEmpty())
+        return std::nullopt;
     const QDir parent = QFileInfo(path).dir();
     for (const QString &name : parent.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks)) {
         const QString candidate = parent.filePath(name);
-        if (identityOf(QFile::encodeName(candidate)) == recorded)
+        const std::optional<Identity> found = identityOf(QFile::encodeName(candidate));
+        if (found && found->sameSlot(recorded) && found->birth == recorded.birth)
             return Resolved{candidate, true};
     }
     return std::nullopt;

@@ -1,6 +1,7 @@
 #include "platform/BookmarkService.h"
 
 #include <QDir>
+#include <QRegularExpression>
 #include <QTemporaryDir>
 #include <QTest>
 
@@ -36,6 +37,19 @@ private Q_SLOTS:
         // Gone altogether.
         QVERIFY(QDir(parent.filePath("Projects 2026")).removeRecursively());
         QCOMPARE(BookmarkService::resolve(*bookmark).has_value(), false);
+
+        // Another folder that holds the inode number the bookmarked one had
+        // (a file system reuses them) is not it: only a folder born when it
+        // was is, and a bookmark that does not know when stays unresolved.
+        QVERIFY(QDir().mkpath(parent.filePath("Made later")));
+        const QByteArray later = BookmarkService::create(parent.filePath("Made later")).value();
+        const QByteArray reused = QByteArray(later).replace("Made later", "Gone");
+        QCOMPARE(BookmarkService::resolve(reused)->path, parent.filePath("Made later")); // the same folder, renamed
+        const QRegularExpression birth("\"birth\":\"[0-9.]+\",?");
+        QVERIFY(QString::fromUtf8(reused).contains(birth));
+        const auto withBirth = [&](const QString &value) { return QString::fromUtf8(reused).replace(birth, value).toUtf8(); };
+        QCOMPARE(BookmarkService::resolve(withBirth("\"birth\":\"1.000000000\",")).has_value(), false);
+        QCOMPARE(BookmarkService::resolve(withBirth("")).has_value(), false);
 
         // Nothing to bookmark, or no bookmark of ours.
         QCOMPARE(BookmarkService::create("/nonexistent/folder"), std::nullopt);
