@@ -6,6 +6,7 @@
 #include "cli/CommandLine.h"
 #include "model/Formatting.h"
 #include "platform/InstallLayout.h"
+#include "platform/AppLogger.h"
 #include "platform/InstanceChannel.h"
 
 #include <QCoreApplication>
@@ -52,6 +53,7 @@ int main(int argc, char *argv[])
 {
     // A reader of ours that went away (`nimbrell status | head`) must not end the program.
     std::signal(SIGPIPE, SIG_IGN);
+    AppLogger::keepLogPrintable();
 
     QStringList arguments;
     for (int i = 1; i < argc; ++i)

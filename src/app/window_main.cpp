@@ -31,6 +31,7 @@ int main(int argc, char *argv[])
 {
     // A reader of ours that went away must not end the program.
     std::signal(SIGPIPE, SIG_IGN);
+    AppLogger::keepLogPrintable();
 
     // One Nimbrell per user and configuration: a start while another runs
     // hands over to it and leaves, before any window system work.

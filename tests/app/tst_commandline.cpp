@@ -331,6 +331,20 @@ private Q_SLOTS:
         const Result status = nimbrell({"status"});
         QVERIFY2(status.out.contains("Nimbrell is not running.") && status.out.contains("Failed"), qPrintable(status.out));
         QCOMPARE(stored().at(0).status, SyncStatus::error);
+
+        // A name with a terminal's escape sequences (a title change, OSC) is
+        // shown, never obeyed; --json keeps it as it is.
+        broken.name = "Evil\x1b]0;owned\x07\x1b[2J\u009b31m";
+        writeFile(path("home/.config/rclone/rclone_sync_folders.json"), FolderStore::encode({broken}).value());
+        for (const QStringList &arguments : {QStringList{"status"}, QStringList{"list"}, QStringList{"sync", "--wait"}}) {
+            const Result shown = nimbrell(arguments);
+            QVERIFY2(shown.out.contains("Evil\uFFFD]0;owned\uFFFD"), qPrintable(arguments.join(' ') + ": " + shown.out));
+            for (const QString &text : {shown.out, shown.err}) {
+                QVERIFY2(!text.contains(QChar(0x1b)) && !text.contains(QChar(0x07)) && !text.contains(QChar(0x9b)),
+                         qPrintable(arguments.join(' ')));
+            }
+        }
+        QCOMPARE(nimbrell({"list", "--json"}).json().value("folders")[0]["name"].toString(), broken.name);
     }
 };
 
