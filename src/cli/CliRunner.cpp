@@ -163,6 +163,8 @@ void printStatus(const QJsonObject &report)
     out(instance.isEmpty() ? QStringLiteral("Nimbrell is not running. %1\n").arg(automatic)
                            : QStringLiteral("Nimbrell is running %1 (pid %2). %3\n")
                                  .arg(how).arg(instance.value(QStringLiteral("pid")).toInteger()).arg(automatic));
+    if (const QString problem = report.value(QStringLiteral("storeProblem")).toString(); !problem.isEmpty())
+        out(problem + u'\n');
     const QJsonArray folders = report.value(QStringLiteral("folders")).toArray();
     if (folders.isEmpty())
         out(QStringLiteral("No sync folders.\n"));

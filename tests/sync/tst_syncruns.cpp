@@ -9,6 +9,7 @@
 #include "platform/MemorySettingsStore.h"
 #include "support/LogCapture.h"
 #include "support/TestFiles.h"
+#include "sync/ActivityLog.h"
 #include "sync/FolderPreferences.h"
 #include "sync/FolderWatcher.h"
 #include "sync/SyncManager.h"
@@ -243,14 +244,22 @@ private Q_SLOTS:
     // of a deleted folder, ending later, does not bring the folder back.
     void cancelOrDeleteDuringARun()
     {
-        m_fake->script("bisync", kHeldBisync);
+        // The first target deletes a file on the remote, which the folder keeps.
+        m_fake->script("bisync", "case \"$3\" in r0:*)\n"
+                                 "echo \"2026/11/23 04:26:21 INFO  : Synching Path1 \\\"$2/\\\" with Path2 \\\"$3/\\\"\"\n"
+                                 "echo \"2026/11/23 04:26:21 INFO  : - Path2    Queue delete                       - $3/old.txt\"\n"
+                                 "echo '2026/11/23 04:26:21 INFO  : old.txt: Deleted';; esac\n" + kHeldBisync);
         release("r0");
-        SyncManager manager(environment());
+        ActivityLog activity(m_home.filePath("activity.jsonl"));
+        SyncEnvironment withActivity = environment();
+        withActivity.activity = &activity;
+        SyncManager manager(withActivity);
         const SyncFolder folder = makeFolder("Docs", 3);
         SyncFolder gone = makeFolder("Gone", 1);
         gone.remoteTargets[0].remoteName = "g";
         manager.addFolder(folder);
         manager.addFolder(gone);
+        manager.setKeepsRemoved(folder.id, true);
         LogCapture log;
         manager.syncFolder(folder.id);
         manager.syncFolder(gone.id);
@@ -273,6 +282,12 @@ private Q_SLOTS:
         QCOMPARE(storedFolders(), QList<SyncFolder>{folder});
         QCOMPARE(log.count("Sync completed"), 0);
         QCOMPARE(log.count("Canceling sync for folder ID: " + uuidString(folder.id)), 1);
+        // What the stopped run did before it stopped is in its activity, and
+        // what it kept on the remote is pruned in time.
+        QTRY_COMPARE(activity.read().size(), 1);
+        QCOMPARE(activity.read().first().path, "old.txt");
+        QCOMPARE(activity.read().first().target, "r0:Docs");
+        QCOMPARE(FolderPreferences().keptRuns(folder.id, folder.remoteTargets[0].id).size(), 1);
     }
 
     // ---- one run per folder, a few folders at once ---------------------
