@@ -393,6 +393,15 @@ void shoot(const QString &appearance, bool withData)
     save(main, QStringLiteral("main-dashboard-on-battery") + suffix);
     app.syncManager()->setGlobalSyncEnabled(false);
     app.syncManager()->setConditions(false, false);
+    // A save that fails (a directory where the store goes): the banner says so.
+    const QString store = app.syncManager()->dataFilePath();
+    QFile::rename(store, store + QStringLiteral(".aside"));
+    QDir().mkpath(store);
+    app.syncManager()->updateFolder(app.syncManager()->folders().at(0));
+    save(main, QStringLiteral("main-dashboard-store-problem") + suffix);
+    QDir(store).removeRecursively();
+    QFile::rename(store + QStringLiteral(".aside"), store);
+    app.syncManager()->saveFolders();
     app.settings()->setLimitBandwidth(true);
     app.settings()->setUploadKiB(512);
     app.settings()->setDownloadKiB(4096);

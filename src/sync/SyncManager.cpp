@@ -202,9 +202,13 @@ void SyncManager::storeFolders()
 void SyncManager::writeStore()
 {
     // A store that could not be read is never written over: it may hold the
-    // only copy of the list. It is read again first.
-    if (!m_storeReadError.isEmpty() && !loadFolders())
-        return scheduleStoreRetry();
+    // only copy of the list. It is read again first, and once it reads, what
+    // is pending is written with what was read.
+    if (!m_storeReadError.isEmpty()) {
+        if (!loadFolders())
+            scheduleStoreRetry();
+        return;
+    }
     const std::optional<QByteArray> bytes = FolderStore::encode(m_folders);
     if (!bytes)
         return;
