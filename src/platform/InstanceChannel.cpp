@@ -53,7 +53,10 @@ InstanceChannel::InstanceChannel(QObject *parent)
 {
 }
 
-InstanceChannel::~InstanceChannel() = default;
+InstanceChannel::~InstanceChannel()
+{
+    release();
+}
 
 QString InstanceChannel::directory()
 {
@@ -175,7 +178,7 @@ bool InstanceChannel::listen()
     }
     QSaveFile address(addressPath());
     if (!address.open(QIODevice::WriteOnly) || address.write(QFile::encodeName(path) + '\n') < 0 || !address.flush()
-        || !address.commit())
+        || !address.setPermissions(QFileDevice::ReadOwner | QFileDevice::WriteOwner) || !address.commit())
         qCCritical(lcGeneral, "Cannot write %s: starts without XDG_RUNTIME_DIR will not find this instance",
                    qUtf8Printable(addressPath()));
     connect(m_server, &QLocalServer::newConnection, this, [this] {
