@@ -21,7 +21,7 @@ ProblemNotifier::ProblemNotifier(SyncManager &manager, SettingsStore &settings, 
     // The folder list could not be read or saved: once per problem.
     const auto storeProblem = [this](const QString &problem) {
         if (!problem.isEmpty() && isEnabled(m_settings))
-            m_notifier.notify(QStringLiteral("Folder list not saved"), problem, QString());
+            m_notifier.notify(QStringLiteral("Folder list needs attention"), problem, QString());
     };
     connect(&manager, &SyncManager::storeProblemChanged, this, storeProblem);
     storeProblem(manager.storeProblem());

@@ -3,12 +3,14 @@
 #include "sync/ActivityLog.h"
 #include "sync/BandwidthLimit.h"
 #include "sync/RecentlyRemoved.h"
+#include "sync/RemovedFiles.h"
 
 #include "engine/RcloneEngine.h"
 #include "model/FolderStore.h"
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
 #include "platform/PowerAndNetwork.h"
+#include "platform/PrivateFiles.h"
 #include "platform/SettingsStore.h"
 #include "sync/FolderWatcher.h"
 #include "sync/SyncRun.h"
@@ -314,6 +316,10 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
     auto *run = new SyncRun(m_engine, id, this);
     run->setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
     run->setKeepRemoved(keepsRemoved(id), hasKeptRemoved(id), m_clock());
+    // rclone makes the run directories of kept files with the umask's
+    // modes: the folder's own directory above them keeps others out.
+    if (keepsRemoved(id))
+        makePrivateDirectory(RemovedFiles::localDirectory(id));
     if (const std::optional<SyncFolder> folder = this->folder(id)) {
         QSet<QUuid> synced;
         for (const RemoteTarget &target : folder->remoteTargets) {

@@ -345,6 +345,14 @@ private Q_SLOTS:
             }
         }
         QCOMPARE(nimbrell({"list", "--json"}).json().value("folders")[0]["name"].toString(), broken.name);
+
+        // A store this version cannot use is said to be so, and left as it is.
+        const QByteArray newer = FolderStore::encode({broken}).value().replace("\"keepBoth\"", "\"askMe\"");
+        writeFile(path("home/.config/rclone/rclone_sync_folders.json"), newer);
+        const QJsonValue problem = nimbrell({"status", "--json"}).json().value("storeProblem");
+        QVERIFY2(problem.toString().contains("cannot be used"), qPrintable(problem.toString()));
+        QVERIFY(nimbrell({"status"}).out.contains("cannot be used"));
+        QCOMPARE(readFile(path("home/.config/rclone/rclone_sync_folders.json")), newer);
     }
 };
 

@@ -143,6 +143,17 @@ private Q_SLOTS:
         QTRY_COMPARE(completed.size(), 6);
         QTest::qWait(200);
         QCOMPARE(server.calls.size(), 4);
+
+        // A folder list this version cannot use is told once, at start.
+        m_settings.setBoolValue(ProblemNotifier::kShowNotificationsKey, true);
+        QFile store(manager.dataFilePath());
+        QVERIFY(store.open(QIODevice::WriteOnly | QIODevice::Truncate) && store.write("[{") == 2);
+        store.close();
+        SyncManager unusable({m_settings, engine, m_fileEvents});
+        ProblemNotifier told(unusable, m_settings, notifier);
+        QTRY_COMPARE(server.calls.size(), 5);
+        QCOMPARE(server.calls.last().value(3).toString(), "Folder list needs attention");
+        QVERIFY(server.calls.last().value(4).toString().contains("cannot be used"));
     }
 
     // The desktop's light or dark preference from the portal, read at

@@ -4,6 +4,7 @@
 #include "platform/MemorySettingsStore.h"
 #include "support/PrivateMounts.h"
 #include "support/TestFiles.h"
+#include "sync/ActivityLog.h"
 #include "sync/SyncManager.h"
 
 #include <QDir>
@@ -304,6 +305,48 @@ private Q_SLOTS:
         QTRY_COMPARE(FolderStore::decode(readFile(storePath())), QList<SyncFolder>{folder});
         QCOMPARE(manager.storeProblem(), QString());
         QCOMPARE(problems.count(), 2);
+    }
+
+    // A conflict is settled by its names, never by its place in a list that
+    // a finished run may have changed since it was shown: one no longer
+    // open is refused, and no other file is touched.
+    void conflictsAreSettledByName()
+    {
+        const QString local = m_home.filePath("Docs");
+        for (const char *file : {"a.txt", "a.txt.conflict1", "b.txt", "b.txt.conflict1"})
+            writeFile(local + "/" + file, file);
+        SyncFolder folder = makeFolder("Docs");
+        folder.localPath = local;
+        ActivityLog activity(m_home.filePath("activity.jsonl"));
+        const auto conflict = [&](const QString &path, int second) {
+            return ActivityRecord{folder.id, "remote0:Docs", QDateTime(QDate(2026, 11, 23), QTime(10, 0, second), Qt::UTC),
+                                  ActivityRecord::Kind::conflict, path, ChangeParser::Action::added, false,
+                                  path + ".conflict1", true};
+        };
+        QVERIFY(activity.append({conflict("a.txt", 0), conflict("b.txt", 1)}));
+        SyncEnvironment withActivity = environment();
+        withActivity.activity = &activity;
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(".local/share"))); // the trash
+        SyncManager manager(withActivity);
+        manager.addFolder(folder);
+        manager.recheckConflicts(folder.id);
+        QCOMPARE(manager.openConflicts(folder.id).size(), 2);
+        const auto settle = [&](const QString &original, const QString &renamed) {
+            QString said = "no answer";
+            manager.settleConflict(folder.id, {original, renamed}, ConflictCopies::Choice::keepOriginal, &manager,
+                                   [&said](const QString &error) { said = error; });
+            return said;
+        };
+        // b is settled outside meanwhile: a click meant for it is refused,
+        // and a's copies stay as they are.
+        QVERIFY(QFile::remove(local + "/b.txt.conflict1"));
+        QCOMPARE(settle("b.txt", "b.txt.conflict1"), "This conflict is no longer open.");
+        QCOMPARE(settle("a.txt", "b.txt.conflict1"), "This conflict is no longer open.");
+        QVERIFY(QFileInfo::exists(local + "/a.txt.conflict1"));
+        QCOMPARE(settle("a.txt", "a.txt.conflict1"), QString());
+        QVERIFY(!QFileInfo::exists(local + "/a.txt.conflict1"));
+        QCOMPARE(readFile(local + "/a.txt"), "a.txt");
+        QVERIFY(manager.openConflicts(folder.id).isEmpty());
     }
 
     void deleteRemovesTheFolderOnly()

@@ -12,6 +12,7 @@
 #include "sync/ActivityLog.h"
 #include "sync/FolderPreferences.h"
 #include "sync/FolderWatcher.h"
+#include "sync/RemovedFiles.h"
 #include "sync/SyncManager.h"
 
 #include <QSignalSpy>
@@ -288,6 +289,17 @@ private Q_SLOTS:
         QCOMPARE(activity.read().first().path, "old.txt");
         QCOMPARE(activity.read().first().target, "r0:Docs");
         QCOMPARE(FolderPreferences().keptRuns(folder.id, folder.remoteTargets[0].id).size(), 1);
+
+        // What the program writes about the user's files is theirs alone.
+        const auto mode = [](const QString &path) { return int(QFile::permissions(path) & QFileDevice::Permissions(0x7077)); };
+        const int privateFile = QFileDevice::ReadOwner | QFileDevice::WriteOwner;
+        const int privateDirectory = privateFile | QFileDevice::ExeOwner;
+        QCOMPARE(mode(activity.path()), privateFile);
+        QCOMPARE(mode(storePath()), privateFile);
+        QCOMPARE(mode(FolderPreferences::defaultPath()), privateFile);
+        QCOMPARE(mode(QFileInfo(FolderPreferences::defaultPath()).path()), privateDirectory);
+        QCOMPARE(mode(RcloneEngine::workDirectory()), privateDirectory);
+        QCOMPARE(mode(RemovedFiles::localDirectory(folder.id)), privateDirectory);
     }
 
     // ---- one run per folder, a few folders at once ---------------------

@@ -8,6 +8,7 @@
 #include "platform/MemorySettingsStore.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
+#include "sync/RemovedFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/AddRemoteController.h"
 #include "ui/NimbrellApp.h"
@@ -117,6 +118,20 @@ private Q_SLOTS:
         QVERIFY(pid > 0);
         pane.reset();
         QTRY_VERIFY(::kill(pid_t(pid), 0) != 0);
+    }
+
+    // Deleting a folder leaves the files its runs kept here: the
+    // confirmation says where, and says nothing more for a folder without.
+    void deleteConfirmationSaysWhereKeptFilesStay()
+    {
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(".local/share")));
+        const QString id = QUuid::createUuid().toString(QUuid::WithoutBraces);
+        const QString plain = "This sync folder and its configuration will be permanently removed.";
+        QCOMPARE(m_app->deleteMessage(id), plain);
+        const QString kept = RemovedFiles::localDirectory(QUuid::fromString(id));
+        writeFile(kept + "/2026-11-23T10-00-00/a.txt", "a");
+        QCOMPARE(m_app->deleteMessage(id), plain + "\n\nThe files kept from it stay in " + kept
+                                               + "; delete them there when they are no longer needed.");
     }
 
     void addFlow_data()
