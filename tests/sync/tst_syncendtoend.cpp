@@ -90,6 +90,56 @@ private Q_SLOTS:
         QVERIFY(activity.read().isEmpty());
     }
 
+    // With the real rclone: a crash mid-bisync leaves a stale lock and lost
+    // listings; the folder is an unmounted drive's empty mount point now.
+    // Neither that run nor the next fills it from the remote, and nothing on
+    // the remote is touched.
+    void crashThenEmptyMountPoint()
+    {
+        RcloneSandbox sandbox;
+        const QString remote = sandbox.makeDirectory("remote");
+        sandbox.addAlias("backup", remote);
+        const QString local = sandbox.makeDirectory("mnt/drive");
+        for (const char *name : {"a.txt", "b.txt", "sub/c.txt"})
+            writeFile(local + "/" + name, name);
+        MemorySettingsStore settings;
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents;
+        SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
+        SyncFolder folder;
+        folder.name = "Drive";
+        folder.localPath = local;
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Drive", false}};
+        manager.addFolder(folder);
+        const auto synced = [&] {
+            QSignalSpy completed(&manager, &SyncManager::runCompleted);
+            QVERIFY(manager.syncFolder(folder.id));
+            QVERIFY(completed.wait(60000));
+        };
+        synced();
+        QCOMPARE(manager.folders()[0].lastError, std::nullopt);
+
+        // The crash: listings gone, the lock of a process that is no more.
+        QDir work(RcloneEngine::workDirectory());
+        const QStringList listings = work.entryList({"*.path1.lst"});
+        QCOMPARE(listings.size(), 1);
+        const QString session = listings.first().chopped(QStringLiteral(".path1.lst").size());
+        for (const QString &name : work.entryList({"*.lst*"}, QDir::Files))
+            QVERIFY(work.remove(name));
+        writeFile(work.filePath(session + ".lck"), R"({"Session":")" + session.toUtf8() + R"(","PID":"999999999"})");
+        QVERIFY(QDir(local).removeRecursively() && QDir().mkpath(local)); // unmounted: empty
+
+        for (int run = 0; run < 2; ++run) {
+            synced();
+            QVERIFY(manager.folders()[0].lastError.has_value());
+            QCOMPARE(manager.problems(folder.id).value(0).kind, SyncProblem::Kind::emptySide);
+            QVERIFY(QDir(local).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden));
+            QCOMPARE(readFile(remote + "/Drive/sub/c.txt"), "sub/c.txt");
+            QCOMPARE(readFile(remote + "/Drive/a.txt"), "a.txt");
+        }
+        QVERIFY(!QFileInfo::exists(work.filePath(session + ".lck")));
+    }
+
     // "Keep removed and replaced files", for a target inside a remote and one
     // at a remote's root: a file deleted here and one overwritten there are
     // kept on the side they were removed from, come back from there, and the
