@@ -1,5 +1,6 @@
 // The engine against the real rclone: local, alias and WebDAV remotes in a
 // private HOME and rclone configuration.
+#include "engine/BackendCatalog.h"
 #include "engine/RcloneEngine.h"
 #include "sync/BandwidthLimit.h"
 #include "engine/RcloneJob.h"
@@ -95,6 +96,56 @@ private Q_SLOTS:
         rclone.start(RcloneSandbox::rclone(), {"version", "--bwlimit", text});
         QVERIFY(rclone.waitForFinished());
         QCOMPARE(BandwidthLimit::scheduleError(text).isEmpty(), rclone.exitCode() == 0);
+    }
+
+    // What the installed rclone says each backend takes, read as a form:
+    // required settings first, advanced ones last, passwords as such, and
+    // S3's options and examples only those of the chosen provider.
+    void backendsFromRcloneItself()
+    {
+        RcloneSandbox sandbox;
+        RcloneEngine engine(RcloneSandbox::rclone());
+        const auto json = resultOf<QString>([&](auto done) { engine.run({"config", "providers"}, nullptr, done); });
+        const auto backends = BackendCatalog::parse(json.value().toUtf8());
+        QVERIFY(backends && backends->size() >= 50);
+        const auto backend = [&](const QString &name) {
+            const auto found = std::find_if(backends->begin(), backends->end(),
+                                            [&](const BackendCatalog::Backend &b) { return b.name == name; });
+            return found == backends->end() ? BackendCatalog::Backend() : *found;
+        };
+        const auto names = [](const QList<BackendCatalog::Option> &options) {
+            QStringList names;
+            for (const BackendCatalog::Option &option : options)
+                names.append(option.name);
+            return names;
+        };
+
+        const BackendCatalog::Backend webdav = backend("webdav");
+        const QList<BackendCatalog::Option> form = BackendCatalog::formOptions(webdav, {});
+        QCOMPARE(form.value(0).name, "url");
+        QVERIFY(form.value(0).required);
+        const qsizetype firstAdvanced = std::find_if(form.begin(), form.end(), [](const auto &o) { return o.advanced; }) - form.begin();
+        QVERIFY(firstAdvanced > 1 && std::all_of(form.begin() + firstAdvanced, form.end(), [](const auto &o) { return o.advanced; }));
+        const auto pass = std::find_if(form.begin(), form.end(), [](const auto &o) { return o.name == "pass"; });
+        QVERIFY(pass != form.end() && pass->isPassword && !pass->advanced);
+        QCOMPARE(names(BackendCatalog::missing(webdav, {}, {})), QStringList{"url"});
+        QVERIFY(BackendCatalog::missing(webdav, {}, {{"url", "http://127.0.0.1:8080/"}}).isEmpty());
+        QCOMPARE(names(BackendCatalog::missing(backend("crypt"), {}, {{"remote", "local:/x"}})), QStringList{"password"});
+
+        const BackendCatalog::Backend s3 = backend("s3");
+        QVERIFY(names(BackendCatalog::formOptions(s3, "AWS")).contains("requester_pays"));
+        QVERIFY(!names(BackendCatalog::formOptions(s3, "Minio")).contains("requester_pays"));
+        const auto regions = [&](const QString &provider) {
+            const QList<BackendCatalog::Option> options = BackendCatalog::formOptions(s3, provider);
+            const auto region = std::find_if(options.begin(), options.end(), [](const auto &o) { return o.name == "region"; });
+            QStringList values;
+            for (const BackendCatalog::Example &example : region == options.end() ? QList<BackendCatalog::Example>() : region->examples)
+                values.append(example.value);
+            return values;
+        };
+        QVERIFY(regions("AWS").contains("us-east-2"));
+        QVERIFY(!regions("Minio").contains("us-east-2"));
+        QVERIFY(BackendCatalog::appliesTo("!AWS", "Minio") && !BackendCatalog::appliesTo("!AWS", "AWS"));
     }
 
     void remoteCommands()
