@@ -1,7 +1,6 @@
 #include "cli/SyncFollower.h"
 
 #include "model/Formatting.h"
-
 #include "model/UuidString.h"
 
 #include <QJsonArray>

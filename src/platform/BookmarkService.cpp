@@ -88,4 +88,13 @@ std::optional<Resolved> resolve(const QByteArray &bookmark)
     return std::nullopt;
 }
 
+QString currentPath(const QString &path, const std::optional<QByteArray> &bookmark)
+{
+    if (bookmark) {
+        if (const std::optional<Resolved> resolved = resolve(*bookmark))
+            return resolved->path;
+    }
+    return path;
+}
+
 } // namespace BookmarkService

@@ -24,4 +24,8 @@ std::optional<QByteArray> create(const QString &path);
 // folder renamed in place), marked stale; otherwise nothing.
 std::optional<Resolved> resolve(const QByteArray &bookmark);
 
+// Where a folder chosen at `path` is now: where its bookmark finds it, or
+// `path` as stored when it has none or it cannot.
+QString currentPath(const QString &path, const std::optional<QByteArray> &bookmark);
+
 } // namespace BookmarkService

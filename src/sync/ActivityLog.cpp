@@ -1,8 +1,8 @@
 #include "sync/ActivityLog.h"
 
 #include "model/RelativePath.h"
-#include "platform/PrivateFiles.h"
 #include "model/UuidString.h"
+#include "platform/PrivateFiles.h"
 
 #include <QDir>
 #include <QFile>

@@ -155,11 +155,7 @@ void RecentlyRemoved::restoreHere(const SyncFolder &folder, const File &file, bo
 {
     // Into the folder as it is now: never one made anew here, which the next
     // run would fill from the remote (an unmounted drive's mount point).
-    QString root = folder.localPath;
-    if (folder.localPathBookmarkData) {
-        if (const auto resolved = BookmarkService::resolve(*folder.localPathBookmarkData))
-            root = resolved->path;
-    }
+    const QString root = BookmarkService::currentPath(folder.localPath, folder.localPathBookmarkData);
     if (!QFileInfo(root).isDir())
         return done(Outcome::failed, QStringLiteral("Local folder not found: ") + root);
     const std::optional<QString> inFolder = RelativePath::inside(root, file.path);

@@ -71,13 +71,8 @@ SyncManager::SyncManager(const SyncEnvironment &environment, QObject *parent)
     // failed made again, until they work.
     m_storeRetry.setSingleShot(true);
     m_storeRetry.setInterval(m_timings.storeRetry);
-    connect(&m_storeRetry, &QTimer::timeout, this, [this] {
-        if (!m_storeReadError.isEmpty() && !loadFolders())
-            return scheduleStoreRetry();
-        saveFolders();
-    });
-    if (!loadFolders())
-        scheduleStoreRetry();
+    connect(&m_storeRetry, &QTimer::timeout, this, [this] { m_storeUnread ? readStoreAgain() : saveFolders(); });
+    readStoreAgain();
     updateWatchers();
     for (const SyncFolder &folder : std::as_const(m_folders))
         recheckConflicts(folder.id);
@@ -206,11 +201,8 @@ void SyncManager::writeStore()
     // A store that could not be read is never written over: it may hold the
     // only copy of the list. It is read again first, and once it reads, what
     // is pending is written with what was read.
-    if (!m_storeReadError.isEmpty()) {
-        if (!loadFolders())
-            scheduleStoreRetry();
-        return;
-    }
+    if (m_storeUnread)
+        return readStoreAgain();
     const std::optional<QByteArray> bytes = FolderStore::encode(m_folders);
     if (!bytes)
         return;
@@ -231,6 +223,12 @@ void SyncManager::writeStore()
     }
     m_storePending = false;
     setStoreProblem({});
+}
+
+void SyncManager::readStoreAgain()
+{
+    if (!loadFolders())
+        scheduleStoreRetry();
 }
 
 void SyncManager::storeFailed(const QString &why)
@@ -768,7 +766,7 @@ bool SyncManager::loadFolders()
                                     .arg(m_dataFilePath, file.errorString());
         if (problem != m_storeProblem)
             qCCritical(lcSyncManager, "%s", qUtf8Printable(problem));
-        m_storeReadError = file.errorString();
+        m_storeUnread = true;
         setStoreProblem(problem);
         return false;
     }
@@ -796,8 +794,7 @@ bool SyncManager::loadFolders()
 
 bool SyncManager::storeRead(const QList<SyncFolder> &stored)
 {
-    const bool wasUnread = !m_storeReadError.isEmpty();
-    m_storeReadError.clear();
+    const bool wasUnread = std::exchange(m_storeUnread, false);
     if (wasUnread) {
         qCInfo(lcSyncManager, "The folder list can be read again");
         setStoreProblem({});

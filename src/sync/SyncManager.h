@@ -218,6 +218,8 @@ private:
 
     // Reads the store; false while it cannot be read.
     bool loadFolders();
+    // Reads it again, and once more later while it cannot be read.
+    void readStoreAgain();
     bool storeRead(const QList<SyncFolder> &stored);
     bool setAsideUndecodableStore(QString *failure);
     // A change to save: written now, or as soon as the store can be written.
@@ -285,8 +287,8 @@ private:
     // The store on disk could not be decoded; it is set aside before the
     // first save replaces it.
     bool m_hasUndecodableStore = false;
-    // Why the store could not be read; while set, it is never written.
-    QString m_storeReadError;
+    // The store could not be read: until it is, it is never written.
+    bool m_storeUnread = false;
     bool m_storePending = false; // a change not yet on disk
     QString m_storeProblem;
     QTimer m_storeRetry;

@@ -17,14 +17,9 @@ SyncRun::SyncRun(RcloneEngine &engine, const QUuid &folderId, QObject *parent)
 void SyncRun::start(const SyncFolder &folder)
 {
     m_folder = folder;
-    m_localPath = folder.localPath;
+    // The bookmark finds the folder again after a rename in place.
+    m_localPath = BookmarkService::currentPath(folder.localPath, folder.localPathBookmarkData);
     m_state = State::running;
-    // The bookmark finds the folder again after a rename in place; when it
-    // cannot, the path as stored is used.
-    if (m_folder.localPathBookmarkData) {
-        if (const auto resolved = BookmarkService::resolve(*m_folder.localPathBookmarkData))
-            m_localPath = resolved->path;
-    }
     Q_EMIT waitingChanged();
     nextTarget();
 }

@@ -4,9 +4,20 @@
 #include "ui/RemoteListModel.h"
 
 #include <QColor>
+#include <QVariantMap>
 
 #include <algorithm>
-#include <QVariantMap>
+
+namespace {
+// The refusal of a name that is already a remote's, or "". Names are
+// case-sensitive in rclone's configuration.
+QString existingNameRefusal(const QList<CloudRemote> &remotes, const QString &name)
+{
+    const bool taken = std::any_of(remotes.begin(), remotes.end(),
+                                   [&name](const CloudRemote &remote) { return remote.name == name; });
+    return taken ? QStringLiteral("A remote named “%1” already exists.").arg(name) : QString();
+}
+} // namespace
 
 AddRemoteController::AddRemoteController(QObject *parent)
     : QObject(parent)
@@ -138,14 +149,6 @@ void AddRemoteController::submit()
             return self->fail(refusal);
         self->create(name);
     });
-}
-
-QString AddRemoteController::existingNameRefusal(const QList<CloudRemote> &remotes, const QString &name)
-{
-    // Names are case-sensitive in rclone's configuration.
-    const bool taken = std::any_of(remotes.begin(), remotes.end(),
-                                   [&name](const CloudRemote &remote) { return remote.name == name; });
-    return taken ? QStringLiteral("A remote named “%1” already exists.").arg(name) : QString();
 }
 
 void AddRemoteController::create(const QString &name)

@@ -1,7 +1,6 @@
 #pragma once
 
 #include "engine/RcloneJob.h"
-#include "model/CloudRemote.h"
 #include "ui/NimbrellApp.h"
 
 #include <QObject>
@@ -44,9 +43,6 @@ public:
     QString buttonText() const;
     bool isCleaningUp() const { return m_isCleaningUp; }
     bool canSubmit() const { return !m_name.isEmpty() && !isConfiguring() && !m_isCleaningUp; }
-
-    // The refusal of a name that is already a remote's, or "".
-    static QString existingNameRefusal(const QList<CloudRemote> &remotes, const QString &name);
 
     // [{label, type, color}] in display order.
     static QVariantList providers();

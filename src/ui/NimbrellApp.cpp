@@ -1,7 +1,5 @@
 #include "ui/NimbrellApp.h"
 
-#include "sync/RemovedFiles.h"
-
 #include "engine/RcloneEngine.h"
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
@@ -9,6 +7,7 @@
 #include "platform/FileManager.h"
 #include "platform/PowerAndNetwork.h"
 #include "sync/ProblemNotifier.h"
+#include "sync/RemovedFiles.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncService.h"
 #include "ui/AppTheme.h"

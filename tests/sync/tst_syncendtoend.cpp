@@ -28,6 +28,16 @@ T answer(const std::function<void(std::function<void(const T &)>)> &call)
     return value.value_or(T());
 }
 
+// A folder with one target, "backup:<name>".
+SyncFolder backedUp(const QString &name, const QString &localPath, bool hasResynced)
+{
+    SyncFolder folder;
+    folder.name = name;
+    folder.localPath = localPath;
+    folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", name, hasResynced}};
+    return folder;
+}
+
 class TestSyncEndToEnd : public QObject
 {
     Q_OBJECT
@@ -106,10 +116,7 @@ private Q_SLOTS:
         RcloneEngine engine(RcloneSandbox::rclone());
         InotifyFileEventService fileEvents;
         SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
-        SyncFolder folder;
-        folder.name = "Drive";
-        folder.localPath = local;
-        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Drive", false}};
+        const SyncFolder folder = backedUp("Drive", local, false);
         manager.addFolder(folder);
         const auto synced = [&] {
             QSignalSpy completed(&manager, &SyncManager::runCompleted);
@@ -279,10 +286,7 @@ private Q_SLOTS:
         RcloneEngine engine(RcloneSandbox::rclone());
         InotifyFileEventService fileEvents;
         SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
-        SyncFolder folder;
-        folder.name = "Docs";
-        folder.localPath = sandbox.makeDirectory("Docs");
-        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", true}};
+        const SyncFolder folder = backedUp("Docs", sandbox.makeDirectory("Docs"), true);
         manager.addFolder(folder);
         QElapsedTimer timer;
         timer.start();

@@ -326,7 +326,9 @@ private Q_SLOTS:
         QVERIFY(activity.append({conflict("a.txt", 0), conflict("b.txt", 1)}));
         SyncEnvironment withActivity = environment();
         withActivity.activity = &activity;
-        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(".local/share"))); // the trash
+        // The trash: Qt takes it there only once the directory exists.
+        QVERIFY(QDir().mkpath(m_home.filePath(".local/share")));
+        qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(".local/share")));
         SyncManager manager(withActivity);
         manager.addFolder(folder);
         manager.recheckConflicts(folder.id);
@@ -345,6 +347,7 @@ private Q_SLOTS:
         QVERIFY(QFileInfo::exists(local + "/a.txt.conflict1"));
         QCOMPARE(settle("a.txt", "a.txt.conflict1"), QString());
         QVERIFY(!QFileInfo::exists(local + "/a.txt.conflict1"));
+        QCOMPARE(readFile(m_home.filePath(".local/share/Trash/files/a.txt.conflict1")), "a.txt.conflict1");
         QCOMPARE(readFile(local + "/a.txt"), "a.txt");
         QVERIFY(manager.openConflicts(folder.id).isEmpty());
     }
