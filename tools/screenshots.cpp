@@ -104,7 +104,8 @@ void writeFixture(const QString &root)
     QDir().mkpath(home + QStringLiteral("/.config/rclone"));
     QFile config(root + QStringLiteral("/rclone.conf"));
     if (config.open(QIODevice::WriteOnly)) {
-        config.write("[gdrive]\ntype = drive\n\n[Work Dropbox]\ntype = dropbox\n\n[team-dav]\ntype = webdav\nurl = http://127.0.0.1:9/\n\n"
+        config.write("[gdrive]\ntype = drive\n\n[Work Dropbox]\ntype = dropbox\n\n[team-dav]\ntype = webdav\nurl = http://127.0.0.1:9/\nvendor = nextcloud\nuser = ann\npass = "
+                     "ZdEm3BsxN0q0c4Fdl1c_pZQz\n\n"
                      "[archive]\ntype = s3\n\n[backblaze]\ntype = b2\n\n[nas]\ntype = sftp\n\n[onedrive]\ntype = onedrive\n\n"
                      "[scratch]\ntype = local\n");
     }
@@ -368,6 +369,40 @@ void shoot(const QString &appearance, bool withData)
         save(main, QStringLiteral("add-remote-waiting-for-browser") + suffix);
     }
     invoke(main, "addRemoteSheet", "close"); // stops the sign-in and removes "My Drive" again
+    invoke(main, "contentView", "openAddRemote");
+    if (QObject *sheet = main->findChild<QObject *>(QStringLiteral("addRemoteController"))) {
+        const auto formOf = [sheet] { return sheet->property("form").value<QObject *>(); };
+        QMetaObject::invokeMethod(sheet, "chooseOther");
+        waitFor([sheet] { return !sheet->property("catalogLoading").toBool(); });
+        save(main, QStringLiteral("add-remote-backends") + suffix);
+        sheet->setProperty("backendSearch", QStringLiteral("cloud"));
+        save(main, QStringLiteral("add-remote-backends-search") + suffix);
+        sheet->setProperty("name", QStringLiteral("minio"));
+        sheet->setProperty("type", QStringLiteral("s3"));
+        waitFor([&] { return formOf()->property("backend").toString() == u"s3"; });
+        QMetaObject::invokeMethod(formOf(), "setValue", Q_ARG(QString, QStringLiteral("provider")), Q_ARG(QString, QStringLiteral("Minio")));
+        save(main, QStringLiteral("add-remote-s3") + suffix);
+        sheet->setProperty("name", QStringLiteral("nas-dav"));
+        sheet->setProperty("type", QStringLiteral("webdav"));
+        waitFor([&] { return formOf()->property("backend").toString() == u"webdav"; });
+        save(main, QStringLiteral("add-remote-webdav") + suffix);
+        // Nothing listens on port 9: the test fails, and the remote waits for a decision.
+        QMetaObject::invokeMethod(formOf(), "setValue", Q_ARG(QString, QStringLiteral("url")), Q_ARG(QString, QStringLiteral("http://127.0.0.1:9/dav")));
+        QMetaObject::invokeMethod(formOf(), "setValue", Q_ARG(QString, QStringLiteral("user")), Q_ARG(QString, QStringLiteral("ann")));
+        QMetaObject::invokeMethod(formOf(), "setValue", Q_ARG(QString, QStringLiteral("pass")), Q_ARG(QString, QStringLiteral("secret")));
+        QMetaObject::invokeMethod(sheet, "submit");
+        waitFor([sheet] { return sheet->property("testFailed").toBool(); });
+        save(main, QStringLiteral("add-remote-test-failed") + suffix);
+    }
+    invoke(main, "addRemoteSheet", "close"); // removes "nas-dav" again
+    app.navigation()->showRemote(QStringLiteral("team-dav"));
+    wait(100);
+    invoke(main, "editRemoteSettings", "clicked");
+    if (QObject *edit = main->findChild<QObject *>(QStringLiteral("editRemoteController"))) {
+        waitFor([edit] { return edit->property("state").toInt() != 0; });
+        save(main, QStringLiteral("remote-edit-settings") + suffix);
+    }
+    invoke(main, "editRemoteSheet", "close");
 
     app.navigation()->showRemote(QStringLiteral("scratch"));
     waitForRemotePane(main);

@@ -24,6 +24,19 @@ bool flag(const QJsonObject &object, const char *key)
 
 } // namespace
 
+Option parseOption(const QJsonObject &option)
+{
+    Option parsed{text(option, "Name"),       text(option, "Help"),     text(option, "DefaultStr"),
+                  text(option, "Type"),       {},                       flag(option, "Required"),
+                  flag(option, "IsPassword"), flag(option, "Advanced"), flag(option, "Exclusive"),
+                  text(option, "Provider")};
+    for (const QJsonValue &example : option.value(QLatin1String("Examples")).toArray()) {
+        const QJsonObject e = example.toObject();
+        parsed.examples.append({text(e, "Value"), text(e, "Help"), text(e, "Provider")});
+    }
+    return parsed;
+}
+
 std::optional<QList<Backend>> parse(const QByteArray &json)
 {
     const QJsonDocument document = QJsonDocument::fromJson(json);
@@ -41,14 +54,7 @@ std::optional<QList<Backend>> parse(const QByteArray &json)
             const QJsonObject option = value.toObject();
             if (option.value(QLatin1String("Hide")).toInt() & kHiddenFromConfigurator)
                 continue;
-            Option parsed{text(option, "Name"),       text(option, "Help"),     text(option, "DefaultStr"),
-                          text(option, "Type"),       {},                       flag(option, "Required"),
-                          flag(option, "IsPassword"), flag(option, "Advanced"), flag(option, "Exclusive"),
-                          text(option, "Provider")};
-            for (const QJsonValue &example : option.value(QLatin1String("Examples")).toArray()) {
-                const QJsonObject e = example.toObject();
-                parsed.examples.append({text(e, "Value"), text(e, "Help"), text(e, "Provider")});
-            }
+            const Option parsed = parseOption(option);
             if (!parsed.name.isEmpty())
                 backend.options.append(parsed);
         }

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QJsonObject>
 #include <QList>
 #include <QMap>
 #include <QString>
@@ -43,6 +44,9 @@ struct Backend
     QString description;
     QList<Option> options; // in rclone's order, those for its configurator only
 };
+
+// One option as rclone describes it, in a backend or in a question.
+Option parseOption(const QJsonObject &option);
 
 // The JSON of `rclone config providers`; nothing when it is not that.
 std::optional<QList<Backend>> parse(const QByteArray &json);

@@ -62,12 +62,20 @@ QString decodeUtf8OrEmpty(const QByteArray &bytes)
     return decoder.hasError() ? QString() : text;
 }
 
-// ["bisync", "/home/ann/Documents", ...]
+// ["bisync", "/home/ann/Documents", ...]. The settings given to rclone's
+// configurator (passwords among them) are left out: "pass=…".
 QString describeArguments(const QStringList &arguments)
 {
+    const bool configures = arguments.size() > 2 && arguments.first() == u"config"
+        && (arguments.at(1) == u"create" || arguments.at(1) == u"update");
     QStringList quoted;
     quoted.reserve(arguments.size());
-    for (QString argument : arguments) {
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        QString argument = arguments.at(i);
+        if (configures && i > 2 && argument.contains(u'=') && !argument.startsWith(u'-'))
+            argument = argument.first(argument.indexOf(u'=') + 1) + u'…';
+        else if (configures && i > 0 && arguments.at(i - 1) == u"--result")
+            argument = QStringLiteral("…");
         argument.replace(u'\\', QStringLiteral("\\\\")).replace(u'"', QStringLiteral("\\\""));
         quoted.append(u'"' + argument + u'"');
     }

@@ -61,6 +61,7 @@ SyncService::SyncService(SyncManager &manager, RcloneEngine &engine, Mode mode, 
     , m_manager(manager)
     , m_engine(engine)
     , m_mode(mode)
+    , m_folderCommands(manager, engine)
 {
 }
 
@@ -123,6 +124,19 @@ void SyncService::serve(InstanceChannel &channel)
             return QJsonObject{{QStringLiteral("automaticSync"), enable}};
         });
     }
+    for (const QString &command : FolderCommands::commands()) {
+        channel.setHandler(command, [this, command](const QJsonObject &request, const InstanceChannel::Reply &reply) {
+            m_folderCommands.handle(command, request, [this, command, reply](const QJsonObject &answer) {
+                if (command == u"removeRemote" && !answer.contains(kError))
+                    Q_EMIT remotesChanged();
+                reply(answer);
+            });
+        });
+    }
+    channel.setHandler(QStringLiteral("remotesChanged"), [this](const QJsonObject &) {
+        Q_EMIT remotesChanged();
+        return QJsonObject();
+    });
     channel.setHandler(QStringLiteral("quit"), [this](const QJsonObject &) {
         // After the reply has gone out.
         QTimer::singleShot(0, this, &SyncService::quitRequested);

@@ -4,6 +4,8 @@
 #include <QObject>
 #include <QString>
 
+#include "sync/FolderCommands.h"
+
 class InstanceChannel;
 class RcloneEngine;
 class SyncManager;
@@ -16,6 +18,8 @@ class SyncManager;
 //   quit                         the graceful quit below
 //   raise, open                  "no window" here; the program with the
 //                                windows answers them itself
+//   addFolder, editFolder, removeFolder, removeRemote   see FolderCommands
+//   remotesChanged               rclone's remotes changed (remotesChanged())
 class SyncService final : public QObject
 {
     Q_OBJECT
@@ -40,15 +44,19 @@ public:
     // have exited, the folders are saved and the program ends with status 0.
     void quit();
     bool isQuitting() const { return m_isQuitting; }
+    FolderCommands &folderCommands() { return m_folderCommands; }
 
 Q_SIGNALS:
     // The command line asked the instance to quit; whoever owns the way out
     // (the application, or the headless service itself) takes it.
     void quitRequested();
+    // The command line added, changed or removed a remote.
+    void remotesChanged();
 
 private:
     SyncManager &m_manager;
     RcloneEngine &m_engine;
     Mode m_mode;
+    FolderCommands m_folderCommands;
     bool m_isQuitting = false;
 };

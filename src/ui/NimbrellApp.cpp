@@ -1,6 +1,7 @@
 #include "ui/NimbrellApp.h"
 
 #include "engine/RcloneEngine.h"
+#include "engine/RemoteConfig.h"
 #include "model/UuidString.h"
 #include "platform/AppLogger.h"
 #include "platform/DesktopNotifier.h"
@@ -52,6 +53,7 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     , m_navigation(new NavigationState(this))
     , m_folders(new FolderListModel(*m_syncManager, this))
     , m_remotes(new RemoteListModel(services.engine, this))
+    , m_remoteConfig(new RemoteConfig(services.engine, this))
     , m_settings(new SettingsController(services.loginItem, services.engine, services.settings, this))
     , m_format(new Format(this))
     , m_theme(new AppTheme(this))
@@ -72,6 +74,7 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     connect(m_tray, &TrayMenu::aboutRequested, this, [this] { openWindow(QStringLiteral("about")); });
     connect(m_tray, &TrayMenu::quitRequested, this, &NimbrellApp::quit);
     connect(m_service, &SyncService::quitRequested, this, &NimbrellApp::quit);
+    connect(m_service, &SyncService::remotesChanged, m_remotes, &RemoteListModel::reload);
     connect(m_tray, &TrayMenu::openFolderRequested, this, &NimbrellApp::openFolder);
     if (services.notifier) {
         connect(services.notifier, &DesktopNotifier::activated, this,

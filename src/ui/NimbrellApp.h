@@ -22,6 +22,7 @@ class LoginItemService;
 class NavigationState;
 class QQmlEngine;
 class RcloneEngine;
+class RemoteConfig;
 class RemoteListModel;
 class SettingsController;
 class SettingsStore;
@@ -86,6 +87,8 @@ public:
     SyncManager *syncManager() const { return m_syncManager.get(); }
     SyncService *service() const { return m_service; }
     RcloneEngine *engine() const { return &m_engine; }
+    // Making and changing remotes; rclone's list of backends is read once.
+    RemoteConfig *remoteConfig() const { return m_remoteConfig; }
     NavigationState *navigation() const { return m_navigation; }
     FolderListModel *folders() const { return m_folders; }
     RemoteListModel *remotes() const { return m_remotes; }
@@ -148,6 +151,7 @@ private:
     NavigationState *m_navigation;
     FolderListModel *m_folders;
     RemoteListModel *m_remotes;
+    RemoteConfig *m_remoteConfig;
     SettingsController *m_settings;
     Format *m_format;
     AppTheme *m_theme;

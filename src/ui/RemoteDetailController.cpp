@@ -1,6 +1,7 @@
 #include "ui/RemoteDetailController.h"
 
 #include "engine/RcloneEngine.h"
+#include "sync/FolderCommands.h"
 #include "sync/SyncManager.h"
 #include "ui/RemoteListModel.h"
 
@@ -135,27 +136,6 @@ void RemoteDetailController::loadSpaceInfo()
     });
 }
 
-QList<SyncFolder> RemoteDetailController::dependentFolders(const QList<SyncFolder> &folders, const QString &remoteName)
-{
-    QList<SyncFolder> dependent;
-    for (const SyncFolder &folder : folders) {
-        if (std::any_of(folder.remoteTargets.begin(), folder.remoteTargets.end(),
-                        [&](const RemoteTarget &target) { return target.remoteName == remoteName; }))
-            dependent.append(folder);
-    }
-    return dependent;
-}
-
-QList<SyncFolder> RemoteDetailController::blockingFolders(const QList<SyncFolder> &dependent)
-{
-    QList<SyncFolder> blocking;
-    for (const SyncFolder &folder : dependent) {
-        if (folder.remoteTargets.size() == 1)
-            blocking.append(folder);
-    }
-    return blocking;
-}
-
 QString RemoteDetailController::folderList(const QList<SyncFolder> &folders)
 {
     QStringList lines;
@@ -184,8 +164,8 @@ void RemoteDetailController::requestDelete()
 {
     if (!m_app || m_isDeleting)
         return;
-    const QList<SyncFolder> dependent = dependentFolders(m_app->syncManager()->folders(), m_remoteName);
-    const QList<SyncFolder> blocking = blockingFolders(dependent);
+    const QList<SyncFolder> dependent = FolderCommands::dependentFolders(m_app->syncManager()->folders(), m_remoteName);
+    const QList<SyncFolder> blocking = FolderCommands::blockingFolders(dependent);
     if (blocking.isEmpty())
         Q_EMIT confirmationRequested(confirmationMessage(m_remoteName, dependent));
     else
@@ -208,13 +188,7 @@ void RemoteDetailController::confirmDelete()
                                  Q_EMIT storageChanged();
                                  return;
                              }
-                             // The remote leaves every folder it was a target of.
-                             SyncManager *manager = m_app->syncManager();
-                             for (SyncFolder folder : dependentFolders(manager->folders(), name)) {
-                                 folder.remoteTargets.removeIf(
-                                     [&](const RemoteTarget &target) { return target.remoteName == name; });
-                                 manager->updateFolder(folder);
-                             }
+                             FolderCommands::takeOutOfFolders(*m_app->syncManager(), name);
                              Q_EMIT deleted();
                          });
 }

@@ -66,10 +66,7 @@ public:
 
     // used / total, when there is a total of at least one byte.
     static std::optional<double> usageFraction(const RemoteSpaceInfo &info);
-    // The folders with a target on the remote, in list order; and of those,
-    // the ones it is the only target of.
-    static QList<SyncFolder> dependentFolders(const QList<SyncFolder> &folders, const QString &remoteName);
-    static QList<SyncFolder> blockingFolders(const QList<SyncFolder> &dependent);
+    // "• A\n• B"
     static QString folderList(const QList<SyncFolder> &folders);
     static QString confirmationMessage(const QString &remoteName, const QList<SyncFolder> &dependent);
     static QString refusalMessage(const QList<SyncFolder> &blocking);

@@ -8,6 +8,7 @@
 #include "platform/MemorySettingsStore.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
+#include "sync/FolderCommands.h"
 #include "sync/RemovedFiles.h"
 #include "sync/SyncManager.h"
 #include "ui/AddRemoteController.h"
@@ -77,10 +78,10 @@ private Q_SLOTS:
         const SyncFolder a = folderWith("A", {"gdrive"}), b = folderWith("B", {"gdrive", "nas"}), c = folderWith("C", {"nas"});
         const SyncFolder twice = folderWith("Twice", {"gdrive", "gdrive"});
         using R = RemoteDetailController;
-        QVERIFY(R::dependentFolders({a, b, c}, "box").isEmpty());
-        QCOMPARE(R::dependentFolders({a, b, c}, "gdrive"), (QList<SyncFolder>{a, b}));
-        QCOMPARE(R::blockingFolders({a, b}), QList<SyncFolder>{a}); // only A has no other target
-        QVERIFY(R::blockingFolders({twice}).isEmpty()); // several targets, all on this remote
+        QVERIFY(FolderCommands::dependentFolders({a, b, c}, "box").isEmpty());
+        QCOMPARE(FolderCommands::dependentFolders({a, b, c}, "gdrive"), (QList<SyncFolder>{a, b}));
+        QCOMPARE(FolderCommands::blockingFolders({a, b}), QList<SyncFolder>{a}); // only A has no other target
+        QVERIFY(FolderCommands::blockingFolders({twice}).isEmpty()); // several targets, all on this remote
         QCOMPARE(R::confirmationMessage("box", {}), "Are you sure you want to delete 'box'? This action cannot be undone.");
         QCOMPARE(R::confirmationMessage("gdrive", {b, twice}),
                  "The following Sync Folders use this remote:\n\n• B\n• Twice\n\n"
@@ -232,7 +233,7 @@ private Q_SLOTS:
         AddRemoteController sheet;
         sheet.setProperty("app", QVariant::fromValue(m_app.get()));
         sheet.setName("waiting");
-        sheet.setType("webdav");
+        sheet.setType("onedrive");
         sheet.submit();
         QTRY_COMPARE(sheet.configStep(), AddRemoteController::ConfigStep::Authenticating);
         QCOMPARE(sheet.buttonText(), "Waiting for Browser…");

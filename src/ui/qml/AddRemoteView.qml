@@ -3,7 +3,8 @@ import QtQuick.Controls
 import QtQuick.Layouts
 import Nimbrell
 
-// The add-remote sheet: a name, a provider, and rclone's own sign-in.
+// The add-remote sheet: a name, a provider, its settings where it takes
+// any, and rclone's own sign-in where it has one.
 Dialog {
     id: sheet
     required property NimbrellApp app
@@ -14,6 +15,8 @@ Dialog {
     padding: 24
     topPadding: 8
     contentWidth: 500
+    // A long form scrolls inside the sheet; the sheet stays in the window.
+    height: Math.min(implicitHeight, Overlay.overlay ? Overlay.overlay.height - 32 : implicitHeight)
     Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
     background: SheetBackground {}
     closePolicy: Popup.CloseOnEscape
@@ -38,7 +41,7 @@ Dialog {
     // Return submits from anywhere in the sheet.
     Shortcut {
         sequences: ["Return", "Enter"]
-        enabled: sheet.opened
+        enabled: sheet.opened && !controller.choosingBackend
         onActivated: controller.submit()
     }
     // The arrow keys move between the provider cards, choosing as they go.
@@ -46,7 +49,8 @@ Dialog {
         const to = from + step
         if (to < 0 || to >= providerCards.count)
             return
-        controller.type = controller.providers[to].type
+        if (!controller.providers[to].more)
+            controller.type = controller.providers[to].type
         providerCards.itemAt(to).forceActiveFocus(Qt.TabFocusReason)
     }
 
@@ -67,7 +71,7 @@ Dialog {
     }
 
     ColumnLayout {
-        width: parent.width
+        anchors.fill: parent
         spacing: 10
 
         Label { text: "Remote Name"; font.weight: Font.DemiBold; Layout.topMargin: 8 }
@@ -78,7 +82,7 @@ Dialog {
             placeholderText: "e.g. My Google Drive"
             text: controller.name
             onTextEdited: controller.name = text
-            enabled: !controller.isConfiguring
+            enabled: !controller.isConfiguring && !controller.testFailed
         }
 
         Label { text: "Provider"; font.weight: Font.DemiBold; Layout.topMargin: 6 }
@@ -99,14 +103,145 @@ Dialog {
                     Keys.onUpPressed: sheet.moveProvider(index, -3)
                     Keys.onDownPressed: sheet.moveProvider(index, 3)
                     app: sheet.app
-                    objectName: "provider-" + modelData.type
-                    label: modelData.label
+                    objectName: modelData.more ? "provider-more" : "provider-" + modelData.type
+                    label: modelData.more && controller.isOtherBackend ? "More: " + controller.type : modelData.label
                     value: modelData.type
                     tint: modelData.color
-                    isSelected: controller.type === modelData.type
-                    enabled: !controller.isConfiguring
-                    onClicked: controller.type = modelData.type
+                    isSelected: modelData.more ? controller.isOtherBackend || controller.choosingBackend
+                                               : !controller.choosingBackend && controller.type === modelData.type
+                    enabled: !controller.isConfiguring && !controller.testFailed
+                    onClicked: modelData.more ? controller.chooseOther() : controller.type = modelData.type
                 }
+            }
+        }
+
+        // "More…": every backend rclone reaches, searchable.
+        ColumnLayout {
+            visible: controller.choosingBackend
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            spacing: 6
+            AppTextField {
+                id: backendSearch
+                objectName: "backendSearch"
+                Layout.fillWidth: true
+                placeholderText: "Search storage kinds"
+                text: controller.backendSearch
+                onTextEdited: controller.backendSearch = text
+                Accessible.name: "Search storage kinds"
+                Keys.onDownPressed: backendList.forceActiveFocus()
+            }
+            ListView {
+                id: backendList
+                objectName: "backendList"
+                Layout.fillWidth: true
+                Layout.preferredHeight: 260
+                Layout.fillHeight: true
+                Layout.minimumHeight: 90
+                clip: true
+                model: controller.backends
+                keyNavigationEnabled: true
+                ScrollBar.vertical: ScrollBar {}
+                Keys.onReturnPressed: if (currentItem) controller.chooseBackend(currentItem.backendType)
+                delegate: ItemDelegate {
+                    required property var modelData
+                    required property int index
+                    readonly property string backendType: modelData.type
+                    objectName: "backend-" + modelData.type
+                    width: ListView.view.width
+                    highlighted: ListView.isCurrentItem
+                    Accessible.name: modelData.type + ", " + modelData.description
+                    onClicked: controller.chooseBackend(modelData.type)
+                    contentItem: ColumnLayout {
+                        spacing: 1
+                        Label { text: modelData.type; font.weight: Font.DemiBold }
+                        Label {
+                            Layout.fillWidth: true
+                            text: modelData.description
+                            elide: Text.ElideRight
+                            color: sheet.app.theme.secondary
+                        }
+                    }
+                }
+            }
+            Label {
+                visible: controller.catalogLoading || controller.catalogError !== "" || backendList.count === 0
+                text: controller.catalogLoading ? "Reading the storage kinds rclone knows…"
+                    : controller.catalogError !== "" ? controller.catalogError
+                    : "No storage kind matches."
+                color: controller.catalogError !== "" ? app.theme.red : app.theme.secondary
+                wrapMode: Text.Wrap
+                Layout.fillWidth: true
+            }
+        }
+
+        // The chosen backend's settings.
+        ColumnLayout {
+            visible: controller.needsSettings && !controller.choosingBackend
+            Layout.fillWidth: true
+            Layout.fillHeight: true
+            spacing: 6
+            Label {
+                text: "Settings"
+                font.weight: Font.DemiBold
+                Layout.topMargin: 6
+            }
+            Label {
+                visible: controller.catalogLoading
+                text: "Reading the settings rclone takes…"
+                color: app.theme.secondary
+            }
+            ScrollView {
+                id: settingsScroll
+                objectName: "settingsScroll"
+                Layout.fillWidth: true
+                Layout.preferredHeight: Math.min(settingsFields.implicitHeight, 320)
+                Layout.fillHeight: true
+                Layout.minimumHeight: Math.min(settingsFields.implicitHeight, 90)
+                contentWidth: availableWidth
+                clip: true
+                enabled: !controller.isConfiguring
+                RemoteSettingsFields {
+                    id: settingsFields
+                    width: settingsScroll.availableWidth
+                    form: controller.form
+                    app: sheet.app
+                }
+            }
+        }
+
+        // rclone asks something more before the remote is complete.
+        ColumnLayout {
+            objectName: "question"
+            visible: controller.configStep === AddRemoteController.Answering
+            Layout.fillWidth: true
+            spacing: 4
+            Label { text: controller.question.label || ""; font.weight: Font.DemiBold }
+            Label {
+                Layout.fillWidth: true
+                text: controller.question.help || ""
+                wrapMode: Text.Wrap
+                textFormat: Text.PlainText
+                color: app.theme.secondary
+            }
+            AppTextField {
+                objectName: "answer"
+                visible: controller.question.kind !== "choice"
+                Layout.fillWidth: true
+                echoMode: controller.question.kind === "password" ? TextInput.Password : TextInput.Normal
+                placeholderText: controller.question.placeholder || ""
+                text: controller.answer
+                onTextEdited: controller.answer = text
+            }
+            AppComboBox {
+                objectName: "answerChoice"
+                visible: controller.question.kind === "choice"
+                Layout.fillWidth: true
+                model: controller.question.choices || []
+                textRole: "label"
+                valueRole: "value"
+                currentIndex: Math.max(0, indexOfValue(controller.answer))
+                onActivated: controller.answer = currentValue
             }
         }
 
@@ -130,6 +265,33 @@ Dialog {
                 elide: Text.ElideRight
                 color: app.theme.red
             }
+        }
+        RowLayout {
+            objectName: "testFailedChoices"
+            visible: controller.testFailed && !controller.isConfiguring
+            spacing: 8
+            Label {
+                Layout.fillWidth: true
+                text: "Correct the settings and try again, or:"
+                wrapMode: Text.Wrap
+                color: app.theme.secondary
+            }
+            AppButton {
+                objectName: "removeRemote"
+                text: "Remove Remote"
+                onClicked: controller.removeMadeRemote()
+            }
+            AppButton {
+                objectName: "keepAnyway"
+                text: "Keep Anyway"
+                onClicked: controller.keepAnyway()
+            }
+        }
+        RowLayout {
+            visible: controller.configStep === AddRemoteController.Testing
+            spacing: 8
+            BusyIndicator { Layout.preferredWidth: 18; Layout.preferredHeight: 18; padding: 0; running: parent.visible }
+            Label { text: "Listing the remote to check the connection…" }
         }
         RowLayout {
             visible: controller.configStep === AddRemoteController.Authenticating

@@ -171,6 +171,17 @@ Item {
                 Layout.rightMargin: 24
                 spacing: 10
                 AppButton {
+                    objectName: "editRemoteSettings"
+                    text: "Edit Settings…"
+                    iconName: "gearshape"
+                    toolTip: "Change this remote's settings"
+                    enabled: !controller.isDeleting
+                    onClicked: {
+                        editLoader.active = true
+                        editLoader.item.open()
+                    }
+                }
+                AppButton {
                     objectName: "deleteRemote"
                     kind: "destructive"
                     text: "Delete Remote"
@@ -197,6 +208,16 @@ Item {
         }
     }
 
+    // Made the first time it is asked for.
+    Loader {
+        id: editLoader
+        active: false
+        sourceComponent: EditRemoteSheet {
+            app: pane.app
+            remoteName: pane.remoteName
+            onClosed: controller.loadSpaceInfo()
+        }
+    }
     ConfirmDialog {
         id: confirmDialog
         objectName: "remoteDeleteDialog"
