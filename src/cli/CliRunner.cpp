@@ -1,6 +1,8 @@
 #include "cli/CliRunner.h"
 
+#include "cli/CliSupport.h"
 #include "cli/CommandLine.h"
+#include "cli/ConfigCommands.h"
 #include "cli/LocalInstance.h"
 #include "platform/DesktopNotifier.h"
 #include "sync/ProblemNotifier.h"
@@ -32,19 +34,10 @@ using namespace std::chrono_literals;
 namespace CliRunner {
 namespace {
 
+using namespace CliSupport;
 using Kind = CliCommand::Kind;
 
 constexpr auto kPollInterval = 250ms;
-
-void out(const QString &text)
-{
-    std::fputs(Formatting::printable(text).toUtf8().constData(), stdout);
-}
-
-void say(const QString &message)
-{
-    std::fputs((QStringLiteral("nimbrell: ") + Formatting::printable(message) + u'\n').toUtf8().constData(), stderr);
-}
 
 QString commandName(Kind kind)
 {
@@ -60,54 +53,6 @@ QString commandName(Kind kind)
     case Kind::quit: return QStringLiteral("quit");
     default: return {};
     }
-}
-
-// The running instance's answer, without the channel's own fields; nothing
-// when no instance answered.
-std::optional<QJsonObject> ask(const QString &command, const QJsonObject &arguments = {},
-                               std::chrono::milliseconds timeout = 10s)
-{
-    std::optional<QJsonObject> reply = InstanceChannel::send(command, arguments, timeout);
-    if (reply) {
-        reply->remove(QStringLiteral("nimbrell"));
-        reply->remove(QStringLiteral("ok"));
-    }
-    return reply;
-}
-
-QString errorOf(const QJsonObject &reply)
-{
-    return reply.value(QStringLiteral("error")).toString();
-}
-
-QList<CommandLine::NamedFolder> namedFolders(const QJsonObject &report)
-{
-    QList<CommandLine::NamedFolder> folders;
-    for (const QJsonValue &value : report.value(QStringLiteral("folders")).toArray()) {
-        const QJsonObject folder = value.toObject();
-        folders.append({QUuid::fromString(folder.value(QStringLiteral("id")).toString()),
-                        folder.value(QStringLiteral("name")).toString()});
-    }
-    return folders;
-}
-
-// The folders the command names, or every one when it names none. An
-// unknown or ambiguous name is reported and gives nothing.
-std::optional<QList<QUuid>> chosenFolders(const CliCommand &command, const QJsonObject &report)
-{
-    const QList<CommandLine::NamedFolder> folders = namedFolders(report);
-    if (command.folders.isEmpty()) {
-        QList<QUuid> ids;
-        for (const CommandLine::NamedFolder &folder : folders)
-            ids.append(folder.id);
-        return ids;
-    }
-    const auto resolved = CommandLine::resolve(command.folders, folders);
-    if (const QString *error = std::get_if<QString>(&resolved)) {
-        say(*error);
-        return std::nullopt;
-    }
-    return std::get<QList<QUuid>>(resolved);
 }
 
 QJsonArray idArray(const QList<QUuid> &ids)
@@ -128,13 +73,6 @@ QJsonObject onlyFolders(QJsonObject report, const QList<QUuid> &ids)
     }
     report.insert(QStringLiteral("folders"), kept);
     return report;
-}
-
-// Compact, on one line: a script reads it faster (`jq .` lays it out for a reader).
-void printJson(const QJsonObject &document)
-{
-    const QByteArray json = QJsonDocument(document).toJson(QJsonDocument::Compact) + '\n';
-    std::fwrite(json.constData(), 1, size_t(json.size()), stdout);
 }
 
 QString joinedTargets(const QJsonObject &folder)
@@ -249,14 +187,6 @@ void printRemotes(const QJsonObject &report)
         out(QStringLiteral("%1  %2\n").arg(remote.value(QStringLiteral("name")).toString(), -int(width))
                 .arg(remote.value(QStringLiteral("type")).toString()));
     }
-}
-
-bool hasRclone()
-{
-    if (QFileInfo::exists(InstallLayout::bundledRclonePath()))
-        return true;
-    say(QStringLiteral("Failed to find rclone binary in bundle"));
-    return false;
 }
 
 // status, list and remotes: from the instance, or from here when none runs.
@@ -534,6 +464,17 @@ int run(const CliCommand &command)
         return report(command);
     case Kind::sync:
         return sync(command);
+    case Kind::remoteAdd:
+    case Kind::remoteTest:
+    case Kind::remoteRemove:
+    case Kind::remoteTypes:
+        return ConfigCommands::remotes(command);
+    case Kind::folderAdd:
+    case Kind::folderEdit:
+    case Kind::folderRemove:
+        return ConfigCommands::folders(command);
+    case Kind::complete:
+        return ConfigCommands::complete(command);
     default:
         return control(command);
     }

@@ -1,6 +1,9 @@
 #include "cli/CommandLine.h"
 
+#include "model/ConflictResolution.h"
 #include "model/UuidString.h"
+
+#include <QHash>
 
 #include <array>
 
@@ -29,6 +32,111 @@ QString quoted(const QString &text)
     return u'\'' + text + u'\'';
 }
 
+// The actions of `nimbrell remotes ACTION` and `nimbrell folders ACTION`.
+struct Action
+{
+    const char *group;
+    const char *name;
+    Kind kind;
+    const char *flags;   // options without a value
+    const char *valued;  // options with one ("--conflict X" or "--conflict=X")
+    int minWords;
+    int maxWords; // -1: any number
+};
+
+constexpr const char *kSwitches = "--exclude-git --no-exclude-git --exclude-hidden --no-exclude-hidden "
+                                  "--exclude-node-modules --no-exclude-node-modules";
+
+constexpr std::array kActions{
+    Action{"remotes", "add", Kind::remoteAdd, "--keep --interactive --json", "", 1, -1},
+    Action{"remotes", "test", Kind::remoteTest, "--json", "", 1, 1},
+    Action{"remotes", "remove", Kind::remoteRemove, "--force", "", 1, 1},
+    Action{"remotes", "types", Kind::remoteTypes, "--json", "", 0, 0},
+    Action{"folders", "list", Kind::list, "--json", "", 0, 0},
+    Action{"folders", "add", Kind::folderAdd, "--json", "--conflict", 3, -1},
+    Action{"folders", "edit", Kind::folderEdit, "--json", "--conflict --add-target --remove-target --rename --local-path", 1, 1},
+    Action{"folders", "remove", Kind::folderRemove, "", "", 1, 1},
+};
+
+std::variant<CliCommand, QString> parseAction(const Action &action, const QStringList &arguments)
+{
+    CliCommand command;
+    command.kind = action.kind;
+    const QString name = QStringLiteral("%1 %2").arg(QLatin1String(action.group), QLatin1String(action.name));
+    QStringList flags = QString::fromLatin1(action.flags).split(u' ', Qt::SkipEmptyParts);
+    const QStringList valued = QString::fromLatin1(action.valued).split(u' ', Qt::SkipEmptyParts);
+    if (action.kind == Kind::folderAdd || action.kind == Kind::folderEdit)
+        flags += QString::fromLatin1(kSwitches).split(u' ');
+    bool optionsEnded = false;
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        QString argument = arguments.at(i);
+        if (!optionsEnded && argument == u"--") {
+            optionsEnded = true;
+            continue;
+        }
+        if (optionsEnded || !argument.startsWith(u'-') || argument.size() == 1) {
+            command.words.append(argument);
+            continue;
+        }
+        QString value;
+        const qsizetype equals = argument.indexOf(u'=');
+        if (equals > 0 && valued.contains(argument.first(equals))) {
+            value = argument.mid(equals + 1);
+            argument.truncate(equals);
+        } else if (valued.contains(argument)) {
+            if (++i >= arguments.size())
+                return QStringLiteral("%1 needs a value").arg(argument);
+            value = arguments.at(i);
+        } else if (!flags.contains(argument)) {
+            return QStringLiteral("%1 does not take %2").arg(name, quoted(argument));
+        }
+        command.json |= argument == u"--json";
+        command.keep |= argument == u"--keep";
+        command.interactive |= argument == u"--interactive";
+        command.force |= argument == u"--force";
+        for (const auto &[flag, member] : {std::pair{"git", &CliCommand::excludeGit},
+                                           {"hidden", &CliCommand::excludeHidden},
+                                           {"node-modules", &CliCommand::excludeNodeModules}}) {
+            if (argument == QStringLiteral("--exclude-") + QLatin1String(flag))
+                command.*member = true;
+            else if (argument == QStringLiteral("--no-exclude-") + QLatin1String(flag))
+                command.*member = false;
+        }
+        if (argument == u"--conflict") {
+            if (!conflictResolutionFromRawValue(value))
+                return QStringLiteral("--conflict takes keepBoth, newerWins, localWins or remoteWins, not %1").arg(quoted(value));
+            command.conflict = value;
+        }
+        if (argument == u"--add-target")
+            command.addTargets.append(value);
+        if (argument == u"--remove-target")
+            command.removeTargets.append(value);
+        if (argument == u"--rename")
+            command.rename = value;
+        if (argument == u"--local-path")
+            command.localPath = value;
+    }
+    const int minWords = action.kind == Kind::remoteAdd && !command.interactive ? 2 : action.minWords;
+    if (command.words.size() < minWords || (action.maxWords >= 0 && command.words.size() > action.maxWords)) {
+        static const QHash<Kind, QString> forms{
+            {Kind::remoteAdd, QStringLiteral("NAME TYPE [KEY=VALUE...]")},
+            {Kind::remoteTest, QStringLiteral("NAME")},
+            {Kind::remoteRemove, QStringLiteral("NAME [--force]")},
+            {Kind::remoteTypes, QString()},
+            {Kind::list, QString()},
+            {Kind::folderAdd, QStringLiteral("NAME LOCAL_PATH REMOTE:PATH [REMOTE:PATH...]")},
+            {Kind::folderEdit, QStringLiteral("FOLDER [OPTIONS]")},
+            {Kind::folderRemove, QStringLiteral("FOLDER")},
+        };
+        const QString form = forms.value(action.kind);
+        return form.isEmpty() ? QStringLiteral("%1 takes no arguments").arg(name)
+                              : QStringLiteral("usage: nimbrell %1 %2").arg(name, form);
+    }
+    if (command.kind == Kind::folderEdit || command.kind == Kind::folderRemove)
+        command.folders = command.words;
+    return command;
+}
+
 } // namespace
 
 namespace CommandLine {
@@ -47,12 +155,34 @@ Commands:
   list [--json]                    folders with their local path, targets, filters and
                                    conflict policy
   remotes [--json]                 the rclone remotes
+  remotes add NAME TYPE [KEY=VALUE...] [--keep] [--interactive] [--json]
+                                   make a remote of a storage kind with its settings,
+                                   then check that it answers; --interactive asks for
+                                   each setting on the terminal; --keep keeps it when
+                                   it does not answer
+  remotes test NAME [--json]       check that a remote answers (exit 1 when it does not)
+  remotes remove NAME [--force]    delete a remote; refused while it is a folder's only
+                                   target; --force takes it out of folders it is one of
+                                   several targets of
+  remotes types [--json]           the storage kinds rclone reaches
+  folders [list] [--json]          the same as list
+  folders add NAME LOCAL_PATH REMOTE:PATH [REMOTE:PATH...] [FOLDER OPTIONS] [--json]
+                                   add a sync folder; prints its id
+  folders edit FOLDER [FOLDER OPTIONS] [--add-target REMOTE:PATH]
+               [--remove-target REMOTE:PATH] [--rename NEW] [--local-path PATH]
+  folders remove FOLDER            remove a sync folder (its files stay where they are)
   pause [FOLDER...]                pause those folders: only sync runs them; without a
                                    folder, turn automatic sync off
   resume [FOLDER...]               resume those folders; without a folder, turn automatic
                                    sync on
   open [FOLDER]                    show the window, at that folder
   quit                             quit the running Nimbrell once its syncs have stopped
+
+Folder options:
+  --conflict keepBoth|newerWins|localWins|remoteWins
+  --exclude-git, --no-exclude-git                      (default: excluded)
+  --exclude-hidden, --no-exclude-hidden                (default: included)
+  --exclude-node-modules, --no-exclude-node-modules    (default: excluded)
 
 Options:
   --headless     run the syncs, watchers and periodic check without a window
@@ -63,7 +193,8 @@ Options:
 
 FOLDER is a folder's name (exact, then in any case) or its id.
 
-Exit status: 0 ok, 1 a sync failed, 2 usage error or unknown folder,
+Exit status: 0 ok, 1 a sync failed (or a remote did not answer, or a change
+was refused), 2 usage error, unknown folder or remote, missing setting,
 3 Nimbrell is not running.
 )");
 }
@@ -97,8 +228,26 @@ std::variant<CliCommand, QString> parse(const QStringList &arguments)
         command.windowArguments = arguments;
         return command;
     }
+    if (first == u"--complete") {
+        command.kind = Kind::complete;
+        command.words = arguments.mid(1);
+        return command;
+    }
     if (first.startsWith(u'-'))
         return QStringLiteral("unknown option %1").arg(quoted(first));
+    if (first == u"folders" && arguments.size() == 1) {
+        command.kind = Kind::list;
+        return command;
+    }
+    if ((first == u"remotes" || first == u"folders") && arguments.size() > 1 && !arguments.at(1).startsWith(u'-')) {
+        for (const Action &action : kActions) {
+            if (first == QLatin1String(action.group) && arguments.at(1) == QLatin1String(action.name))
+                return parseAction(action, arguments.mid(2));
+        }
+        return QStringLiteral("unknown command %1").arg(quoted(first + u' ' + arguments.at(1)));
+    }
+    if (first == u"folders")
+        return parseAction(kActions[4], arguments.mid(1)); // "folders --json"
 
     const auto subcommand = std::find_if(kSubcommands.begin(), kSubcommands.end(),
                                          [&first](const Subcommand &s) { return first == QLatin1String(s.name); });

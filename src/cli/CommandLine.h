@@ -5,17 +5,37 @@
 #include <QStringList>
 #include <QUuid>
 
+#include <optional>
 #include <variant>
 
 // What `nimbrell ARGUMENTS` asks for.
 struct CliCommand
 {
-    enum class Kind { window, headless, help, version, status, sync, cancel, list, remotes, pause, resume, open, quit };
+    enum class Kind {
+        window, headless, help, version, status, sync, cancel, list, remotes, pause, resume, open, quit,
+        remoteAdd, remoteTest, remoteRemove, remoteTypes, folderAdd, folderEdit, folderRemove,
+        complete, // one name a line, for the shell's completion: "remotes", "folders" or "types"
+    };
     Kind kind = Kind::window;
     QStringList folders; // as typed: names or ids
     bool json = false;
     bool all = false;    // sync and cancel: every folder (also when none is named)
     bool wait = false;
+    // remotes and folders add, edit, test and remove: the words after the
+    // action (NAME TYPE KEY=VALUE...; NAME LOCAL REMOTE:PATH...; FOLDER).
+    QStringList words;
+    bool keep = false;        // remotes add: a remote that does not answer stays
+    bool interactive = false; // remotes add: asks on the terminal
+    bool force = false;       // remotes remove: also out of folders with other targets
+    // folders add and edit; unset leaves a folder's as it is (or the default).
+    std::optional<QString> conflict;
+    std::optional<bool> excludeGit;
+    std::optional<bool> excludeHidden;
+    std::optional<bool> excludeNodeModules;
+    QStringList addTargets;
+    QStringList removeTargets;
+    std::optional<QString> rename;
+    std::optional<QString> localPath;
     QStringList windowArguments; // a start of the window: Qt's own options, passed on
 };
 
