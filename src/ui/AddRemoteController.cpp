@@ -258,7 +258,7 @@ void AddRemoteController::reset()
 }
 
 void AddRemoteController::removeHalfMade(const QPointer<AddRemoteController> &self, const QPointer<NimbrellApp> &app,
-                                         const QString &name, const QString &message)
+                                         QString name, const QString &message)
 {
     if (self && !self->m_isCleaningUp) {
         self->m_isCleaningUp = true;

@@ -114,10 +114,11 @@ private:
     void test(const QString &name);
     void loadBackend();
     void fail(const QString &message);
-    // Removes the remote a failed or abandoned run made, then reads the
+    // Removes the remote a failed or abandoned run made (`name` a copy: the
+    // sheet forgets its own), then reads the
     // remote list and shows `message`, if any.
     static void removeHalfMade(const QPointer<AddRemoteController> &self, const QPointer<NimbrellApp> &app,
-                               const QString &name, const QString &message);
+                               QString name, const QString &message);
 
     QPointer<NimbrellApp> m_app;
     QString m_name;

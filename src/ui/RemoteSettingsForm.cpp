@@ -62,6 +62,7 @@ QVariant RemoteSettingsForm::data(const QModelIndex &index, int role) const
     case AdvancedRole: return option.advanced;
     case ValueRole: return value(option.name);
     case IsSetRole: return option.isPassword && !m_current.value(option.name).isEmpty();
+    case DecidesFormRole: return option.name == u"provider";
     case ChoiceIndexRole: {
         const QString current = value(option.name);
         for (qsizetype i = 0; i < option.examples.size(); ++i) {
@@ -80,7 +81,7 @@ QHash<int, QByteArray> RemoteSettingsForm::roleNames() const
             {HelpRole, "help"},         {PlaceholderRole, "placeholder"}, {KindRole, "kind"},
             {ChoicesRole, "choices"},   {ExclusiveRole, "exclusive"}, {RequiredRole, "required"},
             {AdvancedRole, "advanced"}, {ValueRole, "value"},         {IsSetRole, "isSet"},
-            {ChoiceIndexRole, "choiceIndex"}};
+            {ChoiceIndexRole, "choiceIndex"}, {DecidesFormRole, "decidesForm"}};
 }
 
 void RemoteSettingsForm::setBackend(const BackendCatalog::Backend &backend, const QMap<QString, QString> &current)

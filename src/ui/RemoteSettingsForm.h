@@ -39,6 +39,7 @@ public:
         ValueRole,
         IsSetRole,    // a password the remote has already
         ChoiceIndexRole,
+        DecidesFormRole, // the provider: set once typed, not at each key
     };
 
     explicit RemoteSettingsForm(QObject *parent = nullptr);

@@ -2,6 +2,7 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -10,8 +11,8 @@
 // A private world for the real rclone: a temporary HOME and XDG_DATA_HOME
 // (so the bisync work directory, the folder store, the activity file and the
 // trash live there) and an rclone configuration of
-// local, alias and WebDAV remotes. WebDAV servers are rclone's own, on
-// 127.0.0.1, and end with this object.
+// local, alias and WebDAV remotes. Its servers (rclone's own WebDAV and
+// SFTP, and an S3 server) listen on 127.0.0.1 and end with this object.
 class RcloneSandbox
 {
 public:
@@ -71,24 +72,78 @@ public:
     // a second, which makes a sync of a few hundred files take seconds.
     void addWebDav(const QString &name, const QString &directory, bool paced = false)
     {
-        auto *server = new QProcess;
-        m_servers.append(server);
-        server->setProcessChannelMode(QProcess::MergedChannels);
-        server->start(rclone(), {QStringLiteral("serve"), QStringLiteral("webdav"), directory, QStringLiteral("--addr"),
-                                 QStringLiteral("127.0.0.1:0"), QStringLiteral("--dir-cache-time"), QStringLiteral("0s")});
-        QVERIFY(server->waitForStarted());
-        static const QRegularExpression started(QStringLiteral("started on \\[(http://127\\.0\\.0\\.1:\\d+/)\\]"));
-        QString log, url;
-        while (url.isEmpty() && server->waitForReadyRead(10000)) {
-            log += QString::fromUtf8(server->readAll());
-            url = started.match(log).captured(1);
-        }
-        QVERIFY2(!url.isEmpty(), qPrintable(log));
+        const QString url = serveWebDav(directory);
         QStringList settings{QStringLiteral("type = webdav"), QStringLiteral("url = ") + url,
                              QStringLiteral("vendor = rclone")};
         if (!paced)
             settings.append(QStringLiteral("pacer_min_sleep = 0"));
         addRemote(name, settings);
+    }
+
+    // rclone's WebDAV server for `directory`, with a user and a password
+    // when given, over TLS with a certificate no one trusts when asked: its
+    // address ("http://127.0.0.1:PORT/"), or "" when it did not start.
+    QString serveWebDav(const QString &directory, const QString &user = {}, const QString &pass = {}, bool tls = false)
+    {
+        QStringList arguments{QStringLiteral("serve"), QStringLiteral("webdav"), directory, QStringLiteral("--addr"),
+                              QStringLiteral("127.0.0.1:0"), QStringLiteral("--dir-cache-time"), QStringLiteral("0s")};
+        if (!user.isEmpty())
+            arguments << QStringLiteral("--user") << user << QStringLiteral("--pass") << pass;
+        if (tls) {
+            const QString key = m_root.filePath(QStringLiteral("tls.key"));
+            const QString certificate = m_root.filePath(QStringLiteral("tls.crt"));
+            const int made = QProcess::execute(QStringLiteral("openssl"),
+                                               {QStringLiteral("req"), QStringLiteral("-x509"), QStringLiteral("-newkey"),
+                                                QStringLiteral("rsa:2048"), QStringLiteral("-nodes"), QStringLiteral("-keyout"), key,
+                                                QStringLiteral("-out"), certificate, QStringLiteral("-days"), QStringLiteral("2"),
+                                                QStringLiteral("-subj"), QStringLiteral("/CN=localhost")});
+            if (made != 0)
+                return {};
+            arguments << QStringLiteral("--cert") << certificate << QStringLiteral("--key") << key;
+        }
+        return serve(rclone(), arguments, QStringLiteral("started on \\[(https?://127\\.0\\.0\\.1:\\d+/)\\]"));
+    }
+
+    // rclone's SFTP server for `directory`: its port, or 0.
+    int serveSftp(const QString &directory, const QString &user, const QString &pass)
+    {
+        return serve(rclone(),
+                     {QStringLiteral("serve"), QStringLiteral("sftp"), directory, QStringLiteral("--addr"),
+                      QStringLiteral("127.0.0.1:0"), QStringLiteral("--user"), user, QStringLiteral("--pass"), pass},
+                     QStringLiteral("listening on 127\\.0\\.0\\.1:(\\d+)"))
+            .toInt();
+    }
+
+    // An S3 server (s3rver, from the project's set-up) for `directory`: its
+    // endpoint ("http://127.0.0.1:PORT"), or "" when it is not installed.
+    // It takes the access key S3RVER with the secret S3RVER.
+    QString serveS3(const QString &directory)
+    {
+        const QString launcher = QStringLiteral(S3_SERVER_LAUNCHER);
+        if (!QFileInfo::exists(launcher))
+            return {};
+        return serve(launcher, {directory}, QStringLiteral("listening (http://127\\.0\\.0\\.1:\\d+)"));
+    }
+
+    // Runs a server until the sandbox ends; what `started` captures from its
+    // output once it listens, or "".
+    QString serve(const QString &program, const QStringList &arguments, const QString &started)
+    {
+        auto *server = new QProcess;
+        m_servers.append(server);
+        server->setProcessChannelMode(QProcess::MergedChannels);
+        server->start(program, arguments);
+        if (!server->waitForStarted())
+            return {};
+        const QRegularExpression expression(started);
+        QString log, captured;
+        while (captured.isEmpty() && server->waitForReadyRead(20000)) {
+            log += QString::fromUtf8(server->readAll());
+            captured = expression.match(log).captured(1);
+        }
+        if (captured.isEmpty())
+            qWarning("%s did not start: %s", qPrintable(program), qPrintable(log));
+        return captured;
     }
 
 private:

@@ -75,6 +75,7 @@ Dialog {
                 width: scroll.availableWidth
                 form: controller.form
                 app: sheet.app
+                flickable: scroll.contentItem
             }
         }
         ColumnLayout {

@@ -10,6 +10,20 @@ ColumnLayout {
     required property RemoteSettingsForm form
     required property NimbrellApp app
     property bool showAdvanced: false
+    // The scrolling view it is in: a setting that takes the focus (by Tab,
+    // say) is scrolled into sight.
+    property Flickable flickable: null
+
+    function reveal(control) {
+        if (!flickable || !control.activeFocus)
+            return
+        const top = control.mapToItem(flickable.contentItem, 0, 0).y - 24
+        const bottom = top + control.height + 48
+        if (top < flickable.contentY)
+            flickable.contentY = Math.max(0, top)
+        else if (bottom > flickable.contentY + flickable.height)
+            flickable.contentY = bottom - flickable.height
+    }
 
     spacing: 10
 
@@ -28,6 +42,7 @@ ColumnLayout {
             required property string value
             required property bool isSet
             required property int choiceIndex
+            required property bool decidesForm
 
             Layout.fillWidth: true
             spacing: 3
@@ -40,6 +55,7 @@ ColumnLayout {
             }
             AppTextField {
                 objectName: "field-" + field.name
+                onActiveFocusChanged: fields.reveal(this)
                 visible: field.kind === "text" || field.kind === "password"
                 Layout.fillWidth: true
                 echoMode: field.kind === "password" ? TextInput.Password : TextInput.Normal
@@ -59,11 +75,14 @@ ColumnLayout {
                 spacing: 4
                 AppTextField {
                     id: freeChoice
+                    onActiveFocusChanged: fields.reveal(this)
                     objectName: "field-" + field.name
                     Layout.fillWidth: true
                     placeholderText: field.placeholder
                     text: field.value
-                    onTextEdited: fields.form.setValue(field.name, text)
+                    // The provider decides which settings follow: taken once typed.
+                    onTextEdited: if (!field.decidesForm) fields.form.setValue(field.name, text)
+                    onEditingFinished: if (field.decidesForm) fields.form.setValue(field.name, text)
                     Accessible.name: field.label
                     Accessible.description: field.hint
                     ToolTip.text: field.help
@@ -84,6 +103,7 @@ ColumnLayout {
             }
             AppComboBox {
                 objectName: "field-" + field.name
+                onActiveFocusChanged: fields.reveal(this)
                 visible: field.kind === "choice" && field.exclusive
                 Layout.fillWidth: true
                 model: field.kind === "choice" && field.exclusive ? field.choices : []
@@ -99,6 +119,7 @@ ColumnLayout {
             }
             AppSwitch {
                 objectName: "field-" + field.name
+                onActiveFocusChanged: fields.reveal(this)
                 visible: field.kind === "bool"
                 text: field.label
                 checked: field.value !== "" ? field.value === "true" : field.placeholder === "true"
@@ -126,6 +147,7 @@ ColumnLayout {
     }
     AppButton {
         objectName: "advancedToggle"
+        onActiveFocusChanged: fields.reveal(this)
         visible: fields.form.advancedCount > 0
         Layout.topMargin: 4
         text: (fields.showAdvanced ? "Hide Advanced" : "Advanced") + " (" + fields.form.advancedCount + ")"
