@@ -12,6 +12,7 @@ deb=$(ls "$root"/out/nimbrell_*_amd64.deb)
 dpkg-deb -x "$deb" "$root/fs"
 for file in usr/bin/nimbrell usr/libexec/nimbrell/nimbrell usr/libexec/nimbrell/rclone \
             usr/lib/systemd/user/nimbrell.service usr/share/bash-completion/completions/nimbrell \
+            usr/share/zsh/vendor-completions/_nimbrell usr/share/fish/vendor_completions.d/nimbrell.fish \
             usr/share/applications/org.nimbrell.Nimbrell.desktop usr/share/doc/nimbrell/copyright; do
   [ -e "$root/fs/$file" ] || { echo "missing from the package: $file"; exit 1; }
 done
@@ -27,4 +28,17 @@ status=$("$nimbrell" status --json)
 grep -q '"instance":null' <<<"$status" && grep -q '"folders":\[' <<<"$status"
 # The bundled rclone is the one it runs.
 grep -q '"remotes":\[' <<<"$("$nimbrell" remotes --json)"
+# Completion names storage kinds, remotes and folders, from the program.
+mkdir -p "$HOME/.config/rclone" "$root/docs"
+printf '[my nas]\ntype = alias\nremote = %s\n' "$root/docs" > "$HOME/.config/rclone/rclone.conf"
+"$nimbrell" folders add Docs "$root/docs" "my nas:Docs" >/dev/null
+complete_bash() {  # complete_bash WORD...: what Tab offers for the last word
+  PATH="$root/fs/usr/bin:$PATH" bash -c 'source "$0"; COMP_WORDS=("$@"); COMP_CWORD=$(($# - 1)); _nimbrell
+                                         printf "%s\n" "${COMPREPLY[@]}"' \
+    "$root/fs/usr/share/bash-completion/completions/nimbrell" "$@"
+}
+complete_bash nimbrell remotes add x webd | grep -qx webdav
+complete_bash nimbrell remotes test "my" | grep -qx 'my\\ nas'
+complete_bash nimbrell folders edit D | grep -qx Docs
+complete_bash nimbrell folders edit Docs --conflict n | grep -qx newerWins
 echo "package ok: $(basename "$deb")"

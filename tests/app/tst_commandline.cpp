@@ -147,6 +147,85 @@ private Q_SLOTS:
         QCOMPARE(QString(command.json ? "j" : "") + (command.all ? "a" : "") + (command.wait ? "w" : ""), flags);
     }
 
+    // The remotes and folders actions: their words and options.
+    void parseActions_data()
+    {
+        QTest::addColumn<QStringList>("arguments");
+        QTest::addColumn<int>("kind"); // -1: a usage error
+        QTest::addColumn<QStringList>("words");
+        QTest::addColumn<QString>("options"); // as `shown` below prints them, or the error
+        using L = QStringList;
+        QTest::newRow("remote with settings") << L{"remotes", "add", "nas", "webdav", "url=http://x", "--keep"}
+                                              << int(Kind::remoteAdd) << L{"nas", "webdav", "url=http://x"} << "keep";
+        QTest::newRow("interactive needs no type") << L{"remotes", "add", "nas", "--interactive"} << int(Kind::remoteAdd)
+                                                   << L{"nas"} << "interactive";
+        QTest::newRow("a type is needed") << L{"remotes", "add", "nas"} << -1 << L{} << "NAME TYPE";
+        QTest::newRow("a dash name after --") << L{"remotes", "remove", "--force", "--", "-odd"} << int(Kind::remoteRemove)
+                                              << L{"-odd"} << "force";
+        QTest::newRow("test one") << L{"remotes", "test", "a", "b"} << -1 << L{} << "usage: nimbrell remotes test NAME";
+        QTest::newRow("folder with switches") << L{"folders", "add", "Docs", "~/Docs", "a:x", "b:y", "--conflict=newerWins",
+                                                  "--no-exclude-git", "--exclude-hidden"}
+                                              << int(Kind::folderAdd) << L{"Docs", "~/Docs", "a:x", "b:y"}
+                                              << "conflict=newerWins git=0 hidden=1";
+        QTest::newRow("folder needs a target") << L{"folders", "add", "Docs", "/d"} << -1 << L{} << "REMOTE:PATH";
+        QTest::newRow("no such policy") << L{"folders", "add", "D", "/d", "a:x", "--conflict", "askMe"} << -1 << L{}
+                                        << "--conflict takes";
+        QTest::newRow("edit") << L{"folders", "edit", "Docs", "--add-target", "a:x", "--add-target", "b:y", "--remove-target",
+                                   "c:z", "--rename", "Papers", "--local-path", "/p", "--exclude-node-modules"}
+                              << int(Kind::folderEdit) << L{"Docs"}
+                              << "add=a:x,b:y remove=c:z rename=Papers local=/p modules=1";
+        QTest::newRow("a value is needed") << L{"folders", "edit", "Docs", "--rename"} << -1 << L{} << "--rename needs a value";
+        QTest::newRow("not an option of add") << L{"folders", "add", "D", "/d", "a:x", "--rename", "x"} << -1 << L{}
+                                              << "folders add does not take '--rename'";
+        QTest::newRow("folders alone lists") << L{"folders"} << int(Kind::list) << L{} << "";
+        QTest::newRow("unknown action") << L{"remotes", "rename"} << -1 << L{} << "unknown command 'remotes rename'";
+        QTest::newRow("completion") << L{"--complete", "remotes"} << int(Kind::complete) << L{"remotes"} << "";
+    }
+    void parseActions()
+    {
+        QFETCH(QStringList, arguments);
+        QFETCH(int, kind);
+        QFETCH(QStringList, words);
+        QFETCH(QString, options);
+        const auto parsed = CommandLine::parse(arguments);
+        if (kind < 0) {
+            QVERIFY(std::holds_alternative<QString>(parsed));
+            QVERIFY2(std::get<QString>(parsed).contains(options), qPrintable(std::get<QString>(parsed)));
+            return;
+        }
+        if (const QString *error = std::get_if<QString>(&parsed))
+            QFAIL(qPrintable(*error));
+        const CliCommand &command = std::get<CliCommand>(parsed);
+        QCOMPARE(int(command.kind), kind);
+        QCOMPARE(command.words, words);
+        QStringList shown;
+        const auto flag = [&](const char *name, bool on) { if (on) shown.append(name); };
+        flag("keep", command.keep);
+        flag("interactive", command.interactive);
+        flag("force", command.force);
+        if (command.conflict)
+            shown.append("conflict=" + *command.conflict);
+        for (const auto &[name, value] : {std::pair{"git", command.excludeGit}, {"hidden", command.excludeHidden},
+                                          {"modules", command.excludeNodeModules}}) {
+            if (value)
+                shown.append(QString("%1=%2").arg(name).arg(int(*value)));
+        }
+        if (!command.addTargets.isEmpty())
+            shown.append("add=" + command.addTargets.join(','));
+        if (!command.removeTargets.isEmpty())
+            shown.append("remove=" + command.removeTargets.join(','));
+        if (command.rename)
+            shown.append("rename=" + *command.rename);
+        if (command.localPath)
+            shown.append("local=" + *command.localPath);
+        std::sort(shown.begin(), shown.end(), [](const QString &a, const QString &b) {
+            static const QStringList order{"keep", "interactive", "force", "conflict", "add", "remove", "rename", "local",
+                                           "git", "hidden", "modules"};
+            return order.indexOf(a.section('=', 0, 0)) < order.indexOf(b.section('=', 0, 0));
+        });
+        QCOMPARE(shown.join(' '), options);
+    }
+
     void resolve_data()
     {
         QTest::addColumn<QStringList>("names");

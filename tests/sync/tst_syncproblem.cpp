@@ -3,6 +3,7 @@
 #include "engine/BisyncPlan.h"
 #include "engine/RcloneEngine.h"
 #include "support/TestFiles.h"
+#include "sync/ConnectionFailure.h"
 #include "sync/SyncProblem.h"
 
 #include <QTemporaryDir>
@@ -151,6 +152,54 @@ private Q_SLOTS:
         QFETCH(QString, message);
         QFETCH(Kind, kind);
         QCOMPARE(SyncProblem::classify(message, folder()).kind, kind);
+    }
+
+    // A new remote's listing that failed, as the real rclone words it
+    // (recorded against local WebDAV, SFTP and S3 servers): the reading,
+    // and rclone's line that says why.
+    void readsConnectionFailures_data()
+    {
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("cause");
+        const QString lsf = "Failed to lsf with 2 errors: last error was: error in ListJSON: ";
+        QTest::newRow("WebDAV password") << "NOTICE: " + lsf + "couldn't list files: 401 Unauthorized: 401 Unauthorized"
+                                         << "credentialsRefused" << "401 Unauthorized";
+        QTest::newRow("SFTP password") << "ERROR : error listing: NewFs: couldn't connect SSH: ssh: handshake failed: ssh: "
+                                          "unable to authenticate, attempted methods [none password], no supported methods remain"
+                                       << "credentialsRefused" << "unable to authenticate";
+        QTest::newRow("S3 secret") << "2026/11/23 23:49:14 NOTICE: " + lsf + "operation error S3: ListBuckets, https response "
+                                      "error StatusCode: 403, RequestID: , HostID: , api error SignatureDoesNotMatch: The "
+                                      "request signature we calculated does not match the signature you provided."
+                                   << "credentialsRefused" << "SignatureDoesNotMatch";
+        QTest::newRow("S3 key") << "api error InvalidAccessKeyId: The AWS Access Key Id you provided does not exist in our records."
+                                << "credentialsRefused" << "InvalidAccessKeyId";
+        QTest::newRow("port") << lsf + "couldn't list files: Propfind \"http://127.0.0.1:9/\": dial tcp 127.0.0.1:9: "
+                                       "connect: connection refused"
+                              << "unreachable" << "connection refused";
+        QTest::newRow("HTTPS to HTTP") << "request send failed, Get \"https://127.0.0.1:43117/?x-id=ListBuckets\": http: "
+                                          "server gave HTTP response to HTTPS client"
+                                       << "unreachable" << "HTTPS client";
+        QTest::newRow("certificate") << lsf + "couldn't list files: Propfind \"https://127.0.0.1:4443/\": tls: failed to "
+                                              "verify certificate: x509: certificate signed by unknown authority"
+                                     << "certificateRejected" << "x509";
+        QTest::newRow("no bucket") << "2026/11/23 23:50:00 ERROR : error listing: directory not found\n" << "notFound"
+                                   << "error listing: directory not found";
+        QTest::newRow("timed out") << "No answer within 30 seconds" << "unreachable" << "No answer";
+        QTest::newRow("anything else") << "Failed to create file system: didn't find section in config file" << "other"
+                                       << "didn't find section";
+    }
+    void readsConnectionFailures()
+    {
+        QFETCH(QString, message);
+        QFETCH(QString, kind);
+        QFETCH(QString, cause);
+        const ConnectionFailure failure = ConnectionFailure::read("nas", message);
+        QCOMPARE(failure.kindName(), kind);
+        QCOMPARE(failure.sentence().isEmpty(), kind == "other");
+        const QStringList lines = failure.text().split('\n');
+        QCOMPARE(lines.size(), kind == "other" ? 1 : 2);
+        QVERIFY2(lines.last().contains(cause) && !lines.last().startsWith("20"), qPrintable(lines.last()));
     }
 
     // Each failing target gets its own reading of its own lines.

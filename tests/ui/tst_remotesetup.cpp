@@ -6,6 +6,7 @@
 #include "fakes/FakeLoginItem.h"
 #include "model/FolderStore.h"
 #include "platform/MemorySettingsStore.h"
+#include "support/LogCapture.h"
 #include "support/QuickInspection.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
@@ -17,6 +18,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLoggingCategory>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -141,6 +143,78 @@ private Q_SLOTS:
         m_app.reset();
         m_engine.reset();
         m_sandbox.reset();
+    }
+
+    // The form of rclone's own S3 and WebDAV: what it asks, for which
+    // provider, and what it hands on, for a new remote and for one edited.
+    void formFromRcloneItself()
+    {
+        std::optional<QList<BackendCatalog::Backend>> catalog;
+        app()->remoteConfig()->catalog(this, [&](const RcloneResult<QList<BackendCatalog::Backend>> &result) {
+            catalog = result.value();
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(catalog, 30000);
+        const auto backend = [&](const QString &name) {
+            return *std::find_if(catalog->begin(), catalog->end(), [&](const auto &b) { return b.name == name; });
+        };
+        RemoteSettingsForm form;
+        const auto names = [&form] {
+            QStringList shown;
+            for (int row = 0; row < form.rowCount(); ++row)
+                shown.append(form.index(row).data(RemoteSettingsForm::NameRole).toString());
+            return shown;
+        };
+        form.setBackend(backend("s3"));
+        QVERIFY(names().contains("sse_kms_key_id")); // no provider yet: everything
+        QCOMPARE(names().first(), "provider");
+        QCOMPARE(form.index(0).data(RemoteSettingsForm::KindRole), "choice");
+        QVERIFY(form.index(0).data(RemoteSettingsForm::DecidesFormRole).toBool());
+        form.setValue("provider", "Minio");
+        QVERIFY(names().contains("sse_kms_key_id"));
+        form.setValue("provider", "Other");
+        QVERIFY(!names().contains("sse_kms_key_id")); // AWS, Ceph and Minio only
+        QVERIFY(names().contains("endpoint"));
+        QCOMPARE(form.value("provider"), "Other");
+        // Advanced last, each with its own default as a placeholder.
+        const int pathStyle = int(names().indexOf("force_path_style"));
+        QVERIFY(form.index(pathStyle).data(RemoteSettingsForm::AdvancedRole).toBool());
+        QVERIFY(pathStyle > names().indexOf("endpoint"));
+        QCOMPARE(form.index(pathStyle).data(RemoteSettingsForm::KindRole), "bool");
+        QCOMPARE(form.index(pathStyle).data(RemoteSettingsForm::PlaceholderRole), "true");
+        QCOMPARE(RemoteSettingsForm::labelOf("access_key_id"), "Access key ID");
+
+        form.setBackend(backend("webdav"));
+        QCOMPARE(form.missingNames(), QStringList{"url"});
+        form.setValue("url", "http://nas/dav");
+        form.setValue("pass", "pw");
+        form.setValue("user", "");
+        QCOMPARE(form.settings(), (RemoteConfig::Settings{{"url", "http://nas/dav"}, {"pass", "pw"}}));
+        const int pass = int(names().indexOf("pass"));
+        QCOMPARE(form.index(pass).data(RemoteSettingsForm::KindRole), "password");
+
+        // Editing: what the remote has, a password only as set; only changes go.
+        form.setBackend(backend("webdav"), {{"type", "webdav"}, {"url", "http://nas/dav"}, {"user", "ann"}, {"pass", "0bscured"}});
+        QCOMPARE(form.value("url"), "http://nas/dav");
+        QCOMPARE(form.index(pass).data(RemoteSettingsForm::ValueRole), "");
+        QVERIFY(form.index(pass).data(RemoteSettingsForm::IsSetRole).toBool());
+        QVERIFY(form.settings().isEmpty());
+        form.setValue("user", "");
+        form.setValue("url", "http://nas/dav");
+        QCOMPARE(form.settings(), (RemoteConfig::Settings{{"user", ""}}));
+    }
+
+    // The settings given to rclone never reach the log.
+    void passwordsStayOutOfTheLog()
+    {
+        QLoggingCategory::setFilterRules("org.nimbrell.*.debug=true");
+        LogCapture log;
+        bool done = false;
+        app()->remoteConfig()->create("dav", "webdav", {{"url", "http://127.0.0.1:9/"}, {"pass", "hunter2"}}, this,
+                                      [&](const auto &) { done = true; });
+        QTRY_VERIFY_WITH_TIMEOUT(done, 30000);
+        const QString all = log.messages.join('\n');
+        QVERIFY2(all.contains("\"pass=…\"") && !all.contains("hunter2"), qPrintable(all));
+        QVERIFY(!readFile(m_sandbox->configPath()).contains("hunter2"));
     }
 
     // From the command line: the remote is made and answers, and a folder
