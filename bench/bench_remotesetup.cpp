@@ -10,7 +10,7 @@
 #include "ui/NimbrellApp.h"
 
 #include <QElapsedTimer>
-#include <QGuiApplication>
+#include <QApplication>
 #include <QProcess>
 #include <QRegularExpression>
 #include <QTemporaryDir>
@@ -49,7 +49,10 @@ int main(int argc, char *argv[])
     qputenv("RCLONE_CONFIG", QFile::encodeName(root.filePath(QStringLiteral("rclone.conf"))));
     qputenv("QT_LOGGING_RULES", "org.nimbrell.*=false");
     qputenv("QT_QPA_PLATFORM", "offscreen");
-    QGuiApplication app(argc, argv);
+    qputenv("XDG_RUNTIME_DIR", QFile::encodeName(root.filePath(QStringLiteral("run"))));
+    QDir().mkpath(root.filePath(QStringLiteral("run")));
+    QFile::setPermissions(root.filePath(QStringLiteral("run")), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QApplication app(argc, argv);
     QDir().mkpath(root.filePath(QStringLiteral("served")));
 
     QProcess server;
@@ -120,7 +123,7 @@ int main(int argc, char *argv[])
 
     std::printf("Add Remote sheet, %d rounds, medians (min–max):\n", kRounds);
     const auto row = [](const char *what, const std::vector<double> &figures) {
-        std::printf("  %-52s %7.1f ms (%.1f–%.1f)\n", what, median(figures), *std::min_element(figures.begin(), figures.end()),
+        std::printf("  %-58s %7.2f ms (%.2f–%.2f)\n", what, median(figures), *std::min_element(figures.begin(), figures.end()),
                     *std::max_element(figures.begin(), figures.end()));
     };
     row("More… to a filled list, first in the session", firstList);
