@@ -215,7 +215,7 @@ QString AddRemoteController::buttonText() const
     }
     if (m_testFailed)
         return QStringLiteral("Try Again");
-    return needsSettings() ? QStringLiteral("Add") : QStringLiteral("Add & Authenticate");
+    return needsSettings() || m_choosingBackend ? QStringLiteral("Add") : QStringLiteral("Add & Authenticate");
 }
 
 QVariantList AddRemoteController::providers()

@@ -85,8 +85,15 @@ Dialog {
             enabled: !controller.isConfiguring && !controller.testFailed
         }
 
-        Label { text: "Provider"; font.weight: Font.DemiBold; Layout.topMargin: 6 }
+        // Once the remote is made, the choice of provider makes room for its settings.
+        Label {
+            text: "Provider"
+            font.weight: Font.DemiBold
+            Layout.topMargin: 6
+            visible: !controller.testFailed
+        }
         GridLayout {
+            visible: !controller.testFailed
             Layout.fillWidth: true
             columns: 3
             columnSpacing: 8
@@ -182,9 +189,11 @@ Dialog {
             Layout.fillHeight: true
             spacing: 6
             Label {
-                text: "Settings"
-                font.weight: Font.DemiBold
+                Layout.fillWidth: true
                 Layout.topMargin: 6
+                text: "Settings" + (controller.form.description !== "" ? " · " + controller.form.description : "")
+                elide: Text.ElideRight
+                font.weight: Font.DemiBold
             }
             Label {
                 visible: controller.catalogLoading
