@@ -377,6 +377,16 @@ void shoot(const QString &appearance, bool withData)
         save(main, QStringLiteral("add-remote-backends") + suffix);
         sheet->setProperty("backendSearch", QStringLiteral("cloud"));
         save(main, QStringLiteral("add-remote-backends-search") + suffix);
+        // jottacloud asks how to sign in before it is complete.
+        sheet->setProperty("name", QStringLiteral("jotta"));
+        QMetaObject::invokeMethod(sheet, "chooseBackend", Q_ARG(QString, QStringLiteral("jottacloud")));
+        waitFor([&] { return formOf()->property("backend").toString() == u"jottacloud"; });
+        QMetaObject::invokeMethod(sheet, "submit");
+        waitFor([sheet] { return !sheet->property("question").toMap().isEmpty(); });
+        save(main, QStringLiteral("add-remote-question") + suffix);
+        invoke(main, "addRemoteSheet", "close"); // removes "jotta" again
+        waitFor([sheet] { return !sheet->property("isCleaningUp").toBool(); });
+        invoke(main, "contentView", "openAddRemote");
         sheet->setProperty("name", QStringLiteral("minio"));
         sheet->setProperty("type", QStringLiteral("s3"));
         waitFor([&] { return formOf()->property("backend").toString() == u"s3"; });

@@ -41,6 +41,20 @@ RcloneResult<T> await(const std::function<RcloneJob *(const QObject *, RcloneEng
     return *result;
 }
 
+// Every storage kind rclone reaches.
+std::optional<RcloneResult<QList<BackendCatalog::Backend>>> catalogOf(RemoteConfig &config)
+{
+    std::optional<RcloneResult<QList<BackendCatalog::Backend>>> catalog;
+    QEventLoop loop;
+    config.catalog(&loop, [&](const RcloneResult<QList<BackendCatalog::Backend>> &result) {
+        catalog = result;
+        loop.quit();
+    });
+    if (!catalog)
+        loop.exec();
+    return catalog;
+}
+
 QString quoted(const QString &text)
 {
     return QStringLiteral("“%1”").arg(text);
@@ -140,16 +154,7 @@ int addRemote(const CliCommand &command)
         if (remote.name == name)
             return fail(command, about, QStringLiteral("a remote named %1 exists already").arg(quoted(name)), kUsage);
     }
-    std::optional<RcloneResult<QList<BackendCatalog::Backend>>> catalog;
-    {
-        QEventLoop loop;
-        config.catalog(&loop, [&](const RcloneResult<QList<BackendCatalog::Backend>> &result) {
-            catalog = result;
-            loop.quit();
-        });
-        if (!catalog)
-            loop.exec();
-    }
+    const std::optional<RcloneResult<QList<BackendCatalog::Backend>>> catalog = catalogOf(config);
     if (!catalog->ok())
         return fail(command, about, catalog->error().description, kFailed);
 
@@ -302,14 +307,7 @@ int listTypes(const CliCommand &command)
 {
     RcloneEngine engine;
     RemoteConfig config(engine);
-    std::optional<RcloneResult<QList<BackendCatalog::Backend>>> catalog;
-    QEventLoop loop;
-    config.catalog(&loop, [&](const RcloneResult<QList<BackendCatalog::Backend>> &result) {
-        catalog = result;
-        loop.quit();
-    });
-    if (!catalog)
-        loop.exec();
+    const std::optional<RcloneResult<QList<BackendCatalog::Backend>>> catalog = catalogOf(config);
     if (!catalog->ok()) {
         say(catalog->error().description);
         return kFailed;

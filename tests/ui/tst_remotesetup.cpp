@@ -13,12 +13,14 @@
 #include "ui/AddRemoteController.h"
 #include "ui/AppSetup.h"
 #include "ui/EditRemoteController.h"
+#include "ui/FolderDetailController.h"
 #include "ui/NimbrellApp.h"
 #include "ui/RemoteListModel.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLoggingCategory>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -310,6 +312,40 @@ private Q_SLOTS:
         QCOMPARE(nimbrell({"folders", "remove", "Papers"}).exitCode, 0);
         QCOMPARE(nimbrell({"remotes", "remove", "there"}).exitCode, 0);
         QVERIFY(!configured("there"));
+    }
+
+    // `folders add` makes the folder the editor makes: the same store, but
+    // for its ids.
+    void folderAddedAsTheEditorAddsIt()
+    {
+        const QString local = m_sandbox->makeDirectory("Documents");
+        m_sandbox->addAlias("there", m_sandbox->makeDirectory("there"));
+        const QString store = m_sandbox->home() + "/.config/rclone/rclone_sync_folders.json";
+        const QString preferences = m_sandbox->home() + "/.config/nimbrell/folders.conf";
+        const auto withoutIds = [](QByteArray bytes) {
+            static const QRegularExpression id("[0-9A-F]{8}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{4}-[0-9A-F]{12}");
+            return QString::fromUtf8(bytes).replace(id, "ID");
+        };
+        {
+            FolderDetailController editor;
+            editor.setApp(app());
+            app()->remotes()->reload();
+            QTRY_COMPARE(app()->remotes()->count(), 1);
+            editor.setEditName("Docs");
+            editor.setEditLocalPath(local);
+            editor.addTarget();
+            editor.setTargetRemote(0, "there");
+            editor.setTargetPath(0, "Docs");
+            editor.save();
+            QCOMPARE(app()->syncManager()->folders().size(), 1);
+        }
+        m_app.reset(); // saved as it goes
+        const QString fromEditor = withoutIds(readFile(store));
+        QVERIFY(fromEditor.contains("\"Docs\""));
+        QFile::remove(store);
+        QCOMPARE(nimbrell({"folders", "add", "Docs", local, "there:Docs"}).exitCode, 0);
+        QCOMPARE(withoutIds(readFile(store)), fromEditor);
+        QVERIFY(!QFile::exists(preferences) || !readFile(preferences).contains("paused"));
     }
 
     // From the sheet: the same servers, the form filled as a user fills it.

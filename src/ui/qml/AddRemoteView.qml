@@ -85,15 +85,16 @@ Dialog {
             enabled: !controller.isConfiguring && !controller.testFailed
         }
 
-        // Once the remote is made, the choice of provider makes room for its settings.
+        // Once the remote is made, the choice of provider makes room for its
+        // settings, and both for rclone's questions.
         Label {
             text: "Provider"
             font.weight: Font.DemiBold
             Layout.topMargin: 6
-            visible: !controller.testFailed
+            visible: !controller.testFailed && controller.configStep !== AddRemoteController.Answering
         }
         GridLayout {
-            visible: !controller.testFailed
+            visible: !controller.testFailed && controller.configStep !== AddRemoteController.Answering
             Layout.fillWidth: true
             columns: 3
             columnSpacing: 8
@@ -185,6 +186,7 @@ Dialog {
         // The chosen backend's settings.
         ColumnLayout {
             visible: controller.needsSettings && !controller.choosingBackend
+                     && controller.configStep !== AddRemoteController.Answering
             Layout.fillWidth: true
             Layout.fillHeight: true
             spacing: 6
@@ -220,38 +222,14 @@ Dialog {
         }
 
         // rclone asks something more before the remote is complete.
-        ColumnLayout {
+        RemoteQuestion {
             objectName: "question"
             visible: controller.configStep === AddRemoteController.Answering
             Layout.fillWidth: true
-            spacing: 4
-            Label { text: controller.question.label || ""; font.weight: Font.DemiBold }
-            Label {
-                Layout.fillWidth: true
-                text: controller.question.help || ""
-                wrapMode: Text.Wrap
-                textFormat: Text.PlainText
-                color: app.theme.secondary
-            }
-            AppTextField {
-                objectName: "answer"
-                visible: controller.question.kind !== "choice"
-                Layout.fillWidth: true
-                echoMode: controller.question.kind === "password" ? TextInput.Password : TextInput.Normal
-                placeholderText: controller.question.placeholder || ""
-                text: controller.answer
-                onTextEdited: controller.answer = text
-            }
-            AppComboBox {
-                objectName: "answerChoice"
-                visible: controller.question.kind === "choice"
-                Layout.fillWidth: true
-                model: controller.question.choices || []
-                textRole: "label"
-                valueRole: "value"
-                currentIndex: Math.max(0, indexOfValue(controller.answer))
-                onActivated: controller.answer = currentValue
-            }
+            question: controller.question
+            answer: controller.answer
+            app: sheet.app
+            onAnswerEdited: answer => controller.answer = answer
         }
 
         RowLayout {
@@ -314,7 +292,8 @@ Dialog {
         spacing: 8
         Item { Layout.fillWidth: true }
         BusyIndicator {
-            visible: controller.isConfiguring || controller.isCleaningUp
+            visible: (controller.isConfiguring && controller.configStep !== AddRemoteController.Answering)
+                     || controller.isCleaningUp
             running: visible
             Layout.preferredWidth: 18
             Layout.preferredHeight: 18

@@ -78,35 +78,13 @@ Dialog {
                 flickable: scroll.contentItem
             }
         }
-        ColumnLayout {
+        RemoteQuestion {
             visible: controller.state === EditRemoteController.Answering
             Layout.fillWidth: true
-            spacing: 4
-            Label { text: controller.question.label || ""; font.weight: Font.DemiBold }
-            Label {
-                Layout.fillWidth: true
-                text: controller.question.help || ""
-                wrapMode: Text.Wrap
-                textFormat: Text.PlainText
-                color: app.theme.secondary
-            }
-            AppTextField {
-                visible: controller.question.kind !== "choice"
-                Layout.fillWidth: true
-                echoMode: controller.question.kind === "password" ? TextInput.Password : TextInput.Normal
-                placeholderText: controller.question.placeholder || ""
-                text: controller.answer
-                onTextEdited: controller.answer = text
-            }
-            AppComboBox {
-                visible: controller.question.kind === "choice"
-                Layout.fillWidth: true
-                model: controller.question.choices || []
-                textRole: "label"
-                valueRole: "value"
-                currentIndex: Math.max(0, indexOfValue(controller.answer))
-                onActivated: controller.answer = currentValue
-            }
+            question: controller.question
+            answer: controller.answer
+            app: sheet.app
+            onAnswerEdited: answer => controller.answer = answer
         }
         RowLayout {
             visible: controller.errorMessage !== ""
