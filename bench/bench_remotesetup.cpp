@@ -15,7 +15,10 @@
 #include <QRegularExpression>
 #include <QTemporaryDir>
 
+#include <csignal>
 #include <cstdio>
+
+#include <sys/prctl.h>
 
 namespace {
 
@@ -57,6 +60,7 @@ int main(int argc, char *argv[])
 
     QProcess server;
     server.setProcessChannelMode(QProcess::MergedChannels);
+    server.setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); }); // ends with the benchmark
     server.start(QStringLiteral(RCLONE_PATH),
                  {QStringLiteral("serve"), QStringLiteral("webdav"), root.filePath(QStringLiteral("served")),
                   QStringLiteral("--addr"), QStringLiteral("127.0.0.1:0"), QStringLiteral("--user"), QStringLiteral("ann"),

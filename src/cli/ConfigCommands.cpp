@@ -420,13 +420,10 @@ int remotes(const CliCommand &command)
     QStringList left;
     for (const QJsonValue &folder : reply.value(QStringLiteral("folders")).toArray())
         left.append(folder.toString());
-    const int code = report(command, reply,
-                            left.isEmpty() ? QStringLiteral("Removed %1").arg(name)
-                                           : QStringLiteral("Removed %1, and took it out of %2")
-                                                 .arg(name, left.join(QStringLiteral(", "))));
-    if (code == kOk && !InstanceChannel::isHeld())
-        tellInstance();
-    return code;
+    // (A running instance lists its remotes again by itself.)
+    return report(command, reply,
+                  left.isEmpty() ? QStringLiteral("Removed %1").arg(name)
+                                 : QStringLiteral("Removed %1, and took it out of %2").arg(name, left.join(QStringLiteral(", "))));
 }
 
 int folders(const CliCommand &command)

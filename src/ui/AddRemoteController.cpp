@@ -48,6 +48,8 @@ const Provider *cardOf(const QString &type)
 AddRemoteController::AddRemoteController(QObject *parent)
     : QObject(parent)
 {
+    // A required setting filled in or emptied decides whether Add can be pressed.
+    connect(&m_form, &RemoteSettingsForm::valuesChanged, this, &AddRemoteController::stateChanged);
 }
 
 AddRemoteController::~AddRemoteController()

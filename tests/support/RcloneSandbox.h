@@ -8,6 +8,10 @@
 #include <QTemporaryDir>
 #include <QTest>
 
+#include <csignal>
+
+#include <sys/prctl.h>
+
 // A private world for the real rclone: a temporary HOME and XDG_DATA_HOME
 // (so the bisync work directory, the folder store, the activity file and the
 // trash live there) and an rclone configuration of
@@ -132,6 +136,8 @@ public:
         auto *server = new QProcess;
         m_servers.append(server);
         server->setProcessChannelMode(QProcess::MergedChannels);
+        // A test that crashes takes its servers with it.
+        server->setChildProcessModifier([] { ::prctl(PR_SET_PDEATHSIG, SIGTERM); });
         server->start(program, arguments);
         if (!server->waitForStarted())
             return {};

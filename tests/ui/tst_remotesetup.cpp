@@ -406,8 +406,10 @@ private Q_SLOTS:
         QTRY_COMPARE(sheet.form()->backend(), "webdav");
         QCOMPARE(sheet.form()->missingNames(), QStringList{"url"});
         QVERIFY(!sheet.canSubmit());
+        QSignalSpy changed(&sheet, &AddRemoteController::stateChanged); // the Add button follows the form
         for (const auto &[key, value] : {std::pair{"url", url}, {"user", "ann"}, {"pass", "wrong"}})
             sheet.form()->setValue(key, value);
+        QVERIFY(sheet.canSubmit() && !changed.isEmpty());
         sheet.submit();
         QTRY_VERIFY_WITH_TIMEOUT(sheet.testFailed(), 30000);
         sheet.form()->setValue("pass", "s3cret");
