@@ -88,11 +88,14 @@ public:
     // Where the running instance listens.
     static QString socketPath();
 
+    // What the channel does with one request line from a client: the
+    // command's handler answers, or `reply` gets why not.
+    void answer(const QByteArray &line, Reply reply) const;
+
 private:
     static QString ownSocketPath();
     static QString addressPath();
     void serve(QLocalSocket *socket);
-    void answer(const QByteArray &line, Reply reply) const;
 
     std::unique_ptr<QLockFile> m_lock;
     QLocalServer *m_server = nullptr;
