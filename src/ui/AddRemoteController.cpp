@@ -183,13 +183,7 @@ QVariantMap AddRemoteController::question() const
 QVariantMap AddRemoteController::questionMap(const RemoteConfig::Question &question)
 {
     const BackendCatalog::Option &option = question.option;
-    QVariantList choices;
-    for (const BackendCatalog::Example &example : option.examples) {
-        const QString help = example.help.section(u'\n', 0, 0).trimmed();
-        choices.append(QVariantMap{{QStringLiteral("value"), example.value},
-                                   {QStringLiteral("label"), help.isEmpty() ? example.value
-                                                                            : example.value + QStringLiteral(" — ") + help}});
-    }
+    const QVariantList choices = RemoteSettingsForm::choicesOf(option);
     return {{QStringLiteral("name"), option.name},
             {QStringLiteral("label"), RemoteSettingsForm::labelOf(option.name)},
             {QStringLiteral("help"), option.help.trimmed()},

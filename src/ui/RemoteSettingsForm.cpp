@@ -46,17 +46,7 @@ QVariant RemoteSettingsForm::data(const QModelIndex &index, int role) const
     case HelpRole: return option.help.trimmed();
     case PlaceholderRole: return option.defaultText;
     case KindRole: return kindOf(option);
-    case ChoicesRole: {
-        QVariantList choices;
-        for (const BackendCatalog::Example &example : option.examples) {
-            const QString help = firstLine(example.help);
-            choices.append(QVariantMap{{QStringLiteral("value"), example.value},
-                                       {QStringLiteral("label"), help.isEmpty() || help == example.value
-                                                                     ? example.value
-                                                                     : example.value + QStringLiteral(" — ") + help}});
-        }
-        return choices;
-    }
+    case ChoicesRole: return choicesOf(option);
     case ExclusiveRole: return option.exclusive;
     case RequiredRole: return option.required;
     case AdvancedRole: return option.advanced;
@@ -172,6 +162,19 @@ RemoteConfig::Settings RemoteSettingsForm::settings() const
             settings.append({option.name, typed});
     }
     return settings;
+}
+
+QVariantList RemoteSettingsForm::choicesOf(const BackendCatalog::Option &option)
+{
+    QVariantList choices;
+    for (const BackendCatalog::Example &example : option.examples) {
+        const QString help = firstLine(example.help);
+        choices.append(QVariantMap{{QStringLiteral("value"), example.value},
+                                   {QStringLiteral("label"), help.isEmpty() || help == example.value
+                                                                 ? example.value
+                                                                 : example.value + QStringLiteral(" — ") + help}});
+    }
+    return choices;
 }
 
 QString RemoteSettingsForm::labelOf(const QString &name)

@@ -65,6 +65,8 @@ public:
     // one edited, each setting changed. In the form's order.
     RemoteConfig::Settings settings() const;
 
+    // An option's examples as the sheets offer them: [{value, label}].
+    static QVariantList choicesOf(const BackendCatalog::Option &option);
     // "access_key_id" as "Access key ID".
     static QString labelOf(const QString &name);
 
