@@ -79,8 +79,9 @@ public:
         const QString url = serveWebDav(directory);
         QStringList settings{QStringLiteral("type = webdav"), QStringLiteral("url = ") + url,
                              QStringLiteral("vendor = rclone")};
-        if (!paced)
-            settings.append(QStringLiteral("pacer_min_sleep = 0"));
+        // Paced: 30 ms between calls, so that a few hundred
+        // files take long enough to stop a run in the middle on any machine.
+        settings.append(paced ? QStringLiteral("pacer_min_sleep = 30ms") : QStringLiteral("pacer_min_sleep = 0"));
         addRemote(name, settings);
     }
 

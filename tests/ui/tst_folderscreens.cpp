@@ -527,6 +527,8 @@ private Q_SLOTS:
         QTRY_VERIFY_WITH_TIMEOUT(item(main, "abortSync"), 5000);
         QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("2 of 2"), 30000);
         click(main, item(main, "abortSync"));
+        // Idle at once, whatever rclone still has to do to stop.
+        QCOMPARE(m_app->syncManager()->folders().first().status, SyncStatus::idle);
         // rclone stops gracefully, which under a full machine took 14 s.
         QTRY_VERIFY_WITH_TIMEOUT(visibleTexts(main).contains("Paused"), 60000); // (it is: Sync Now ran it all the same)
         QCOMPARE(m_app->syncManager()->folders().first().status, SyncStatus::idle);
