@@ -1,6 +1,6 @@
 # fish completion for nimbrell
 set -l commands status sync cancel list remotes folders pause resume open quit
-set -l switches exclude-git no-exclude-git exclude-hidden no-exclude-hidden exclude-node-modules no-exclude-node-modules
+set -l switches exclude-git no-exclude-git exclude-hidden no-exclude-hidden exclude-node-modules no-exclude-node-modules keep-removed no-keep-removed
 
 complete -c nimbrell -f
 complete -c nimbrell -n "not __fish_seen_subcommand_from $commands" -a "$commands"

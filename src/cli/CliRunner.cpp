@@ -171,6 +171,8 @@ void printList(const QJsonObject &report)
         out(line(QStringLiteral("Targets"), joinedTargets(folder)));
         out(line(QStringLiteral("Excluding"), excluded.isEmpty() ? QStringLiteral("nothing") : excluded.join(QStringLiteral(", "))));
         out(line(QStringLiteral("Conflicts"), policy ? label(*policy) : QStringLiteral("?")));
+        if (folder.value(QStringLiteral("keepRemoved")).toBool())
+            out(line(QStringLiteral("Removed"), QStringLiteral("kept %1 days").arg(folder.value(QStringLiteral("keepDays")).toInt())));
     }
 }
 
@@ -315,6 +317,24 @@ int syncHere(const CliCommand &command, InstanceChannel &channel)
     return follower.succeeded() && allStarted ? kOk : kFailed;
 }
 
+// Follows the running instance's runs of these folders to their end; true
+// when all succeeded.
+bool follow(const QList<QUuid> &folders, std::FILE *out)
+{
+    SyncFollower follower(folders, out);
+    for (;;) {
+        const std::optional<QJsonObject> now = ask(QStringLiteral("status"));
+        if (!now) {
+            follower.abandon(QStringLiteral("Nimbrell quit before the sync ended"));
+            break;
+        }
+        if (follower.update(*now))
+            break;
+        QThread::msleep(std::chrono::milliseconds(kPollInterval).count());
+    }
+    return follower.succeeded();
+}
+
 int sync(const CliCommand &command)
 {
     if (!InstanceChannel::isHeld()) {
@@ -352,18 +372,60 @@ int sync(const CliCommand &command)
             out(QStringLiteral("Syncing %1\n").arg(names.join(QStringLiteral(", "))));
         return allStarted ? kOk : kFailed;
     }
-    SyncFollower follower(started, stdout);
-    for (;;) {
-        const std::optional<QJsonObject> now = ask(QStringLiteral("status"));
-        if (!now) {
-            follower.abandon(QStringLiteral("Nimbrell quit before the sync ended"));
-            break;
-        }
-        if (follower.update(*now))
-            break;
-        QThread::msleep(std::chrono::milliseconds(kPollInterval).count());
+    return follow(started, stdout) && allStarted ? kOk : kFailed;
+}
+
+// The review of a failed run's recovery, and with --apply the run itself.
+int review(const CliCommand &command)
+{
+    const std::optional<QJsonObject> status =
+        InstanceChannel::isHeld() ? ask(QStringLiteral("status")) : std::nullopt;
+    if (!status) {
+        say(QStringLiteral("not running"));
+        return kNotRunning;
     }
-    return follower.succeeded() && allStarted ? kOk : kFailed;
+    const std::optional<QList<QUuid>> ids = chosenFolders(command, *status);
+    if (!ids)
+        return kUsage;
+    // A dry run reads both sides whole: as long as a listing of the pair takes.
+    const std::optional<QJsonObject> reply =
+        ask(QStringLiteral("review"), {{QStringLiteral("folder"), uuidString(ids->first())}, {QStringLiteral("apply"), command.apply}},
+            std::chrono::hours(1));
+    if (!reply || !errorOf(*reply).isEmpty()) {
+        say(reply ? errorOf(*reply) : QStringLiteral("the running instance did not answer"));
+        return kFailed;
+    }
+    if (command.json) {
+        printJson(*reply);
+    } else {
+        const QJsonArray changes = reply->value(QStringLiteral("changes")).toArray();
+        const QString kind = reply->value(QStringLiteral("kind")).toString();
+        out(QStringLiteral("%1 with %2: %3\n")
+                .arg(kind == u"resync" ? QStringLiteral("Resync") : kind == u"deletions" ? QStringLiteral("Deletions")
+                                                                                         : QStringLiteral("Changes"),
+                     reply->value(QStringLiteral("target")).toString(),
+                     changes.isEmpty() ? QStringLiteral("nothing to change")
+                                       : changes.size() == 1 ? QStringLiteral("1 change")
+                                                             : QStringLiteral("%1 changes").arg(changes.size())));
+        static const QHash<QString, std::pair<QString, QString>> verbs{
+            {QStringLiteral("toRemote"), {QStringLiteral("upload"), QStringLiteral("upload")}},
+            {QStringLiteral("toLocal"), {QStringLiteral("download"), QStringLiteral("download")}},
+            {QStringLiteral("deletedRemote"), {QStringLiteral("delete on the remote"), QStringLiteral("delete on the remote")}},
+            {QStringLiteral("deletedLocal"), {QStringLiteral("delete here"), QStringLiteral("delete here")}},
+            {QStringLiteral("replaced"), {QStringLiteral("replace here"), QStringLiteral("replace on the remote")}},
+        };
+        for (const QJsonValue &value : changes) {
+            const QJsonObject change = value.toObject();
+            const auto verb = verbs.value(change.value(QStringLiteral("group")).toString());
+            out(QStringLiteral("  %1  %2\n").arg(change.value(QStringLiteral("toRemote")).toBool() ? verb.second : verb.first, -20)
+                    .arg(change.value(QStringLiteral("path")).toString()));
+        }
+        if (!command.apply)
+            out(QStringLiteral("Nothing was changed; `nimbrell review %1 --apply` does it.\n").arg(command.folders.first()));
+    }
+    if (!command.apply)
+        return kOk;
+    return follow(*ids, command.json ? stderr : stdout) ? kOk : kFailed;
 }
 
 // cancel, pause, resume, open and quit: only a running instance can.
@@ -464,6 +526,8 @@ int run(const CliCommand &command)
         return report(command);
     case Kind::sync:
         return sync(command);
+    case Kind::review:
+        return review(command);
     case Kind::remoteAdd:
     case Kind::remoteTest:
     case Kind::remoteRemove:

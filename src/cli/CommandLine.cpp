@@ -24,7 +24,7 @@ constexpr std::array kSubcommands{
     Subcommand{"cancel", Kind::cancel, "--all", -1},    Subcommand{"list", Kind::list, "--json", 0},
     Subcommand{"remotes", Kind::remotes, "--json", 0},  Subcommand{"pause", Kind::pause, "", -1},
     Subcommand{"resume", Kind::resume, "", -1},          Subcommand{"open", Kind::open, "", 1},
-    Subcommand{"quit", Kind::quit, "", 0},
+    Subcommand{"quit", Kind::quit, "", 0},               Subcommand{"review", Kind::review, "--apply --json", 1},
 };
 
 QString quoted(const QString &text)
@@ -45,7 +45,7 @@ struct Action
 };
 
 constexpr const char *kSwitches = "--exclude-git --no-exclude-git --exclude-hidden --no-exclude-hidden "
-                                  "--exclude-node-modules --no-exclude-node-modules";
+                                  "--exclude-node-modules --no-exclude-node-modules --keep-removed --no-keep-removed";
 
 constexpr std::array kActions{
     Action{"remotes", "add", Kind::remoteAdd, "--keep --interactive --json", "", 1, -1},
@@ -102,6 +102,8 @@ std::variant<CliCommand, QString> parseAction(const Action &action, const QStrin
             else if (argument == QStringLiteral("--no-exclude-") + QLatin1String(flag))
                 command.*member = false;
         }
+        if (argument == u"--keep-removed" || argument == u"--no-keep-removed")
+            command.keepRemoved = argument == u"--keep-removed";
         if (argument == u"--conflict") {
             if (!conflictResolutionFromRawValue(value))
                 return QStringLiteral("--conflict takes keepBoth, newerWins, localWins or remoteWins, not %1").arg(quoted(value));
@@ -175,6 +177,10 @@ Commands:
                                    folder, turn automatic sync off
   resume [FOLDER...]               resume those folders; without a folder, turn automatic
                                    sync on
+  review FOLDER [--apply] [--json] what the recovery that the folder's failed run asks
+                                   for would change (a resync, or past too many
+                                   deletions or changes); --apply carries it out and
+                                   follows the run
   open [FOLDER]                    show the window, at that folder
   quit                             quit the running Nimbrell once its syncs have stopped
 
@@ -183,6 +189,8 @@ Folder options:
   --exclude-git, --no-exclude-git                      (default: excluded)
   --exclude-hidden, --no-exclude-hidden                (default: included)
   --exclude-node-modules, --no-exclude-node-modules    (default: excluded)
+  --keep-removed, --no-keep-removed                    keep files that syncs remove or
+                                                       replace, for a while (default: off)
 
 Options:
   --headless     run the syncs, watchers and periodic check without a window
@@ -265,6 +273,7 @@ std::variant<CliCommand, QString> parse(const QStringList &arguments)
             command.json |= argument == u"--json";
             command.all |= argument == u"--all";
             command.wait |= argument == u"--wait";
+            command.apply |= argument == u"--apply";
         } else {
             command.folders.append(argument);
         }
@@ -275,6 +284,8 @@ std::variant<CliCommand, QString> parse(const QStringList &arguments)
         return QStringLiteral("%1 takes one folder").arg(first);
     if (command.all && !command.folders.isEmpty())
         return QStringLiteral("name folders or use --all, not both");
+    if (command.kind == Kind::review && command.folders.isEmpty())
+        return QStringLiteral("usage: nimbrell review FOLDER [--apply] [--json]");
     if ((command.kind == Kind::sync || command.kind == Kind::cancel) && command.folders.isEmpty())
         command.all = true;
     return command;

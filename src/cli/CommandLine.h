@@ -13,7 +13,7 @@ struct CliCommand
 {
     enum class Kind {
         window, headless, help, version, status, sync, cancel, list, remotes, pause, resume, open, quit,
-        remoteAdd, remoteTest, remoteRemove, remoteTypes, folderAdd, folderEdit, folderRemove,
+        review, remoteAdd, remoteTest, remoteRemove, remoteTypes, folderAdd, folderEdit, folderRemove,
         complete, // one name a line, for the shell's completion: "remotes", "folders" or "types"
     };
     Kind kind = Kind::window;
@@ -21,6 +21,7 @@ struct CliCommand
     bool json = false;
     bool all = false;    // sync and cancel: every folder (also when none is named)
     bool wait = false;
+    bool apply = false; // review: runs what it shows
     // remotes and folders add, edit, test and remove: the words after the
     // action (NAME TYPE KEY=VALUE...; NAME LOCAL REMOTE:PATH...; FOLDER).
     QStringList words;
@@ -32,6 +33,7 @@ struct CliCommand
     std::optional<bool> excludeGit;
     std::optional<bool> excludeHidden;
     std::optional<bool> excludeNodeModules;
+    std::optional<bool> keepRemoved;
     QStringList addTargets;
     QStringList removeTargets;
     std::optional<QString> rename;

@@ -435,7 +435,8 @@ int folders(const CliCommand &command)
         settings.insert(QStringLiteral("conflict"), *command.conflict);
     for (const auto &[key, value] : {std::pair{"excludeGit", command.excludeGit},
                                      {"excludeHidden", command.excludeHidden},
-                                     {"excludeNodeModules", command.excludeNodeModules}}) {
+                                     {"excludeNodeModules", command.excludeNodeModules},
+                                     {"keepRemoved", command.keepRemoved}}) {
         if (value)
             settings.insert(QLatin1String(key), *value);
     }

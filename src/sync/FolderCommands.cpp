@@ -166,7 +166,8 @@ void FolderCommands::changeFolder(const QJsonObject &request, const Reply &reply
     for (const QString &spec : strings(request.value(QStringLiteral("targets")))
              + strings(request.value(QStringLiteral("addTargets"))))
         named.append(targetOf(spec)->remoteName);
-    m_engine.listRemotes(this, [this, adding, folder = *folder, named, reply](const RcloneResult<QList<CloudRemote>> &remotes) {
+    const QJsonValue keepRemoved = request.value(QStringLiteral("keepRemoved"));
+    m_engine.listRemotes(this, [this, adding, folder = *folder, named, keepRemoved, reply](const RcloneResult<QList<CloudRemote>> &remotes) {
         if (!remotes.ok())
             return reply(refusal(remotes.error().description, false));
         for (const QString &name : named) {
@@ -186,6 +187,8 @@ void FolderCommands::changeFolder(const QJsonObject &request, const Reply &reply
         } else {
             m_manager.updateFolder(folder);
         }
+        if (keepRemoved.isBool())
+            m_manager.setKeepsRemoved(folder.id, keepRemoved.toBool());
         QJsonObject answer{{QStringLiteral("id"), uuidString(folder.id)}};
         if (!m_manager.storeProblem().isEmpty())
             answer.insert(kError, m_manager.storeProblem());

@@ -252,7 +252,8 @@ QString SyncProblem::sentence() const
             .arg(side == Side::none ? QStringLiteral("one side") : sideText(*this, side));
     case Kind::emptySide:
         return side == Side::remote
-            ? QStringLiteral("%1 lists no files. Nothing was deleted here; check that the remote is the right one.")
+            ? QStringLiteral("%1 lists no files. Nothing was deleted here; check that the remote is the right one, "
+                             "then review what a resync would copy to it.")
                   .arg(target)
             : QStringLiteral("%1 is empty, so nothing was synced. A drive that is not mounted looks like this: "
                              "mount it, or put the files back.")
@@ -294,7 +295,9 @@ SyncProblem::Action SyncProblem::action() const
     case Kind::needsResync: return Action::reviewResync;
     case Kind::tooManyDeletes: return Action::reviewDeletions;
     case Kind::allFilesChanged: return Action::reviewChanges;
-    case Kind::emptySide: return side == Side::remote ? Action::openRemote : Action::showFolder;
+    // An empty remote is filled only after the user saw the plan; an empty
+    // folder here is most often a drive that is not mounted.
+    case Kind::emptySide: return side == Side::remote ? Action::reviewResync : Action::showFolder;
     case Kind::diskFull: return Action::showFolder;
     case Kind::signInExpired: return Action::signInAgain;
     case Kind::remoteMissing:

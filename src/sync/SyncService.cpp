@@ -8,6 +8,8 @@
 #include "platform/UnixSignalNotifier.h"
 #include "sync/FolderReport.h"
 #include "sync/SyncManager.h"
+#include "sync/SyncProblem.h"
+#include "sync/SyncReview.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>
@@ -37,6 +39,28 @@ QList<QUuid> requestedFolders(const QJsonObject &request, const SyncManager &man
     for (const QJsonValue &id : request.value(kFolders).toArray())
         ids.append(QUuid::fromString(id.toString()));
     return ids;
+}
+
+std::optional<SyncReview::Kind> reviewKind(SyncProblem::Action action)
+{
+    switch (action) {
+    case SyncProblem::Action::reviewResync: return SyncReview::Kind::resync;
+    case SyncProblem::Action::reviewDeletions: return SyncReview::Kind::deletions;
+    case SyncProblem::Action::reviewChanges: return SyncReview::Kind::changes;
+    default: return std::nullopt;
+    }
+}
+
+QString groupName(BisyncPlan::Group group)
+{
+    switch (group) {
+    case BisyncPlan::Group::toRemote: return QStringLiteral("toRemote");
+    case BisyncPlan::Group::toLocal: return QStringLiteral("toLocal");
+    case BisyncPlan::Group::deletedRemote: return QStringLiteral("deletedRemote");
+    case BisyncPlan::Group::deletedLocal: return QStringLiteral("deletedLocal");
+    case BisyncPlan::Group::replaced: return QStringLiteral("replaced");
+    }
+    return {};
 }
 
 QString modeName(SyncService::Mode mode)
@@ -137,6 +161,9 @@ void SyncService::serve(InstanceChannel &channel)
         Q_EMIT remotesChanged();
         return QJsonObject();
     });
+    channel.setHandler(QStringLiteral("review"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
+        review(request, reply);
+    });
     channel.setHandler(QStringLiteral("quit"), [this](const QJsonObject &) {
         // After the reply has gone out.
         QTimer::singleShot(0, this, &SyncService::quitRequested);
@@ -178,11 +205,63 @@ QJsonObject SyncService::statusReport() const
     };
 }
 
+void SyncService::review(const QJsonObject &request, const std::function<void(const QJsonObject &)> &reply)
+{
+    const QUuid id = QUuid::fromString(request.value(QStringLiteral("folder")).toString());
+    const std::optional<SyncFolder> folder = m_manager.folder(id);
+    if (!folder)
+        return reply({{kError, QStringLiteral("no such folder")}});
+    const QList<SyncProblem> problems = m_manager.problems(id);
+    const auto problem = std::find_if(problems.begin(), problems.end(),
+                                      [](const SyncProblem &p) { return reviewKind(p.action()).has_value(); });
+    if (problem == problems.end())
+        return reply({{kError, QStringLiteral("%1's last run asks for no review").arg(folder->name)}});
+    if (!m_review)
+        m_review = new SyncReview(m_manager, m_engine, this);
+    if (m_review->state() == SyncReview::State::previewing)
+        return reply({{kError, QStringLiteral("another review is under way")}});
+    const SyncReview::Kind kind = *reviewKind(problem->action());
+    if (!m_review->preview(id, problem->targetId, kind))
+        return reply({{kError, QStringLiteral("%1 is syncing; review it when its run has ended").arg(folder->name)}});
+    const bool apply = request.value(QStringLiteral("apply")).toBool();
+    const QString location = problem->location;
+    auto connection = std::make_shared<QMetaObject::Connection>();
+    *connection = connect(m_review, &SyncReview::stateChanged, this, [this, connection, apply, location, reply, kind] {
+        if (m_review->state() == SyncReview::State::previewing)
+            return;
+        disconnect(*connection);
+        if (m_review->state() != SyncReview::State::ready)
+            return reply({{kError, m_review->error().isEmpty() ? QStringLiteral("the review was stopped") : m_review->error()}});
+        QJsonArray changes;
+        for (const BisyncPlan::Change &change : m_review->changes())
+            changes.append(QJsonObject{{QStringLiteral("group"), groupName(change.group)},
+                                       {QStringLiteral("path"), change.path},
+                                       {QStringLiteral("toRemote"), change.toRemote}});
+        QJsonObject answer{{QStringLiteral("kind"), kind == SyncReview::Kind::resync      ? QStringLiteral("resync")
+                                                    : kind == SyncReview::Kind::deletions ? QStringLiteral("deletions")
+                                                                                          : QStringLiteral("changes")},
+                           {QStringLiteral("target"), location},
+                           {QStringLiteral("changes"), changes}};
+        if (apply) {
+            if (!m_review->apply())
+                return reply({{kError, QStringLiteral("the reviewed run could not start")}});
+            answer.insert(QStringLiteral("applied"), true);
+        } else {
+            m_review->cancel();
+        }
+        reply(answer);
+    });
+}
+
 QJsonObject SyncService::listReport() const
 {
     QJsonArray folders;
-    for (const SyncFolder &folder : m_manager.folders())
-        folders.append(FolderReport::configuration(folder));
+    for (const SyncFolder &folder : m_manager.folders()) {
+        QJsonObject report = FolderReport::configuration(folder);
+        report.insert(QStringLiteral("keepRemoved"), m_manager.keepsRemoved(folder.id));
+        report.insert(QStringLiteral("keepDays"), m_manager.keepDays(folder.id));
+        folders.append(report);
+    }
     return {{kFolders, folders}};
 }
 

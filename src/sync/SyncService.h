@@ -9,6 +9,7 @@
 class InstanceChannel;
 class RcloneEngine;
 class SyncManager;
+class SyncReview;
 
 // The running instance's side of the command line, and its one way out.
 // Answers on the instance channel:
@@ -20,6 +21,11 @@ class SyncManager;
 //                                windows answers them itself
 //   addFolder, editFolder, removeFolder, removeRemote   see FolderCommands
 //   remotesChanged               rclone's remotes changed (remotesChanged())
+//   review {"folder": id, "apply": bool}
+//                                the dry run of the recovery that the folder's
+//                                failed run asks for (resync, deletions or
+//                                changes): its plan, and with "apply" the run
+//                                that carries it out, started
 class SyncService final : public QObject
 {
     Q_OBJECT
@@ -54,9 +60,12 @@ Q_SIGNALS:
     void remotesChanged();
 
 private:
+    void review(const QJsonObject &request, const std::function<void(const QJsonObject &)> &reply);
+
     SyncManager &m_manager;
     RcloneEngine &m_engine;
     Mode m_mode;
     FolderCommands m_folderCommands;
+    SyncReview *m_review = nullptr;
     bool m_isQuitting = false;
 };

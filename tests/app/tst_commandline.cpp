@@ -125,6 +125,8 @@ private Q_SLOTS:
         QTest::newRow("option of another command") << QStringList{"list", "--wait"} << -1 << QStringList{} << "list does not take '--wait'";
         QTest::newRow("names and --all") << QStringList{"sync", "--all", "Docs"} << -1 << QStringList{} << "not both";
         QTest::newRow("open two") << QStringList{"open", "a", "b"} << -1 << QStringList{} << "open takes one folder";
+        QTest::newRow("review needs its folder") << QStringList{"review", "--apply"} << -1 << QStringList{} << "usage: nimbrell review FOLDER";
+        QTest::newRow("review one") << QStringList{"review", "Docs", "--apply"} << int(Kind::review) << QStringList{"Docs"} << "";
         QTest::newRow("pause folders") << QStringList{"pause", "Docs", "a b"} << int(Kind::pause) << QStringList{"Docs", "a b"} << "";
     }
     void parse()
@@ -432,6 +434,42 @@ private Q_SLOTS:
         QVERIFY2(problem.toString().contains("cannot be used"), qPrintable(problem.toString()));
         QVERIFY(nimbrell({"status"}).out.contains("cannot be used"));
         QCOMPARE(readFile(path("home/.config/rclone/rclone_sync_folders.json")), newer);
+    }
+
+    // A pair first synced while both sides were empty, whose history a crash
+    // lost once files came in here: no run fills the empty remote by itself,
+    // and the user reviews and applies the resync from the command line.
+    void reviewFromTheCommandLine()
+    {
+        prepare(RCLONE_PATH);
+        QProcess service;
+        startHeadless(service);
+        QDir().mkpath(path("Empty"));
+        QCOMPARE(nimbrell({"folders", "add", "Empty", path("Empty"), "backup:Empty", "--keep-removed"}).exitCode, 0);
+        QCOMPARE(nimbrell({"list", "--json"}).json().value("folders")[3]["keepRemoved"].toBool(), true);
+        QCOMPARE(nimbrell({"folders", "edit", "Empty", "--no-keep-removed"}).exitCode, 0);
+        QCOMPARE(nimbrell({"list", "--json"}).json().value("folders")[3]["keepRemoved"].toBool(), false);
+        QCOMPARE(nimbrell({"review", "Empty"}).exitCode, 1); // nothing to review yet
+        QCOMPARE(nimbrell({"sync", "--wait", "Empty"}).exitCode, 0);
+        writeFile(path("Empty/a b.txt"), "new");
+        QDir work(path("home/.config/rclone/bisync_workdir"));
+        for (const QString &name : work.entryList({"*.lst*"}, QDir::Files))
+            QVERIFY(work.remove(name));
+
+        QCOMPARE(nimbrell({"sync", "--wait", "Empty"}).exitCode, 1);
+        const QJsonValue problem = nimbrell({"status", "--json", "Empty"}).json().value("folders")[0]["problems"][0];
+        QCOMPARE(problem["kind"].toString(), QString("emptySide"));
+        QCOMPARE(problem["action"].toString(), QString("Review and Resync…"));
+        const Result review = nimbrell({"review", "Empty"});
+        QCOMPARE(review.exitCode, 0);
+        QVERIFY2(review.out.contains("Resync with backup:Empty: 1 change") && review.out.contains("upload") && review.out.contains("a b.txt"),
+                 qPrintable(review.out));
+        QVERIFY(!QFileInfo::exists(path("backup/Empty/a b.txt")));
+        QCOMPARE(nimbrell({"review", "Empty", "--apply"}).exitCode, 0);
+        QCOMPARE(readFile(path("backup/Empty/a b.txt")), QByteArray("new"));
+        QCOMPARE(nimbrell({"sync", "--wait", "Empty"}).exitCode, 0);
+        QCOMPARE(nimbrell({"quit"}).exitCode, 0);
+        QVERIFY(service.waitForFinished(30000));
     }
 };
 
