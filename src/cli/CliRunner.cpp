@@ -375,15 +375,21 @@ int sync(const CliCommand &command)
     return follow(started, stdout) && allStarted ? kOk : kFailed;
 }
 
+// The running instance's status, or nothing (said so) when none runs.
+std::optional<QJsonObject> runningStatus()
+{
+    std::optional<QJsonObject> status = InstanceChannel::isHeld() ? ask(QStringLiteral("status")) : std::nullopt;
+    if (!status)
+        say(QStringLiteral("not running"));
+    return status;
+}
+
 // The review of a failed run's recovery, and with --apply the run itself.
 int review(const CliCommand &command)
 {
-    const std::optional<QJsonObject> status =
-        InstanceChannel::isHeld() ? ask(QStringLiteral("status")) : std::nullopt;
-    if (!status) {
-        say(QStringLiteral("not running"));
+    const std::optional<QJsonObject> status = runningStatus();
+    if (!status)
         return kNotRunning;
-    }
     const std::optional<QList<QUuid>> ids = chosenFolders(command, *status);
     if (!ids)
         return kUsage;
@@ -431,12 +437,9 @@ int review(const CliCommand &command)
 // cancel, pause, resume, open and quit: only a running instance can.
 int control(const CliCommand &command)
 {
-    const std::optional<QJsonObject> status =
-        InstanceChannel::isHeld() ? ask(QStringLiteral("status")) : std::nullopt;
-    if (!status) {
-        say(QStringLiteral("not running"));
+    const std::optional<QJsonObject> status = runningStatus();
+    if (!status)
         return kNotRunning;
-    }
     QJsonObject arguments;
     const bool perFolder = (command.kind == Kind::pause || command.kind == Kind::resume) && !command.folders.isEmpty();
     if (perFolder) {

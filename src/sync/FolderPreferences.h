@@ -22,6 +22,8 @@ public:
     bool keepsRemoved(const QUuid &id) const;
     bool hasKept(const QUuid &id) const;
     void setKeepsRemoved(const QUuid &id, bool keep);
+    // Something was kept without the switch (a reviewed resync).
+    void markKept(const QUuid &id) { set(key(id, "hasKept"), true, false); }
     // How long kept files stay: 7, 30 (the default) or 90 days.
     static constexpr int kDefaultKeepDays = 30;
     int keepDays(const QUuid &id) const;

@@ -87,7 +87,8 @@ bool SyncReview::apply()
 {
     if (m_state != State::ready)
         return false;
-    const TargetOverride override{m_targetId, m_kind == Kind::resync, extraArguments(m_kind, false)};
+    // A resync replaces the older of two differing copies: the replaced one is kept.
+    const TargetOverride override{m_targetId, m_kind == Kind::resync, extraArguments(m_kind, false), m_kind == Kind::resync};
     if (!m_manager.syncFolder(m_folderId, override))
         return false;
     finish(State::applied);

@@ -49,6 +49,8 @@ void SyncRun::nextTarget()
     if (m_override && m_override->targetId == target.id) {
         request.isInitialSync = request.isInitialSync || m_override->initial;
         request.extraArguments = m_override->extraArguments;
+        if (m_override->keepReplaced)
+            request.keepArguments = RemovedFiles::arguments(m_folderId, target, true, true, m_started);
         request.hasSyncedBefore = false;
     }
     m_job = m_engine.bisync(
@@ -83,7 +85,8 @@ void SyncRun::targetFinished(const RcloneStatus &result)
                                           QDateTime::currentDateTimeUtc(), m_changes);
     m_conflicts += int(m_changes.conflicts().size());
     const QList<ChangeParser::Change> &changes = m_changes.changes();
-    if (m_keepingRemoved
+    const bool keeping = m_keepingRemoved || (m_override && m_override->keepReplaced && m_override->targetId == finished.id);
+    if (keeping
         && (m_changes.droppedChanges() > 0 || !m_changes.conflicts().isEmpty()
             || std::any_of(changes.begin(), changes.end(), [](const ChangeParser::Change &change) {
                    return change.toRemote && change.action != ChangeParser::Action::added;

@@ -11,6 +11,8 @@
 #include "sync/ActivityLog.h"
 #include "sync/RecentlyRemoved.h"
 #include "sync/SyncManager.h"
+#include "sync/SyncReview.h"
+#include "sync/RemovedFiles.h"
 
 #include <QElapsedTimer>
 #include <QSignalSpy>
@@ -145,6 +147,46 @@ private Q_SLOTS:
             QCOMPARE(readFile(remote + "/Drive/a.txt"), "a.txt");
         }
         QVERIFY(!QFileInfo::exists(work.filePath(session + ".lck")));
+    }
+
+    // A reviewed resync lets the newer of two differing copies win; the
+    // older one, which it replaces, is kept, though the folder keeps nothing,
+    // and the hidden directory stays out of later runs.
+    void reviewedResyncKeepsWhatItReplaces()
+    {
+        RcloneSandbox sandbox;
+        const QString remote = sandbox.makeDirectory("remote");
+        sandbox.addAlias("backup", remote);
+        const QString local = sandbox.makeDirectory("Docs");
+        writeFile(local + "/plan.txt", "older here");
+        QFile older(local + "/plan.txt");
+        QVERIFY(older.open(QIODevice::ReadWrite));
+        QVERIFY(older.setFileTime(QDateTime::currentDateTime().addSecs(-3600), QFileDevice::FileModificationTime));
+        older.close();
+        writeFile(remote + "/Docs/plan.txt", "newer there");
+        MemorySettingsStore settings;
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents;
+        SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
+        const SyncFolder folder = backedUp("Docs", local, true);
+        manager.addFolder(folder);
+        QVERIFY(!manager.keepsRemoved(folder.id));
+
+        SyncReview review(manager, engine);
+        QVERIFY(review.preview(folder.id, folder.remoteTargets[0].id, SyncReview::Kind::resync));
+        QTRY_COMPARE_WITH_TIMEOUT(review.state(), SyncReview::State::ready, 60000);
+        QSignalSpy completed(&manager, &SyncManager::runCompleted);
+        QVERIFY(review.apply());
+        QVERIFY(completed.wait(60000));
+        QCOMPARE(manager.folders()[0].lastError, std::nullopt);
+        QCOMPARE(readFile(local + "/plan.txt"), QByteArray("newer there"));
+        QCOMPARE(readFile(remote + "/Docs/plan.txt"), QByteArray("newer there"));
+        const QList<RemovedFiles::File> kept = RemovedFiles::listLocal(folder.id);
+        QCOMPARE(kept.size(), 1);
+        QCOMPARE(kept[0].path, "plan.txt");
+        QCOMPARE(readFile(RemovedFiles::localFile(folder.id, kept[0])), QByteArray("older here"));
+        QVERIFY(manager.hasKeptRemoved(folder.id));
+        QVERIFY(!manager.keepsRemoved(folder.id));
     }
 
     // "Keep removed and replaced files", for a target inside a remote and one

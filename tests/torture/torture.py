@@ -91,7 +91,7 @@ class Episode:
         self.superseded = set()   # contents a user overwrote or deleted
         self.written = {"local": {}, "remote": {}}  # path -> contents written there, in order
         self.loser_ok = set()     # contents a deleting conflict policy may drop
-        self.policy, self.kept_ever, self.mounted = "keepBoth", False, False
+        self.policy, self.mounted = "keepBoth", False
         self.counter = 0
         self.overlap, self.sampling = 0, True
 
@@ -286,7 +286,6 @@ class Episode:
             return
         if op == "keep":
             on = step["pick"] < 0.5
-            self.kept_ever |= on
             self.nimbrell("folders", "edit", "Sync", "--keep-removed" if on else "--no-keep-removed")
             return
         if op == "policy":
@@ -371,14 +370,7 @@ class Episode:
                                stderr=subprocess.DEVNULL)
         time.sleep(delay)
         if op in ("term", "kill"):
-            sig = signal.SIGTERM if op == "term" else signal.SIGKILL
-            if self.service and self.service.poll() is None:
-                self.service.send_signal(sig)
-                try:
-                    self.service.wait(150)
-                except subprocess.TimeoutExpired:
-                    raise Failure("the service did not quit within 150 s of SIGTERM")
-                self.service = None
+            self.stop_service(signal.SIGTERM if op == "term" else signal.SIGKILL)
             run.wait(300)
             # A killed instance's rclone ends at its next write, or runs to its end.
             self.start_service()
@@ -448,9 +440,9 @@ class Episode:
         # 1. nothing lost
         self.stats["checks"] += 1
         present = set(local.values()) | set(remote.values())
-        if self.kept_ever:
-            present |= set(tree(self.home + "/.local/share/nimbrell/removed", skip=()).values())
-            present |= set(tree(os.path.join(self.remote_dir, ".nimbrell-removed"), skip=()).values())
+        # Kept files: "keep removed", and what a reviewed resync replaced.
+        present |= set(tree(self.home + "/.local/share/nimbrell/removed", skip=()).values())
+        present |= set(tree(os.path.join(self.remote_dir, ".nimbrell-removed"), skip=()).values())
         lost = [w for h, w in self.must_keep.items() if h not in present and h not in self.superseded and h not in self.loser_ok]
         if lost:
             raise Failure("lost %d file contents, last written by: %s" % (len(lost), lost[:10]))
