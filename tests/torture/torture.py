@@ -137,7 +137,8 @@ class Episode:
         if os.geteuid() != 0 or os.environ.get("TORTURE_NAMESPACE") != "1":
             return
         os.makedirs(self.disk)
-        subprocess.run(["mount", "-t", "tmpfs", "-o", "size=96m", "tmpfs", self.disk], check=True)
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=96m", "tmpfs", self.disk]).returncode != 0:
+            return  # no mounts here: a plain folder, without the full-disk and unmount steps
         os.makedirs(self.disk + "/Sync")
         subprocess.run(["mount", "--bind", self.disk + "/Sync", self.local], check=True)
         self.mounted = True
@@ -523,7 +524,8 @@ def main():
     ap.add_argument("--shrink-tries", type=int, default=30)
     ap.add_argument("--verbose", action="store_true")
     args = ap.parse_args()
-    if os.geteuid() == 0 and os.environ.get("TORTURE_NAMESPACE") != "1" and shutil.which("unshare"):
+    if os.geteuid() == 0 and os.environ.get("TORTURE_NAMESPACE") != "1" and shutil.which("unshare") \
+            and subprocess.run(["unshare", "--mount", "--propagation", "private", "true"]).returncode == 0:
         # A private mount namespace: the tmpfs and bind mounts vanish with us.
         os.execvpe("unshare", ["unshare", "--mount", "--propagation", "private", sys.executable] + sys.argv,
                    dict(os.environ, TORTURE_NAMESPACE="1"))
