@@ -413,18 +413,19 @@ int review(const CliCommand &command)
                      changes.isEmpty() ? QStringLiteral("nothing to change")
                                        : changes.size() == 1 ? QStringLiteral("1 change")
                                                              : QStringLiteral("%1 changes").arg(changes.size())));
-        static const QHash<QString, std::pair<QString, QString>> verbs{
-            {QStringLiteral("toRemote"), {QStringLiteral("upload"), QStringLiteral("upload")}},
-            {QStringLiteral("toLocal"), {QStringLiteral("download"), QStringLiteral("download")}},
-            {QStringLiteral("deletedRemote"), {QStringLiteral("delete on the remote"), QStringLiteral("delete on the remote")}},
-            {QStringLiteral("deletedLocal"), {QStringLiteral("delete here"), QStringLiteral("delete here")}},
-            {QStringLiteral("replaced"), {QStringLiteral("replace here"), QStringLiteral("replace on the remote")}},
+        static const QHash<QString, QString> verbs{
+            {QStringLiteral("toRemote"), QStringLiteral("upload")},
+            {QStringLiteral("toLocal"), QStringLiteral("download")},
+            {QStringLiteral("deletedRemote"), QStringLiteral("delete on the remote")},
+            {QStringLiteral("deletedLocal"), QStringLiteral("delete here")},
         };
         for (const QJsonValue &value : changes) {
             const QJsonObject change = value.toObject();
-            const auto verb = verbs.value(change.value(QStringLiteral("group")).toString());
-            out(QStringLiteral("  %1  %2\n").arg(change.value(QStringLiteral("toRemote")).toBool() ? verb.second : verb.first, -20)
-                    .arg(change.value(QStringLiteral("path")).toString()));
+            const QString group = change.value(QStringLiteral("group")).toString();
+            const QString verb = group != u"replaced" ? verbs.value(group)
+                : change.value(QStringLiteral("toRemote")).toBool() ? QStringLiteral("replace on the remote")
+                                                                     : QStringLiteral("replace here");
+            out(QStringLiteral("  %1  %2\n").arg(verb, -20).arg(change.value(QStringLiteral("path")).toString()));
         }
         if (!command.apply)
             out(QStringLiteral("Nothing was changed; `nimbrell review %1 --apply` does it.\n").arg(command.folders.first()));

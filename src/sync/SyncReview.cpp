@@ -34,6 +34,16 @@ QStringList SyncReview::extraArguments(Kind kind, bool dryRun)
     return arguments;
 }
 
+std::optional<SyncReview::Kind> SyncReview::kindFor(SyncProblem::Action action)
+{
+    switch (action) {
+    case SyncProblem::Action::reviewResync: return Kind::resync;
+    case SyncProblem::Action::reviewDeletions: return Kind::deletions;
+    case SyncProblem::Action::reviewChanges: return Kind::changes;
+    default: return std::nullopt;
+    }
+}
+
 bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind)
 {
     if (m_state == State::previewing)

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "engine/BisyncPlan.h"
+#include "sync/SyncProblem.h"
 
 #include <QObject>
 #include <QPointer>
@@ -51,6 +52,8 @@ public:
     // The arguments added to the target's bisync, for the dry run and for
     // the real one.
     static QStringList extraArguments(Kind kind, bool dryRun);
+    // The review a problem's action asks for, if any.
+    static std::optional<Kind> kindFor(SyncProblem::Action action);
 
 Q_SIGNALS:
     void stateChanged();

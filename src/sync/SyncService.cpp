@@ -41,16 +41,6 @@ QList<QUuid> requestedFolders(const QJsonObject &request, const SyncManager &man
     return ids;
 }
 
-std::optional<SyncReview::Kind> reviewKind(SyncProblem::Action action)
-{
-    switch (action) {
-    case SyncProblem::Action::reviewResync: return SyncReview::Kind::resync;
-    case SyncProblem::Action::reviewDeletions: return SyncReview::Kind::deletions;
-    case SyncProblem::Action::reviewChanges: return SyncReview::Kind::changes;
-    default: return std::nullopt;
-    }
-}
-
 QString groupName(BisyncPlan::Group group)
 {
     switch (group) {
@@ -213,14 +203,14 @@ void SyncService::review(const QJsonObject &request, const std::function<void(co
         return reply({{kError, QStringLiteral("no such folder")}});
     const QList<SyncProblem> problems = m_manager.problems(id);
     const auto problem = std::find_if(problems.begin(), problems.end(),
-                                      [](const SyncProblem &p) { return reviewKind(p.action()).has_value(); });
+                                      [](const SyncProblem &p) { return SyncReview::kindFor(p.action()).has_value(); });
     if (problem == problems.end())
         return reply({{kError, QStringLiteral("%1's last run asks for no review").arg(folder->name)}});
     if (!m_review)
         m_review = new SyncReview(m_manager, m_engine, this);
     if (m_review->state() == SyncReview::State::previewing)
         return reply({{kError, QStringLiteral("another review is under way")}});
-    const SyncReview::Kind kind = *reviewKind(problem->action());
+    const SyncReview::Kind kind = *SyncReview::kindFor(problem->action());
     if (!m_review->preview(id, problem->targetId, kind))
         return reply({{kError, QStringLiteral("%1 is syncing; review it when its run has ended").arg(folder->name)}});
     const bool apply = request.value(QStringLiteral("apply")).toBool();

@@ -407,10 +407,7 @@ void FolderDetailController::runAction(int index)
     case Action::reviewResync:
     case Action::reviewDeletions:
     case Action::reviewChanges: {
-        const SyncReview::Kind kind = problem.action() == Action::reviewResync ? SyncReview::Kind::resync
-            : problem.action() == Action::reviewDeletions                     ? SyncReview::Kind::deletions
-                                                                              : SyncReview::Kind::changes;
-        m_review->preview(m_folderId, problem.targetId, kind);
+        m_review->preview(m_folderId, problem.targetId, *SyncReview::kindFor(problem.action()));
         return;
     }
     case Action::signInAgain: {
