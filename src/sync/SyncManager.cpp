@@ -288,11 +288,6 @@ bool SyncManager::startRun(const QUuid &id, SyncTrigger trigger, const TargetOve
     // Changes made during any run, not only a watcher's, make the watcher dirty.
     if (FolderWatcher *watcher = findWatcher(id))
         watcher->setSyncing(true);
-    // Kept files of a reviewed run are the folder's kept files from now on.
-    if (override && override->keepReplaced) {
-        m_preferences.markKept(id);
-        makePrivateDirectory(RemovedFiles::localDirectory(id));
-    }
     m_runs[id] = makeRun(id);
     if (override)
         m_runs[id]->setOverride(*override);
@@ -331,6 +326,10 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
         }
         run->setSyncedTargets(synced);
     }
+    connect(run, &SyncRun::keepsAnyway, this, [this, id] {
+        m_preferences.markKept(id);
+        makePrivateDirectory(RemovedFiles::localDirectory(id));
+    });
     connect(run, &SyncRun::targetStarted, this, [this, id](qsizetype index) {
         changeFolder(id, [index](SyncFolder &folder) {
             folder.currentTargetIndex = index;

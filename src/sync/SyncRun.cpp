@@ -7,6 +7,8 @@
 #include "platform/AppLogger.h"
 #include "platform/BookmarkService.h"
 
+#include <QProcess>
+
 SyncRun::SyncRun(RcloneEngine &engine, const QUuid &folderId, QObject *parent)
     : QObject(parent)
     , m_engine(engine)
@@ -45,6 +47,8 @@ void SyncRun::nextTarget()
                           m_folder.conflictResolution, !target.hasResynced, {}, m_bandwidthLimit,
                           RemovedFiles::arguments(m_folderId, target, m_keepingRemoved, m_everKeptRemoved, m_started)};
     request.hasSyncedBefore = target.hasResynced || m_syncedTargets.contains(target.id);
+    request.recoveryKeepArguments = RemovedFiles::arguments(m_folderId, target, true, true, m_started);
+    m_keepsOnTarget = m_keepingRemoved;
     // A resync the user chose in a review is made as asked.
     if (m_override && m_override->targetId == target.id) {
         request.isInitialSync = request.isInitialSync || m_override->initial;
@@ -58,6 +62,12 @@ void SyncRun::nextTarget()
         [this](const RcloneStatus &result) { targetFinished(result); });
     m_changes = ChangeParser();
     connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_changes.addLine(line); });
+    connect(m_job, &RcloneJob::processStarted, this, [this](QProcess *process) {
+        if (m_keepsOnTarget || !process->arguments().contains(QStringLiteral("--backup-dir1")))
+            return;
+        m_keepsOnTarget = true;
+        Q_EMIT keepsAnyway();
+    });
     connect(m_job, &RcloneJob::waitingChanged, this, [this](bool waiting) {
         m_isWaitingForEarlier = waiting;
         Q_EMIT waitingChanged();
@@ -85,8 +95,7 @@ void SyncRun::targetFinished(const RcloneStatus &result)
                                           QDateTime::currentDateTimeUtc(), m_changes);
     m_conflicts += int(m_changes.conflicts().size());
     const QList<ChangeParser::Change> &changes = m_changes.changes();
-    const bool keeping = m_keepingRemoved || (m_override && m_override->keepReplaced && m_override->targetId == finished.id);
-    if (keeping
+    if (m_keepsOnTarget
         && (m_changes.droppedChanges() > 0 || !m_changes.conflicts().isEmpty()
             || std::any_of(changes.begin(), changes.end(), [](const ChangeParser::Change &change) {
                    return change.toRemote && change.action != ChangeParser::Action::added;

@@ -91,7 +91,7 @@ class Episode:
         self.superseded = set()   # contents a user overwrote or deleted
         self.written = {"local": {}, "remote": {}}  # path -> contents written there, in order
         self.loser_ok = set()     # contents a deleting conflict policy may drop
-        self.policy, self.mounted = "keepBoth", False
+        self.policy, self.mounted, self.failed = "keepBoth", False, False
         self.counter = 0
         self.overlap, self.sampling = 0, True
 
@@ -480,10 +480,14 @@ class Episode:
             log = ""
             if self.verbose and os.path.exists(os.path.join(self.dir, "service.log")):
                 log = "\n  service log:\n" + "".join(open(os.path.join(self.dir, "service.log"), errors="replace").readlines()[-60:])
+            self.failed = True
             return "%s: %s%s" % (type(e).__name__, e, log)
         finally:
             self.teardown()
-            shutil.rmtree(self.dir, ignore_errors=True)
+            if os.environ.get("TORTURE_KEEP") and self.failed:
+                print("  kept for a look: " + self.dir, flush=True)
+            else:
+                shutil.rmtree(self.dir, ignore_errors=True)
 
 
 def episode(seed, remote, steps, args, stats):
