@@ -98,7 +98,6 @@ const std::pair<const char *, Reader> kReaders[] = {
          (void)RcloneEngine::parseRemoteList(text(b));
          (void)RcloneEngine::parseSpaceInfo(text(b));
          (void)RcloneEngine::parseVersion(text(b));
-         (void)RcloneEngine::parseCoarseModTimes(text(b));
          (void)RcloneEngine::lockFileIn(text(b));
          (void)RcloneEngine::stripAnsi(text(b));
      }},

@@ -475,12 +475,10 @@ private:
 class BisyncJob final : public RcloneJob
 {
 public:
-    BisyncJob(RcloneEngine *engine, QHash<QString, bool> *coarseModTimes, const BisyncRequest &request,
-              const QObject *context, RcloneEngine::ProgressHandler onProgress,
-              RcloneEngine::Done<std::monostate> done)
+    BisyncJob(RcloneEngine *engine, const BisyncRequest &request, const QObject *context,
+              RcloneEngine::ProgressHandler onProgress, RcloneEngine::Done<std::monostate> done)
         : RcloneJob(engine)
         , m_engine(engine)
-        , m_coarseModTimes(coarseModTimes)
         , m_request(request)
         , m_receiver(context)
         , m_onProgress(std::move(onProgress))
@@ -565,29 +563,6 @@ private:
     void prepare()
     {
         makePrivateDirectory(RcloneEngine::workDirectory()); // rclone reports the failure, if any
-        // How finely the remote keeps modification times: asked once per remote.
-        if (const auto known = m_coarseModTimes->constFind(m_request.remoteSpec); known != m_coarseModTimes->cend()) {
-            m_request.coarseModTimes = *known;
-            return makeRemoteDirectory();
-        }
-        m_command = m_engine->run(
-            {QStringLiteral("backend"), QStringLiteral("features"), m_request.remoteSpec}, this,
-            [this](const RcloneResult<QString> &features) {
-                m_command = nullptr;
-                if (m_cancelled || features.isCancelled())
-                    return deliverCancelled();
-                // Not known (an unreachable server: asked again next time;
-                // an rclone that does not say): the run is made as always.
-                if (features.ok()) {
-                    m_request.coarseModTimes = RcloneEngine::parseCoarseModTimes(features.value());
-                    m_coarseModTimes->insert(m_request.remoteSpec, m_request.coarseModTimes);
-                }
-                makeRemoteDirectory();
-            });
-    }
-
-    void makeRemoteDirectory()
-    {
         // A dry run changes nothing on the remote, not even by a mkdir.
         if (isDryRun())
             return launch();
@@ -622,8 +597,8 @@ private:
             return deliverCancelled();
         BisyncRequest request = m_request;
         request.isInitialSync = m_isInitialSync;
-        if (m_isInitialSync && (m_isRecovery || m_request.hasSyncedBefore) && !m_request.recoveryKeepArguments.isEmpty())
-            request.keepArguments = m_request.recoveryKeepArguments;
+        if (m_isInitialSync && !isDryRun() && !m_request.resyncKeepArguments.isEmpty())
+            request.keepArguments = m_request.resyncKeepArguments;
         m_tail.clear();
         m_notable.clear();
         m_child = new Child(m_engine->rclonePath(), RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()),
@@ -693,7 +668,6 @@ private:
         // A dry run shows what its own arguments would do, never a resync instead.
         if (demandsResync) {
             qCCritical(lcEngine, "Bisync requires --resync. Retrying with isInitialSync=true...");
-            m_isRecovery = true;
             return attempt(true, true);
         }
         fail(RcloneError::Kind::exitStatus);
@@ -713,7 +687,6 @@ private:
     }
 
     RcloneEngine *m_engine;
-    QHash<QString, bool> *m_coarseModTimes; // the engine's
     BisyncRequest m_request;
     Receiver m_receiver;
     RcloneEngine::ProgressHandler m_onProgress;
@@ -724,7 +697,6 @@ private:
     QStringList m_notable; // the first error lines of the attempt
     bool m_isInitialSync = false;
     bool m_isRetry = false;
-    bool m_isRecovery = false; // the retry of a run whose listings were lost
     bool m_cancelled = false;
     bool m_delivered = false;
 };
@@ -789,8 +761,6 @@ Job *RcloneEngine::track(Job *job)
 
 RcloneJob *RcloneEngine::run(const QStringList &arguments, const QObject *context, Done<QString> done)
 {
-    if (arguments.value(0) == QLatin1String("config")) // a remote may change what it is
-        m_coarseModTimes.clear();
     return track(new RunJob(m_rclonePath, arguments, context, std::move(done), this));
 }
 
@@ -803,7 +773,7 @@ RcloneJob *RcloneEngine::runLines(const QStringList &arguments, const QObject *c
 RcloneJob *RcloneEngine::bisync(const BisyncRequest &request, const QObject *context, ProgressHandler onProgress,
                                 Done<std::monostate> done)
 {
-    return track(new BisyncJob(this, &m_coarseModTimes, request, context, std::move(onProgress), std::move(done)));
+    return track(new BisyncJob(this, request, context, std::move(onProgress), std::move(done)));
 }
 
 void RcloneEngine::cancelAll()
@@ -913,13 +883,6 @@ QStringList RcloneEngine::bisyncArguments(const BisyncRequest &request, const QS
         break;
     }
     arguments << QStringLiteral("--conflict-resolve") << resolve << QStringLiteral("--conflict-loser") << loser;
-    // bisync knows a file changed here from its own listings, but its copy
-    // compares size and time at the remote's precision: an edit of the same
-    // size within that second would be judged a copy already made and skipped,
-    // for good. Copying what was queued regardless costs nothing on a run
-    // without changes. A resync copies everything it compares, so not there.
-    if (request.coarseModTimes && !request.isInitialSync)
-        arguments << QStringLiteral("--ignore-times");
     if (!request.bandwidthLimit.isEmpty())
         arguments << QStringLiteral("--bwlimit") << request.bandwidthLimit;
     return arguments + request.keepArguments + request.extraArguments;
@@ -928,14 +891,6 @@ QStringList RcloneEngine::bisyncArguments(const BisyncRequest &request, const QS
 QString RcloneEngine::stripAnsi(QString text)
 {
     return text.remove(ansiExpression());
-}
-
-bool RcloneEngine::parseCoarseModTimes(const QString &output)
-{
-    // "Precision" is in nanoseconds; a remote without modification times
-    // gives a hundred years.
-    const QJsonValue precision = QJsonDocument::fromJson(output.toUtf8()).object().value(QLatin1String("Precision"));
-    return precision.toDouble() >= 1e9;
 }
 
 QList<CloudRemote> RcloneEngine::parseRemoteList(const QString &output)

@@ -7,7 +7,6 @@
 #include "model/RemoteSpaceInfo.h"
 #include "model/SyncFilterOptions.h"
 
-#include <QHash>
 #include <QList>
 #include <QObject>
 #include <QString>
@@ -34,18 +33,13 @@ struct BisyncRequest
     QString bandwidthLimit = {};
     // Where deleted and replaced files are kept ("--backup-dir1", ...); empty adds nothing.
     QStringList keepArguments = {};
-    // In place of keepArguments for a resync that recovers a pair which
-    // synced before (its history lost): such a resync replaces the remote's
-    // differing copies with this computer's, and these keep them.
-    QStringList recoveryKeepArguments = {};
+    // In place of keepArguments for a resync other than a dry run (a first
+    // sync, or the recovery of a lost history): a resync replaces the
+    // remote's differing copies with this computer's, and these keep them.
+    QStringList resyncKeepArguments = {};
     // The pair has synced before. Its resync (a first sync, or a retry) is
     // then made only while neither side is empty or missing.
     bool hasSyncedBefore = false;
-    // The remote keeps modification times to the second or coarser (WebDAV,
-    // SFTP, FTP, ...): a run other than a resync then copies what it queued
-    // even where size and time look the same ("--ignore-times"). Found out by
-    // the engine itself; set here only by tests.
-    bool coarseModTimes = false;
 };
 
 // The only code that starts rclone. Every call runs rclone asynchronously on
@@ -124,9 +118,6 @@ public:
     static QList<CloudRemote> parseRemoteList(const QString &output);
     static RcloneResult<RemoteSpaceInfo> parseSpaceInfo(const QString &output);
     static QString parseVersion(const QString &output);
-    // From "backend features": whether the remote's modification times are
-    // a second or coarser; false when the output does not say.
-    static bool parseCoarseModTimes(const QString &output);
 
 Q_SIGNALS:
     void allJobsFinished();
@@ -144,7 +135,4 @@ private:
     QString m_rclonePath;
     int m_activeJobs = 0;
     QList<EarlierBisync> m_earlierBisyncs;
-    // What "backend features" said of each remote, by remote spec; emptied
-    // whenever a remote's configuration may change.
-    QHash<QString, bool> m_coarseModTimes;
 };

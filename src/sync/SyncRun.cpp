@@ -47,8 +47,9 @@ void SyncRun::nextTarget()
                           m_folder.conflictResolution, !target.hasResynced, {}, m_bandwidthLimit,
                           RemovedFiles::arguments(m_folderId, target, m_keepingRemoved, m_everKeptRemoved, m_started)};
     request.hasSyncedBefore = target.hasResynced || m_syncedTargets.contains(target.id);
-    request.recoveryKeepArguments = RemovedFiles::arguments(m_folderId, target, true, true, m_started);
+    request.resyncKeepArguments = RemovedFiles::arguments(m_folderId, target, true, true, m_started);
     m_keepsOnTarget = m_keepingRemoved;
+    m_mayKeepAnyway = false;
     // A resync the user chose in a review is made as asked.
     if (m_override && m_override->targetId == target.id) {
         request.isInitialSync = request.isInitialSync || m_override->initial;
@@ -61,12 +62,18 @@ void SyncRun::nextTarget()
         request, this, [this](const SyncProgress &progress) { targetProgressed(progress); },
         [this](const RcloneStatus &result) { targetFinished(result); });
     m_changes = ChangeParser();
-    connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_changes.addLine(line); });
+    connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) {
+        m_changes.addLine(line);
+        // A replaced copy is moved into the backup directory first: from
+        // then on the remote's hidden directory must stay out of the runs.
+        if (m_mayKeepAnyway && line.contains(QLatin1String(": Moved (server-side)"))) {
+            m_mayKeepAnyway = false;
+            m_keepsOnTarget = true;
+            Q_EMIT keepsAnyway();
+        }
+    });
     connect(m_job, &RcloneJob::processStarted, this, [this](QProcess *process) {
-        if (m_keepsOnTarget || !process->arguments().contains(QStringLiteral("--backup-dir1")))
-            return;
-        m_keepsOnTarget = true;
-        Q_EMIT keepsAnyway();
+        m_mayKeepAnyway = !m_keepsOnTarget && process->arguments().contains(QStringLiteral("--backup-dir1"));
     });
     connect(m_job, &RcloneJob::waitingChanged, this, [this](bool waiting) {
         m_isWaitingForEarlier = waiting;

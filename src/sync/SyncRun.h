@@ -80,9 +80,8 @@ Q_SIGNALS:
     // done, each target having an equal part.
     void progressed(const SyncProgress &progress);
     void resyncStateChanged(const QUuid &targetId, bool hasResynced);
-    // A bisync of the run keeps what it deletes or replaces although the
-    // folder does not (a reviewed or recovering resync): the folder has kept
-    // files from now on.
+    // A resync of the run kept what it replaced although the folder keeps
+    // nothing: the folder has kept files from now on.
     void keepsAnyway();
     // Every target was tried: one error entry per failed target, and beside
     // each the error lines rclone printed before its last ones.
@@ -110,7 +109,8 @@ private:
     bool m_everKeptRemoved = false;
     QDateTime m_started = QDateTime::currentDateTimeUtc();
     QList<QUuid> m_keptOn;
-    bool m_keepsOnTarget = false; // the current target's bisync has backup directories
+    bool m_keepsOnTarget = false; // the current target's bisync keeps what it removes
+    bool m_mayKeepAnyway = false; // its resync has backup directories all the same
     QList<ActivityRecord> m_activity;
     bool m_isWaitingForEarlier = false;
     std::optional<TargetOverride> m_override;

@@ -94,7 +94,7 @@ class TestRcloneEngine : public QObject
         BisyncRequest request{localPath(), QStringLiteral("remote:Docs"), SyncFilterOptions(), ConflictResolution::keepBoth,
                               false, {}};
         request.hasSyncedBefore = true;
-        request.recoveryKeepArguments = {"--backup-dir1", "/kept"};
+        request.resyncKeepArguments = {"--backup-dir1", "/kept"};
         return request;
     }
 
@@ -293,8 +293,8 @@ private Q_SLOTS:
 
         const QString workDirectory = m_home + "/.config/rclone/bisync_workdir";
         QVERIFY(QFileInfo(workDirectory).isDir());
-        QCOMPARE(m_fake->calls(FakeRclone::Features::included), (QList<QStringList>{
-                                   {"backend", "features", "remote:Docs"},
+        r.keepArguments = r.resyncKeepArguments; // a first sync keeps what it replaces
+        QCOMPARE(m_fake->calls(), (QList<QStringList>{
                                    {"mkdir", "remote:Docs"},
                                    RcloneEngine::bisyncArguments(r, workDirectory),
                                }));
@@ -439,16 +439,13 @@ private Q_SLOTS:
         QFETCH(int, kind);
         QFETCH(bool, lockKept);
         QFETCH(bool, retryResyncs);
-        // The remote's features are asked once, before its first bisync.
-        if (commands.contains("mkdir"))
-            commands.insert(commands.indexOf("mkdir"), "backend");
-        QCOMPARE(m_fake->commands(FakeRclone::Features::included), commands);
+        QCOMPARE(m_fake->commands(), commands);
         QCOMPARE(result.ok() ? -1 : int(result.error().kind), kind);
         if (lock != int(Lock::none))
             QCOMPARE(QFileInfo::exists(lockFile), lockKept);
         QList<QStringList> bisyncs = m_fake->calls();
         bisyncs.removeIf([](const QStringList &call) { return call.value(0) != "bisync"; });
-        // Each resync of this pair, which synced before, keeps what it replaces.
+        // Each resync keeps what it replaces.
         for (const QStringList &call : bisyncs)
             QCOMPARE(call.contains("--backup-dir1"), call.contains("--resync"));
         if (bisyncs.size() == 2)
@@ -472,52 +469,6 @@ private Q_SLOTS:
         holder.waitForFinished();
         if (zombie > 0)
             ::waitpid(zombie, nullptr, 0);
-    }
-
-    // A remote that keeps times to the second has a run copy what it queued
-    // whatever size and time say; a resync does not. Asked once per remote,
-    // again only after a failure.
-    void coarseModificationTimes_data()
-    {
-        QTest::addColumn<QByteArray>("features");
-        QTest::addColumn<bool>("coarse");
-        QTest::addColumn<int>("asked");
-        const QByteArray recorded = "cat '" TEST_DATA_DIR "/features/";
-        QTest::newRow("local: to the nanosecond") << recorded + "local.json'" << false << 1;
-        QTest::newRow("WebDAV: to the second") << recorded + "webdav.json'" << true << 1;
-        QTest::newRow("no modification times") << QByteArray(R"(echo '{"Precision":3155760000000000000}')") << true << 1;
-        QTest::newRow("silent rclone") << QByteArray() << false << 1;
-        QTest::newRow("server down") << QByteArray("echo 'Failed to backend: dial tcp' >&2; exit 1") << false << 2;
-    }
-    void coarseModificationTimes()
-    {
-        QFETCH(QByteArray, features);
-        m_fake->script("backend", features);
-        m_fake->script("lsf", "echo note.txt");
-        BisyncRequest r = request();
-        QVERIFY(bisync(r).ok());
-        r.isInitialSync = true;
-        QVERIFY(bisync(r).ok());
-        QList<QStringList> bisyncs = m_fake->calls();
-        bisyncs.removeIf([](const QStringList &call) { return call.value(0) != "bisync"; });
-        QFETCH(bool, coarse);
-        QCOMPARE(bisyncs.value(0).contains("--ignore-times"), coarse);
-        QVERIFY(!bisyncs.value(1).contains("--ignore-times"));
-        QFETCH(int, asked);
-        QCOMPARE(m_fake->commands(FakeRclone::Features::included).count("backend"), asked);
-        // A remote set up anew may be another kind of storage.
-        m_engine->run({"config", "update", "remote"}, nullptr, [](const RcloneResult<QString> &) {});
-        QTRY_COMPARE(m_fake->commands().count("config"), 1);
-        QVERIFY(bisync(r).ok());
-        QCOMPARE(m_fake->commands(FakeRclone::Features::included).count("backend"), asked + 1);
-    }
-
-    void parseCoarseModTimes()
-    {
-        QVERIFY(!RcloneEngine::parseCoarseModTimes(R"({"Precision":999999999})"));
-        QVERIFY(RcloneEngine::parseCoarseModTimes(R"({"Precision":1e9})"));
-        QVERIFY(!RcloneEngine::parseCoarseModTimes(R"({"Precision":"1000000000"})"));
-        QVERIFY(!RcloneEngine::parseCoarseModTimes("[1e9]"));
     }
 
     // ---- remote commands ------------------------------------------------

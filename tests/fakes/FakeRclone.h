@@ -31,11 +31,8 @@ public:
         file.write(bash);
     }
 
-    // The arguments of every call so far, in order; without the queries of
-    // a remote's features (made once per remote before its first bisync,
-    // and tested on their own) unless asked.
-    enum class Features { leftOut, included };
-    QList<QStringList> calls(Features features = Features::leftOut) const
+    // The arguments of every call so far, in order.
+    QList<QStringList> calls() const
     {
         QList<QStringList> calls;
         const QDir callDir(m_dir.filePath(QStringLiteral("calls")));
@@ -48,17 +45,16 @@ public:
             QStringList arguments;
             for (const QByteArray &argument : bytes.isEmpty() ? QByteArrayList() : bytes.split('\0'))
                 arguments.append(QString::fromUtf8(argument));
-            if (features == Features::included || arguments.mid(0, 2) != QStringList{"backend", "features"})
-                calls.append(arguments);
+            calls.append(arguments);
         }
         return calls;
     }
 
     // The first argument of every call: "mkdir", "bisync", ...
-    QStringList commands(Features features = Features::leftOut) const
+    QStringList commands() const
     {
         QStringList commands;
-        for (const QStringList &call : calls(features))
+        for (const QStringList &call : calls())
             commands.append(call.value(0));
         return commands;
     }

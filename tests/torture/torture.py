@@ -9,7 +9,7 @@ bisyncs of the pair ever ran at once, and no run refilled an empty or missing
 local folder. A failing episode prints its seed and steps, then the shortest
 failing list of steps it can find.
 """
-import argparse, hashlib, json, os, random, shutil, signal, socket, subprocess, sys, tempfile, threading, time
+import argparse, hashlib, itertools, json, os, random, re, shutil, signal, socket, subprocess, sys, tempfile, threading, time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
@@ -494,8 +494,13 @@ def episode(seed, remote, steps, args, stats):
     return Episode(seed, remote, steps, args.program, args.rclone, stats, args.verbose).run()
 
 
-def shrink(seed, remote, steps, args):
-    """Removes chunks of steps while the episode still fails."""
+def failure_kind(error):
+    """"Failure: lost 3 file contents, ..." -> "Failure: lost N file contents": what a shrunk list must still show."""
+    return re.sub(r"\d+", "N", error.split(",")[0].split("\n")[0]) if error else None
+
+
+def shrink(seed, remote, steps, args, error):
+    """Removes chunks of steps while the episode still fails the same way."""
     chunk = len(steps) // 2
     tries = 0
     while chunk >= 1 and tries < args.shrink_tries:
@@ -503,7 +508,7 @@ def shrink(seed, remote, steps, args):
         while i < len(steps) and tries < args.shrink_tries:
             candidate = steps[:i] + steps[i + chunk:]
             tries += 1
-            if candidate and episode(seed, remote, candidate, args, new_stats()):
+            if candidate and failure_kind(episode(seed, remote, candidate, args, new_stats())) == failure_kind(error):
                 steps, changed = candidate, True
             else:
                 i += chunk
@@ -513,7 +518,8 @@ def shrink(seed, remote, steps, args):
 
 
 def new_stats():
-    return dict.fromkeys(["episodes", "steps", "interruptions", "files", "syncs", "reviews", "checks", "failures"], 0)
+    return dict.fromkeys(["episodes", "interrupted", "steps", "interruptions", "files", "syncs", "reviews", "checks",
+                          "failures"], 0)
 
 
 def main():
@@ -526,6 +532,7 @@ def main():
     ap.add_argument("--rclone", default=os.path.join(ROOT, "build/libexec/nimbrell/rclone"))
     ap.add_argument("--steps", help="replay this step list (JSON, as a failure prints it) with the one --seed")
     ap.add_argument("--shrink-tries", type=int, default=30)
+    ap.add_argument("--jobs", type=int, default=1, help="episodes at once")
     ap.add_argument("--verbose", action="store_true")
     args = ap.parse_args()
     if os.geteuid() == 0 and os.environ.get("TORTURE_NAMESPACE") != "1" and shutil.which("unshare") \
@@ -539,34 +546,46 @@ def main():
     if fresh:
         start = random.SystemRandom().randrange(1 << 31)
         print("first new seed: %d" % start, flush=True)
-    stats, began, n = new_stats(), time.time(), 0
+    stats, began, counter, lock = new_stats(), time.time(), itertools.count(), threading.Lock()
     limit = args.episodes if args.episodes is not None else (len(seeds) * len(remotes) if seeds else None)
-    while True:
-        if limit is not None and n >= limit:
-            break
-        if args.minutes is not None and time.time() - began > args.minutes * 60:
-            break
-        seed = (start + n // len(remotes)) if fresh else seeds[(n // len(remotes)) % len(seeds)]
-        remote = remotes[n % len(remotes)]
-        n += 1
-        steps = json.loads(args.steps) if args.steps else step_list(seed, remote)
-        t = time.time()
-        before = stats["interruptions"]
-        error = episode(seed, remote, steps, args, stats)
-        stats["episodes"] += 1
-        stats.setdefault("interrupted", 0)
-        stats["interrupted"] += stats["interruptions"] > before
-        print("episode %d seed %d %s: %d steps, %.1f s, %s" % (n, seed, remote, len(steps), time.time() - t,
-                                                             "ok" if not error else "FAILED"), flush=True)
-        if error:
-            stats["failures"] += 1
-            print("  " + error.replace("\n", "\n  "))
-            small = shrink(seed, remote, steps, args)
-            print("  replay: scripts/torture --remote %s --seed %d" % (remote, seed))
-            if small != steps:
-                print("  shrunk to %d steps (--steps): %s" % (len(small), json.dumps(small, ensure_ascii=False)), flush=True)
+
+    def worker():
+        while True:
+            with lock:
+                n = next(counter)
+            if limit is not None and n >= limit:
+                return
+            if args.minutes is not None and time.time() - began > args.minutes * 60:
+                return
+            seed = (start + n // len(remotes)) if fresh else seeds[(n // len(remotes)) % len(seeds)]
+            remote = remotes[n % len(remotes)]
+            steps = json.loads(args.steps) if args.steps else step_list(seed, remote)
+            t, mine = time.time(), new_stats()
+            error = episode(seed, remote, steps, args, mine)
+            lines = ["episode %d seed %d %s: %d steps, %.1f s, %s" % (n + 1, seed, remote, len(steps), time.time() - t,
+                                                                    "ok" if not error else "FAILED")]
+            if error:
+                mine["failures"] += 1
+                lines.append("  " + error.replace("\n", "\n  "))
+                small = shrink(seed, remote, steps, args, error)
+                lines.append("  replay: scripts/torture --remote %s --seed %d" % (remote, seed))
+                if small != steps:
+                    lines.append("  shrunk to %d steps (--steps): %s" % (len(small), json.dumps(small, ensure_ascii=False)))
+            with lock:
+                for key, value in mine.items():
+                    stats[key] += value
+                stats["episodes"] += 1
+                stats["interrupted"] += mine["interruptions"] > 0
+                print("\n".join(lines), flush=True)
+
+    # Episodes share nothing but the machine: each has its own HOME, folder, server and port.
+    threads = [threading.Thread(target=worker) for _ in range(max(1, args.jobs))]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
     print("episodes %d (%d with interruptions), steps %d, interruptions %d, files touched %d, syncs %d, reviews %d, "
-          "invariant checks %d, failures %d, %.0f s" % (stats["episodes"], stats.get("interrupted", 0), stats["steps"],
+          "invariant checks %d, failures %d, %.0f s" % (stats["episodes"], stats["interrupted"], stats["steps"],
                                                       stats["interruptions"], stats["files"], stats["syncs"],
                                                       stats["reviews"], stats["checks"], stats["failures"], time.time() - began))
     return 1 if stats["failures"] else 0
