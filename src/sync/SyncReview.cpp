@@ -98,7 +98,8 @@ bool SyncReview::apply()
     if (m_state != State::ready)
         return false;
     // A resync replaces the older of two differing copies: the replaced one is kept.
-    const TargetOverride override{m_targetId, m_kind == Kind::resync, extraArguments(m_kind, false), m_kind == Kind::resync};
+    // A resync keeps what it replaces, whatever the folder's switch says.
+    const TargetOverride override{m_targetId, m_kind == Kind::resync, extraArguments(m_kind, false)};
     if (!m_manager.syncFolder(m_folderId, override))
         return false;
     finish(State::applied);

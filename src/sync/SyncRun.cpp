@@ -54,8 +54,6 @@ void SyncRun::nextTarget()
     if (m_override && m_override->targetId == target.id) {
         request.isInitialSync = request.isInitialSync || m_override->initial;
         request.extraArguments = m_override->extraArguments;
-        if (m_override->keepReplaced)
-            request.keepArguments = RemovedFiles::arguments(m_folderId, target, true, true, m_started);
         request.hasSyncedBefore = false;
     }
     m_job = m_engine.bisync(

@@ -21,9 +21,6 @@ struct TargetOverride
     QUuid targetId;
     bool initial = false;
     QStringList extraArguments;
-    // What the run replaces or deletes on that target is kept, as "Keep
-    // removed" keeps it, whatever the folder's switch says.
-    bool keepReplaced = false;
 };
 
 // One run of a folder: bisync against each of its targets in turn, with the
