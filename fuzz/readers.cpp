@@ -49,6 +49,7 @@ const std::pair<const char *, Reader> kReaders[] = {
          ChangeParser parser;
          lines(b, [&](const QByteArray &l) { parser.addLine(text(l)); });
          (void)parser.changes();
+         (void)parser.skippedCopies();
      }},
     {"bisyncplan",
      [](const QByteArray &b) {

@@ -5,6 +5,8 @@
 #include "model/RelativePath.h"
 #include "platform/AppLogger.h"
 
+#include <algorithm>
+
 namespace {
 
 // The message of a log line: "2026/11/22 21:11:49 INFO  : <message>".
@@ -63,6 +65,23 @@ void ChangeParser::add(const QString &path, Action action, bool toRemote)
     m_changes.append({path, action, toRemote});
 }
 
+void ChangeParser::copied(const QString &path)
+{
+    if (const auto queued = m_queuedCopies.constFind(path); queued != m_queuedCopies.cend() && *queued == m_copiesTo)
+        m_queuedCopies.erase(queued);
+}
+
+QList<ChangeParser::SkippedCopy> ChangeParser::skippedCopies() const
+{
+    QList<SkippedCopy> skipped;
+    for (auto queued = m_queuedCopies.cbegin(); queued != m_queuedCopies.cend(); ++queued)
+        skipped.append({queued.key(), queued.value()});
+    std::sort(skipped.begin(), skipped.end(), [](const SkippedCopy &a, const SkippedCopy &b) { return a.path < b.path; });
+    // Directories are queued too, and made rather than copied.
+    skipped.removeIf([this](const SkippedCopy &copy) { return m_queuedParents.contains(copy.path); });
+    return skipped;
+}
+
 void ChangeParser::addLine(QStringView raw)
 {
     // Statistics blocks make up most of the output; log lines start with the date.
@@ -80,12 +99,16 @@ void ChangeParser::addLine(QStringView raw)
             return;
         const bool isNew = message.endsWith(u"(new)");
         const QString path = message.left(message.lastIndexOf(u": Copied (")).toString();
+        copied(path);
         if (!accepts(path))
             return;
         // A conflict's loser deleted to make room, or a file moved into the
         // backup directory: the copy replaces it.
         const bool replaces = m_conflictLosers.remove(path) > 0 || m_movedAside.remove(path);
         add(path, isNew && !replaces ? Action::added : Action::updated, m_copiesTo == 2);
+    } else if (message.endsWith(u": Updated modification time in destination")) {
+        // the same contents, as their checksums showed
+        copied(message.chopped(42).toString());
     } else if (message.endsWith(u": Moved (server-side)")) {
         // With a backup directory, a file is moved there before it is replaced or deleted.
         m_movedAside.insert(message.chopped(21).toString());
@@ -105,6 +128,18 @@ void ChangeParser::addLine(QStringView raw)
             refuse(tail);
         else if (accepts(*path))
             m_queuedDeletes.insert(*path, side);
+    } else if (sideAndTail(message, u"Queue copy to", side, tail)) {
+        // A conflict's winner is named without the root.
+        const int toSide = 3 - side;
+        const QString path = relative(tail, toSide).value_or(tail.toString());
+        if (!accepts(path) || m_queuedCopies.size() >= kMaxQueuedCopies)
+            return;
+        m_queuedCopies.insert(path, toSide);
+        for (qsizetype slash = path.lastIndexOf(u'/'); slash > 0; slash = path.lastIndexOf(u'/', slash - 1)) {
+            if (m_queuedParents.contains(path.left(slash)))
+                break;
+            m_queuedParents.insert(path.left(slash));
+        }
     } else if (sideAndTail(message, u"Do queued copies to", side, tail)
                || sideAndTail(message, u"Resync is copying files to", side, tail)) {
         m_copiesTo = tail.endsWith(u'2') ? 2 : 1;

@@ -44,8 +44,22 @@ public:
     // Changes seen beyond kMaxChanges, counted but not kept.
     qsizetype droppedChanges() const { return m_dropped; }
 
+    // A copy bisync queued and rclone's copy then skipped: it judged the two
+    // files the same by size and time, and on a remote that keeps times to
+    // the second an edit of the same size within that second passes as
+    // unchanged. `toSide` is the side it was to be copied to (1: here).
+    struct SkippedCopy
+    {
+        QString path;
+        int toSide;
+        friend bool operator==(const SkippedCopy &, const SkippedCopy &) = default;
+    };
+    static constexpr qsizetype kMaxQueuedCopies = 200000;
+    QList<SkippedCopy> skippedCopies() const;
+
 private:
     void add(const QString &path, Action action, bool toRemote);
+    void copied(const QString &path);
     // A path under the side's root, without the root.
     std::optional<QString> relative(QStringView path, int side) const;
     // Whether a path read from the output names a file inside the folder;
@@ -57,6 +71,8 @@ private:
     QString m_roots[2];     // "/home/user/Docs/", "dav:Docs/"
     int m_copiesTo = 0;     // the side the current copy section writes to
     QHash<QString, int> m_queuedDeletes; // path -> side it is deleted on
+    QHash<QString, int> m_queuedCopies;  // path -> side it is copied to, until copied
+    QSet<QString> m_queuedParents;       // the directories of queued copies
     QSet<QString> m_conflictLosers; // deleted or renamed away to make room for a winner
     QSet<QString> m_movedAside;     // moved into the backup directory, about to be replaced or deleted
     QString m_bothChanged;  // the conflict being resolved

@@ -1,6 +1,7 @@
 #include "engine/RcloneEngine.h"
 
 #include "engine/ProgressParser.h"
+#include "engine/SkippedCopies.h"
 #include "engine/RcloneJob.h"
 #include "platform/AppLogger.h"
 #include "platform/InstallLayout.h"
@@ -599,6 +600,8 @@ private:
         request.isInitialSync = m_isInitialSync;
         if (m_isInitialSync && !isDryRun() && !m_request.resyncKeepArguments.isEmpty())
             request.keepArguments = m_request.resyncKeepArguments;
+        m_keepArguments = request.keepArguments;
+        m_copies = ChangeParser();
         m_tail.clear();
         m_notable.clear();
         m_child = new Child(m_engine->rclonePath(), RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()),
@@ -613,6 +616,7 @@ private:
     {
         if (m_cancelled)
             return; // a cancelled run shows no more progress
+        m_copies.addLine(line);
         m_tail.append(line);
         if (m_tail.size() > kTailLines)
             m_tail.removeFirst();
@@ -632,12 +636,24 @@ private:
         m_child->deleteLater();
         m_child = nullptr;
         using How = Child::Exit::How;
+        // Whatever the outcome, copies the attempt skipped wait for a bisync that succeeds.
+        std::optional<SkippedCopies> skipped;
+        if (!isDryRun() && exit.how != How::launchFailed) {
+            skipped.emplace(RcloneEngine::workDirectory(), m_request.localPath, m_request.remoteSpec);
+            if (const QList<ChangeParser::SkippedCopy> found = m_copies.skippedCopies(); !found.isEmpty()) {
+                qCWarning(lcEngine, "rclone skipped %lld queued copies as unchanged", static_cast<long long>(found.size()));
+                skipped->add(found);
+            }
+        }
         if (exit.how == How::cancelled || m_cancelled)
             return deliverCancelled();
         if (exit.how == How::launchFailed)
             return deliver(RcloneError{RcloneError::Kind::launchFailed, 0, exit.launchError});
-        if (exit.code == 0)
-            return deliver(std::monostate());
+        if (exit.code == 0) {
+            if (skipped)
+                m_skipped.emplace(std::move(*skipped));
+            return copySkipped();
+        }
 
         const QString output = RcloneEngine::stripAnsi(m_tail.join(u'\n'));
         const auto fail = [&](RcloneError::Kind kind) {
@@ -675,6 +691,31 @@ private:
 
     bool isDryRun() const { return m_request.extraArguments.contains(QStringLiteral("--dry-run")); }
 
+    // Both sides now agree but on what rclone's copy skipped as unchanged
+    // (see SkippedCopies): each side's list is copied, comparing nothing.
+    void copySkipped()
+    {
+        const QStringList command = m_skipped ? m_skipped->nextCommand(m_keepArguments) : QStringList();
+        if (command.isEmpty())
+            return deliver(std::monostate());
+        // A copy here never makes the folder: it was there a moment ago.
+        if (command.at(2) == m_request.localPath && !QFileInfo(m_request.localPath).isDir()) {
+            const QString message = QStringLiteral("Local folder not found: ") + m_request.localPath;
+            return deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
+        }
+        qCInfo(lcEngine, "Copying again what bisync skipped as unchanged: %s to %s", qUtf8Printable(command.at(1)),
+               qUtf8Printable(command.at(2)));
+        m_command = m_engine->run(command, this, [this](const RcloneResult<QString> &copied) {
+            m_command = nullptr;
+            if (m_cancelled || copied.isCancelled())
+                return deliverCancelled();
+            if (!copied.ok())
+                return deliver(copied.error());
+            m_skipped->madeNext();
+            copySkipped();
+        });
+    }
+
     void deliverCancelled() { deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")}); }
 
     void deliver(const RcloneStatus &result)
@@ -691,7 +732,10 @@ private:
     Receiver m_receiver;
     RcloneEngine::ProgressHandler m_onProgress;
     RcloneEngine::Done<std::monostate> m_done;
-    QPointer<RcloneJob> m_command; // the listing or mkdir before the bisync
+    QPointer<RcloneJob> m_command; // the listing or mkdir before the bisync, or a copy after it
+    ChangeParser m_copies;         // of the attempt: what it queued and copied
+    QStringList m_keepArguments;   // of the attempt
+    std::optional<SkippedCopies> m_skipped;
     Child *m_child = nullptr;
     QStringList m_tail;
     QStringList m_notable; // the first error lines of the attempt

@@ -6,7 +6,9 @@
 
 using Change = ChangeParser::Change;
 using Conflict = ChangeParser::Conflict;
+using Skipped = ChangeParser::SkippedCopy;
 using A = ChangeParser::Action;
+Q_DECLARE_METATYPE(QList<Skipped>)
 Q_DECLARE_METATYPE(QList<Change>)
 Q_DECLARE_METATYPE(QList<Conflict>)
 
@@ -31,6 +33,9 @@ private Q_SLOTS:
         QTest::addColumn<QString>("file");
         QTest::addColumn<QList<Change>>("changes");
         QTest::addColumn<QList<Conflict>>("conflicts");
+        // What rclone's copy skipped of what bisync queued: nothing, but on
+        // a remote that keeps times to the second.
+        QTest::addColumn<QList<Skipped>>("skipped");
         // Both sides changed: names with blanks, accents and emoji; deletions
         // on either side come from the queue, not the section they print in.
         QTest::newRow("changes on both sides") << "preview/normal-changes.log"
@@ -39,7 +44,8 @@ private Q_SLOTS:
                              {"Trips/photo 🌅.jpg", A::deleted, false}, {"Café menu.txt", A::updated, true},
                              {"Local new.txt", A::added, true}, {"Trips/Été 2026/plan 🏖.txt", A::added, true},
                              {"old notes.txt", A::deleted, true}}
-            << QList<Conflict>{};
+            << QList<Conflict>{}
+            << QList<Skipped>{};
         // A first sync copies both ways; directories are made, not counted.
         QTest::newRow("first sync") << "changes/first-sync.log"
             << QList<Change>{{"Shared/Équipe/agenda d'avril.txt", A::added, false}, {"Shared/café ☕.png", A::added, false},
@@ -49,25 +55,29 @@ private Q_SLOTS:
                              {"readme.txt", A::added, true}, {"Projects/2025/summary.txt", A::added, true},
                              {"Projects/2025/Q1/budget.csv", A::added, true},
                              {"Projects/2025/Q1/plan de travail.txt", A::added, true}}
-            << QList<Conflict>{};
+            << QList<Conflict>{}
+            << QList<Skipped>{};
         QTest::newRow("both sides, a directory deleted") << "changes/both-sides.log"
             << QList<Change>{{"new-remote.txt", A::added, false}, {"Reports 2025/q1 résumé.txt", A::added, false},
                              {"notes.md", A::updated, false}, {"budget.csv", A::deleted, false},
                              {"new-local.txt", A::added, true}, {"readme.txt", A::updated, true},
                              {"archive/2024/mar.txt", A::deleted, true}, {"todo.txt", A::deleted, true}}
-            << QList<Conflict>{};
+            << QList<Conflict>{}
+            << QList<Skipped>{};
         QTest::newRow("deletions only") << "changes/deletions.log"
             << QList<Change>{{"letter.txt", A::deleted, false}, {"archive/2023/feb.txt", A::deleted, false},
                              {"plan.txt", A::deleted, true}, {"projects/beta/old.c", A::deleted, true},
                              {"todo.txt", A::deleted, true}}
-            << QList<Conflict>{};
+            << QList<Conflict>{}
+            << QList<Skipped>{};
         // Keep both: each loser renamed on its side and copied over; the
         // winner replaces the file that was renamed away.
         QTest::newRow("conflicts, keep both") << "changes/conflict-keepboth.log"
             << QList<Change>{{"report.txt", A::updated, false}, {"letter.txt.conflict1", A::added, false},
                              {"letter.txt", A::updated, true}, {"report.txt.conflict1", A::added, true}}
             << QList<Conflict>{{"letter.txt", "letter.txt.conflict1", true, false},
-                               {"report.txt", "report.txt.conflict1", false, true}};
+                               {"report.txt", "report.txt.conflict1", false, true}}
+            << QList<Skipped>{};
         // Newer wins: the loser is deleted and the winner copied over it.
         // Keeping removed files: what is replaced or deleted is moved into a
         // backup directory first, so no "Deleted" or "replaced existing".
@@ -75,19 +85,26 @@ private Q_SLOTS:
             << QList<Change>{{"new-remote.txt", A::added, false}, {"sub/é e.txt", A::updated, false},
                              {"d.txt", A::deleted, false}, {"new-local.txt", A::added, true},
                              {"c.txt", A::updated, true}, {"a.txt", A::deleted, true}}
-            << QList<Conflict>{};
+            << QList<Conflict>{}
+            << QList<Skipped>{};
         QTest::newRow("conflicts, newer wins") << "changes/conflict-newerwins.log"
             << QList<Change>{{"report.txt", A::updated, false}, {"letter.txt", A::updated, true}}
-            << QList<Conflict>{};
+            << QList<Conflict>{}
+            << QList<Skipped>{};
+        QTest::newRow("an edit within the remote's second") << "changes/same-second.log"
+            << QList<Change>{{"sub/y é.txt", A::updated, false}} << QList<Conflict>{}
+            << QList<Skipped>{{"x.bin", 2}};
     }
     void recordedRuns()
     {
         QFETCH(QString, file);
         QFETCH(QList<Change>, changes);
         QFETCH(QList<Conflict>, conflicts);
+        QFETCH(QList<Skipped>, skipped);
         const ChangeParser parser = parsed(file);
         QCOMPARE(parser.changes(), changes);
         QCOMPARE(parser.conflicts(), conflicts);
+        QCOMPARE(parser.skippedCopies(), skipped);
         QCOMPARE(parser.droppedChanges(), 0);
     }
 
@@ -104,6 +121,8 @@ private Q_SLOTS:
                  "2026/11/22 23:53:01 NOTICE: - WARNING  New or changed in both paths       - ../.ssh/id_rsa",
                  "2026/11/22 23:53:01 NOTICE: - Path1    Renaming Path1 copy                - /home/user/Docs/a.conflict1",
                  "2026/11/22 23:53:01 NOTICE: - Path1    Queue delete                       - /home/user/Docs/../x",
+                 "2026/11/22 23:53:01 INFO  : - Path1    Queue copy to Path2                - backup:Docs/../../x",
+                 "2026/11/22 23:53:01 INFO  : - Path2    Queue copy to Path1                - /etc/passwd",
                  "2026/11/22 23:53:01 INFO  : - Path1    Do queued copies to                - Path2",
                  "2026/11/22 23:53:01 INFO  : ../../.bashrc: Copied (new)",
                  "2026/11/22 23:53:01 INFO  : /etc/passwd: Deleted",
@@ -112,6 +131,7 @@ private Q_SLOTS:
             parser.addLine(QString::fromUtf8(line));
         QCOMPARE(parser.conflicts(), QList<Conflict>());
         QCOMPARE(parser.changes(), (QList<Change>{{"fine.txt", A::added, true}}));
+        QCOMPARE(parser.skippedCopies(), QList<Skipped>());
     }
 
     // A 2,000-file first sync: every file rclone counts, each once.

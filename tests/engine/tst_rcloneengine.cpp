@@ -37,6 +37,17 @@ enum class Local { files, empty, missing };
 
 } // namespace
 
+// bisync's output where rclone's copy skipped what it queued to the remote:
+// two files and a directory.
+const QByteArray kSkipped =
+    "line() { echo \"2026/11/24 07:59:54 INFO  : $1\"; }\n"
+    "line \"Synching Path1 \\\"$2/\\\" with Path2 \\\"$3/\\\"\"\n"
+    "line \"- Path1    Queue copy to Path2       - $3/x.bin\"\n"
+    "line \"- Path1    Queue copy to Path2       - $3/a b/x é.txt\"\n"
+    "line \"- Path1    Queue copy to Path2       - $3/empty dir\"\n"
+    "line \"- Path1    Do queued copies to                - Path2\"\n"
+    "line \"There was nothing to transfer\"\n";
+
 class TestRcloneEngine : public QObject
 {
     Q_OBJECT
@@ -469,6 +480,63 @@ private Q_SLOTS:
         holder.waitForFinished();
         if (zombie > 0)
             ::waitpid(zombie, nullptr, 0);
+    }
+
+    // What rclone's copy skipped as unchanged (the same size, times within a
+    // WebDAV second) is copied again once a bisync of the pair succeeds; it
+    // waits in the work directory through failed bisyncs and failed copies.
+    void skippedCopiesAreMadeOnceABisyncSucceeds_data()
+    {
+        QTest::addColumn<QByteArray>("first");  // the first bisync, then the first copy
+        QTest::addColumn<QByteArray>("copy");
+        QTest::addColumn<QStringList>("extra"); // of the request
+        QTest::addColumn<QStringList>("commands");  // of the first call, then of the second
+        QTest::addColumn<QStringList>("commandsNext");
+        QTest::addColumn<bool>("firstOk");
+        const QStringList copied{"mkdir", "bisync", "copy"}, plain{"mkdir", "bisync"};
+        QTest::newRow("skipped, then copied") << kSkipped << QByteArray() << QStringList() << copied << plain << true;
+        QTest::newRow("the copy fails: the next run makes it") << kSkipped << QByteArray("exit 1") << QStringList()
+            << copied << copied << false;
+        QTest::newRow("the bisync fails: the copy waits") << kSkipped + "exit 7\n" << QByteArray() << QStringList()
+            << plain << copied << false;
+        QTest::newRow("the copy stopped by a signal") << kSkipped << QByteArray("kill -TERM $$") << QStringList()
+            << copied << copied << false;
+        QTest::newRow("a dry run copies nothing, later") << kSkipped << QByteArray() << QStringList{"--dry-run"}
+            << QStringList{"bisync"} << QStringList{"bisync"} << true;
+        QTest::newRow("all copied") << kSkipped + "line 'x.bin: Copied (replaced existing)'; line 'a b/x é.txt: Copied (new)'\n"
+            << QByteArray() << QStringList() << plain << plain << true;
+    }
+    void skippedCopiesAreMadeOnceABisyncSucceeds()
+    {
+        QFETCH(QByteArray, first);
+        QFETCH(QByteArray, copy);
+        QFETCH(QStringList, extra);
+        QVERIFY(QDir().mkpath(localPath() + "/empty dir")); // made by the bisync: never copied
+        m_fake->script("bisync.1", first);
+        m_fake->script("copy.1", copy);
+        BisyncRequest request = this->request();
+        request.extraArguments = extra;
+        request.keepArguments = {"--exclude", "/.nimbrell-removed/**", "--backup-dir1", "/kept", "--backup-dir2", "remote:Docs/.kept"};
+        QFETCH(bool, firstOk);
+        QCOMPARE(bisync(request).ok(), firstOk);
+        QFETCH(QStringList, commands);
+        QCOMPARE(m_fake->commands(), commands);
+        const QList<QStringList> calls = m_fake->calls();
+        if (commands.contains("copy")) {
+            const QStringList &copyCall = calls.last();
+            QCOMPARE(copyCall.mid(0, 4), (QStringList{"copy", localPath(), "remote:Docs", "--files-from-raw"}));
+            QCOMPARE(copyCall.mid(5), (QStringList{"--ignore-times", "--no-traverse", "-v", "--backup-dir", "remote:Docs/.kept"}));
+        }
+        const QDir work(RcloneEngine::workDirectory());
+        const QStringList lists = work.entryList({"nimbrell-skipped-*"}, QDir::Files);
+        QCOMPARE(lists.isEmpty(), firstOk);
+        if (!lists.isEmpty())
+            QCOMPARE(readFile(work.filePath(lists[0])), "a b/x é.txt\nx.bin\n");
+        const qsizetype before = calls.size();
+        QVERIFY(bisync(request).ok());
+        QFETCH(QStringList, commandsNext);
+        QCOMPARE(m_fake->commands().mid(before), commandsNext);
+        QVERIFY(work.entryList({"nimbrell-skipped-*"}, QDir::Files).isEmpty());
     }
 
     // ---- remote commands ------------------------------------------------
