@@ -128,11 +128,15 @@ void ChangeParser::addLine(QStringView raw)
             refuse(tail);
         else if (accepts(*path))
             m_queuedDeletes.insert(*path, side);
+    } else if (sideAndTail(message, u"File changed: time (newer)", side, tail)) {
+        // Its size is the same: the copy may take it for the one it replaces.
+        if (m_newerInTimeOnly.size() < kMaxQueuedCopies)
+            m_newerInTimeOnly.insert(tail.toString(), side);
     } else if (sideAndTail(message, u"Queue copy to", side, tail)) {
         // A conflict's winner is named without the root.
         const int toSide = 3 - side;
         const QString path = relative(tail, toSide).value_or(tail.toString());
-        if (!accepts(path) || m_queuedCopies.size() >= kMaxQueuedCopies)
+        if (m_newerInTimeOnly.value(path) != side || !accepts(path) || m_queuedCopies.size() >= kMaxQueuedCopies)
             return;
         m_queuedCopies.insert(path, toSide);
         for (qsizetype slash = path.lastIndexOf(u'/'); slash > 0; slash = path.lastIndexOf(u'/', slash - 1)) {

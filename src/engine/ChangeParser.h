@@ -44,10 +44,13 @@ public:
     // Changes seen beyond kMaxChanges, counted but not kept.
     qsizetype droppedChanges() const { return m_dropped; }
 
-    // A copy bisync queued and rclone's copy then skipped: it judged the two
-    // files the same by size and time, and on a remote that keeps times to
-    // the second an edit of the same size within that second passes as
-    // unchanged. `toSide` is the side it was to be copied to (1: here).
+    // A copy bisync queued for a file newer on one side, with its size
+    // unchanged, that rclone's copy then skipped: it judged the two files the
+    // same by size and time, and on a remote that keeps times to the second an
+    // edit of the same size within that second passes as unchanged. (A file
+    // found older is what a download from such a remote looks like on the
+    // next run: the same contents, its copy rightly skipped.) `toSide` is the
+    // side it was to be copied to (1: here).
     struct SkippedCopy
     {
         QString path;
@@ -73,6 +76,7 @@ private:
     QHash<QString, int> m_queuedDeletes; // path -> side it is deleted on
     QHash<QString, int> m_queuedCopies;  // path -> side it is copied to, until copied
     QSet<QString> m_queuedParents;       // the directories of queued copies
+    QHash<QString, int> m_newerInTimeOnly; // path -> side where only its time changed, to newer
     QSet<QString> m_conflictLosers; // deleted or renamed away to make room for a winner
     QSet<QString> m_movedAside;     // moved into the backup directory, about to be replaced or deleted
     QString m_bothChanged;  // the conflict being resolved

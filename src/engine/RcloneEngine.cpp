@@ -641,7 +641,8 @@ private:
         if (!isDryRun() && exit.how != How::launchFailed) {
             skipped.emplace(RcloneEngine::workDirectory(), m_request.localPath, m_request.remoteSpec);
             if (const QList<ChangeParser::SkippedCopy> found = m_copies.skippedCopies(); !found.isEmpty()) {
-                qCWarning(lcEngine, "rclone skipped %lld queued copies as unchanged", static_cast<long long>(found.size()));
+                qCWarning(lcEngine, "rclone skipped %lld queued copies as unchanged, as %s",
+                          static_cast<long long>(found.size()), qUtf8Printable(found.first().path));
                 skipped->add(found);
             }
         }

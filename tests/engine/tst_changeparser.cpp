@@ -94,6 +94,10 @@ private Q_SLOTS:
         QTest::newRow("an edit within the remote's second") << "changes/same-second.log"
             << QList<Change>{{"sub/y é.txt", A::updated, false}} << QList<Conflict>{}
             << QList<Skipped>{{"x.bin", 2}};
+        // A file downloaded from such a remote is found older here on the
+        // next run, and its copy skipped: the same contents.
+        QTest::newRow("a download found older") << "changes/time-older.log" << QList<Change>{} << QList<Conflict>{}
+            << QList<Skipped>{};
     }
     void recordedRuns()
     {

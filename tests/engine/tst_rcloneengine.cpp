@@ -38,11 +38,17 @@ enum class Local { files, empty, missing };
 } // namespace
 
 // bisync's output where rclone's copy skipped what it queued to the remote:
-// two files and a directory.
+// two files newer here and a directory, and a file found older (a download
+// from a remote that keeps seconds: nothing to copy again).
 const QByteArray kSkipped =
     "line() { echo \"2026/11/24 07:59:54 INFO  : $1\"; }\n"
     "line \"Synching Path1 \\\"$2/\\\" with Path2 \\\"$3/\\\"\"\n"
+    "line \"- Path1    File changed: time (newer) - x.bin\"\n"
+    "line \"- Path1    File changed: time (newer) - a b/x é.txt\"\n"
+    "line \"- Path1    File changed: time (newer) - empty dir\"\n"
+    "line \"- Path1    File changed: time (older) - older.txt\"\n"
     "line \"- Path1    Queue copy to Path2       - $3/x.bin\"\n"
+    "line \"- Path1    Queue copy to Path2       - $3/older.txt\"\n"
     "line \"- Path1    Queue copy to Path2       - $3/a b/x é.txt\"\n"
     "line \"- Path1    Queue copy to Path2       - $3/empty dir\"\n"
     "line \"- Path1    Do queued copies to                - Path2\"\n"
