@@ -1,8 +1,8 @@
 #include "engine/RcloneEngine.h"
 
 #include "engine/ProgressParser.h"
-#include "engine/SkippedCopies.h"
 #include "engine/RcloneJob.h"
+#include "engine/SkippedCopies.h"
 #include "platform/AppLogger.h"
 #include "platform/InstallLayout.h"
 #include "platform/PrivateFiles.h"
