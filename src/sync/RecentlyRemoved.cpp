@@ -71,6 +71,23 @@ QString RecentlyRemoved::refusal(const QUuid &folderId, const std::optional<File
     return {};
 }
 
+QDateTime RecentlyRemoved::nextRunStart(const QUuid &folderId)
+{
+    QStringList used;
+    if (const std::optional<SyncFolder> folder = m_manager.folder(folderId)) {
+        for (const RemoteTarget &target : folder->remoteTargets)
+            used += m_preferences.keptRuns(folderId, target.id);
+    }
+    QDateTime start = m_clock().toUTC();
+    if (const QDateTime last = m_lastRunStart.value(folderId); last.isValid()
+        && start.toSecsSinceEpoch() <= last.toSecsSinceEpoch())
+        start = QDateTime::fromSecsSinceEpoch(last.toSecsSinceEpoch() + 1, Qt::UTC);
+    while (used.contains(RemovedFiles::runDirectory(start)))
+        start = start.addSecs(1);
+    m_lastRunStart.insert(folderId, start);
+    return start;
+}
+
 void RecentlyRemoved::rememberRuns(const QUuid &folderId, const QUuid &targetId, const QStringList &runs)
 {
     QStringList known = m_preferences.keptRuns(folderId, targetId);

@@ -2,6 +2,7 @@
 
 #include "sync/RemovedFiles.h"
 
+#include <QHash>
 #include <QObject>
 #include <QPointer>
 #include <QUuid>
@@ -49,6 +50,12 @@ public:
                            std::function<void(const QString &error)> done);
     void empty(const QUuid &folderId, const QObject *context, std::function<void(const QString &error)> done);
 
+    // The start of the folder's next run. Its directories of kept files are
+    // named by the second, and a run moving a file into a directory an
+    // earlier run used would replace what that one kept there: the start is
+    // a second no earlier run of the folder had.
+    QDateTime nextRunStart(const QUuid &folderId);
+
     // After a run of the folder that started at `runStart`: remembers the
     // targets it kept something on, and removes what is older than the
     // folder's retention. An rclone starts only for a target that has such
@@ -71,4 +78,5 @@ private:
     RcloneEngine &m_engine;
     FolderPreferences &m_preferences;
     std::function<QDateTime()> m_clock;
+    QHash<QUuid, QDateTime> m_lastRunStart; // of the runs started here
 };

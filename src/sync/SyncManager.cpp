@@ -313,7 +313,7 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
 {
     auto *run = new SyncRun(m_engine, id, this);
     run->setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
-    run->setKeepRemoved(keepsRemoved(id), hasKeptRemoved(id), m_clock());
+    run->setKeepRemoved(keepsRemoved(id), hasKeptRemoved(id), m_recentlyRemoved->nextRunStart(id));
     // rclone makes the run directories of kept files with the umask's
     // modes: the folder's own directory above them keeps others out.
     if (keepsRemoved(id))

@@ -157,6 +157,27 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(m_home.filePath("mnt/drive")));
         QCOMPARE(readFile(RemovedFiles::localFile(folder.id, file)), "a");
     }
+
+    // Runs of a folder are kept apart by the second their directories are
+    // named by: a failed resync and its retry within one second once shared
+    // one, and the retry's move replaced what the first had kept there.
+    void runsOfOneSecondKeepApart()
+    {
+        MemorySettingsStore settings;
+        FakeFileEventService fileEvents;
+        RcloneEngine engine(QStringLiteral("/nonexistent/rclone"));
+        const QDateTime now = QDateTime::fromString("2026-11-24T09:44:02.400Z", Qt::ISODateWithMs);
+        SyncManager manager({settings, engine, fileEvents, {}, [now] { return now; }, 2, false});
+        SyncFolder one, other;
+        one.name = "One", other.name = "Other";
+        manager.addFolder(one);
+        manager.addFolder(other);
+        QStringList runs;
+        for (const QUuid &id : {one.id, one.id, other.id, one.id})
+            runs << RemovedFiles::runDirectory(manager.recentlyRemoved().nextRunStart(id));
+        QCOMPARE(runs, (QStringList{"2026-11-24T09-44-02", "2026-11-24T09-44-03", "2026-11-24T09-44-02",
+                                    "2026-11-24T09-44-04"}));
+    }
 };
 
 QTEST_GUILESS_MAIN(TestKeptFiles)
