@@ -15,6 +15,7 @@
 #include <QPointer>
 #include <QProcess>
 #include <QRegularExpression>
+#include <QStorageInfo>
 #include <QStringDecoder>
 #include <QTimer>
 
@@ -515,6 +516,13 @@ private:
             qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
             return deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
         }
+        if (const QString mountPoint = RcloneEngine::mountPointOf(m_request.localPath);
+            !m_request.localMountPoint.isEmpty() && mountPoint != m_request.localMountPoint) {
+            const QString message = QStringLiteral("Local folder not mounted: %1 (its drive was at %2)")
+                                        .arg(m_request.localPath, m_request.localMountPoint);
+            qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
+            return deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
+        }
         // A bisync of this pair left running by an earlier run of the
         // program holds the pair's lock until it has stopped.
         if (const qint64 pid = m_engine->earlierBisync(m_request.localPath, m_request.remoteSpec))
@@ -891,6 +899,14 @@ qint64 RcloneEngine::lockHolder(const QString &lockPath)
 QString RcloneEngine::workDirectory()
 {
     return QDir::home().absoluteFilePath(QStringLiteral(".config/rclone/bisync_workdir"));
+}
+
+QString RcloneEngine::mountPointOf(const QString &path)
+{
+    if (!QFileInfo(path).isDir())
+        return {};
+    const QStorageInfo volume(path);
+    return volume.isValid() ? volume.rootPath() : QString();
 }
 
 QStringList RcloneEngine::bisyncArguments(const BisyncRequest &request, const QString &workDirectory)

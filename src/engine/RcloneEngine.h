@@ -37,6 +37,10 @@ struct BisyncRequest
     // sync, or the recovery of a lost history): a resync replaces the
     // remote's differing copies with this computer's, and these keep them.
     QStringList resyncKeepArguments = {};
+    // Where the local folder's volume was mounted when the folder was
+    // chosen; "" when not known. No run is made while it is elsewhere: an
+    // unmounted drive leaves an empty directory in its place.
+    QString localMountPoint = {};
     // The pair has synced before. Its resync (a first sync, or a retry) is
     // then made only while neither side is empty or missing.
     bool hasSyncedBefore = false;
@@ -106,6 +110,8 @@ public:
     static QString lockFileIn(const QString &output);
     // A directory that holds nothing, not even hidden files.
     static bool isEmptyDirectory(const QString &path);
+    // Where the volume holding an existing directory is mounted, or "".
+    static QString mountPointOf(const QString &path);
     // The rclone holding a bisync lock file: its process id, 0 when no rclone
     // holds it (or the file is gone), -1 when it is no lock of ours.
     static qint64 lockHolder(const QString &lockPath);

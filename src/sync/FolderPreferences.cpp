@@ -80,6 +80,16 @@ void FolderPreferences::setKeptRuns(const QUuid &id, const QUuid &targetId, cons
     set(key(id, "keptRuns") + u'/' + uuidString(targetId), runs, QStringList());
 }
 
+QString FolderPreferences::mountPoint(const QUuid &id) const
+{
+    return m_settings.value(key(id, "mountPoint")).toString();
+}
+
+void FolderPreferences::setMountPoint(const QUuid &id, const QString &mountPoint)
+{
+    set(key(id, "mountPoint"), mountPoint, QString());
+}
+
 bool FolderPreferences::hasSynced(const QUuid &id, const QUuid &targetId) const
 {
     return m_settings.value(key(id, "syncedTargets")).toStringList().contains(uuidString(targetId));

@@ -37,6 +37,10 @@ public:
     // forgot that the pair had synced.
     bool hasSynced(const QUuid &id, const QUuid &targetId) const;
     void setSynced(const QUuid &id, const QUuid &targetId);
+    // Where the volume holding the local folder was mounted when the folder
+    // was chosen ("/", "/media/user/Backup"), or "" when not known.
+    QString mountPoint(const QUuid &id) const;
+    void setMountPoint(const QUuid &id, const QString &mountPoint);
     // A deleted folder's settings go with it.
     void remove(const QUuid &id);
 

@@ -126,6 +126,7 @@ void SyncManager::setGlobalSyncIntervalMinutes(qint64 minutes)
 void SyncManager::addFolder(const SyncFolder &folder)
 {
     emit folderAboutToBeInserted(m_folders.size());
+    rememberMountPoint(folder);
     readProblems(folder);
     m_folders.append(folder);
     emit folderInserted(m_folders.size() - 1);
@@ -158,9 +159,18 @@ void SyncManager::updateFolder(const SyncFolder &folder)
                 target.hasResynced = before.hasResynced;
         }
     }
+    if (updated.localPath != stored.localPath)
+        rememberMountPoint(updated);
     replaceFolder(row, updated);
     storeFolders();
     updateWatchers();
+}
+
+// The drive the folder is on when it is chosen: a run while it is unmounted
+// would fill the empty directory left in its place.
+void SyncManager::rememberMountPoint(const SyncFolder &folder)
+{
+    m_preferences.setMountPoint(folder.id, RcloneEngine::mountPointOf(folder.localPath));
 }
 
 void SyncManager::deleteFolder(const QUuid &id)
@@ -313,6 +323,7 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
 {
     auto *run = new SyncRun(m_engine, id, this);
     run->setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
+    run->setLocalMountPoint(m_preferences.mountPoint(id));
     run->setKeepRemoved(keepsRemoved(id), hasKeptRemoved(id), m_recentlyRemoved->nextRunStart(id));
     // rclone makes the run directories of kept files with the umask's
     // modes: the folder's own directory above them keeps others out.

@@ -232,6 +232,7 @@ private:
     qsizetype indexOf(const QUuid &id) const;
     void replaceFolder(qsizetype row, const SyncFolder &folder);
     void readProblems(const SyncFolder &folder);
+    void rememberMountPoint(const SyncFolder &folder);
     // Applies `change` to the stored folder with this id, if it still exists.
     bool changeFolder(const QUuid &id, const std::function<void(SyncFolder &)> &change);
     FolderWatcher *findWatcher(const QUuid &id) const;

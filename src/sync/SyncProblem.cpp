@@ -76,7 +76,7 @@ SyncProblem SyncProblem::classify(const QString &message, const QString &localPa
 
     // Whatever rclone said, a local folder that is gone is what must be fixed
     // first; and one that is back makes an old "not found" moot.
-    if (isLocalFolderMissing(localPath))
+    if (isLocalFolderMissing(localPath) || message.startsWith(QLatin1String("Local folder not mounted: ")))
         return is(Kind::localFolderMissing);
     if (const QString flag = unknownFlagIn(message); !flag.isEmpty()) {
         problem.path = flag;
@@ -272,6 +272,9 @@ QString SyncProblem::sentence() const
         return QStringLiteral("The installed rclone accepts only Keep Both and Newer Wins. Choose one of them for "
                               "this folder.");
     case Kind::localFolderMissing:
+        if (message.startsWith(QLatin1String("Local folder not mounted: ")))
+            return QStringLiteral("%1 is not on its drive. Mount the drive; if the folder moved, choose where it is now.")
+                .arg(localPath);
         return QStringLiteral("%1 does not exist. If it is on a drive, mount it; if it moved, choose where it is now.")
             .arg(localPath.isEmpty() ? QStringLiteral("The local folder") : localPath);
     case Kind::diskFull:

@@ -48,6 +48,7 @@ void SyncRun::nextTarget()
                           RemovedFiles::arguments(m_folderId, target, m_keepingRemoved, m_everKeptRemoved, m_started)};
     request.hasSyncedBefore = target.hasResynced || m_syncedTargets.contains(target.id);
     request.resyncKeepArguments = RemovedFiles::arguments(m_folderId, target, true, true, m_started);
+    request.localMountPoint = m_localMountPoint;
     m_keepsOnTarget = m_keepingRemoved;
     m_mayKeepAnyway = false;
     // A resync the user chose in a review is made as asked.

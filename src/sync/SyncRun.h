@@ -50,6 +50,8 @@ public:
     void setSyncedTargets(const QSet<QUuid> &targets) { m_syncedTargets = targets; }
     // "--bwlimit" for each target's bisync; empty: none.
     void setBandwidthLimit(const QString &limit) { m_bandwidthLimit = limit; }
+    // Where the local folder's drive was mounted when it was chosen; "": not known.
+    void setLocalMountPoint(const QString &mountPoint) { m_localMountPoint = mountPoint; }
     // Whether the folder keeps what its runs delete or replace, or once did.
     // `start` names the directory of what this run keeps.
     void setKeepRemoved(bool keeping, bool everKept, const QDateTime &start)
@@ -105,6 +107,7 @@ private:
     bool m_keepingRemoved = false;
     bool m_everKeptRemoved = false;
     QDateTime m_started = QDateTime::currentDateTimeUtc();
+    QString m_localMountPoint;
     QList<QUuid> m_keptOn;
     bool m_keepsOnTarget = false; // the current target's bisync keeps what it removes
     bool m_mayKeepAnyway = false; // its resync has backup directories all the same

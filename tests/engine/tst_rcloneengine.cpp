@@ -545,6 +545,26 @@ private Q_SLOTS:
         QVERIFY(work.entryList({"nimbrell-skipped-*"}, QDir::Files).isEmpty());
     }
 
+    // A folder whose drive was unmounted is an empty directory on another
+    // volume: no rclone runs, whatever the pair's history.
+    void noRunOffTheFoldersDrive()
+    {
+        for (const bool initial : {false, true}) {
+            BisyncRequest request = this->request();
+            request.isInitialSync = initial; // a first sync, of a pair that never synced
+            request.hasSyncedBefore = !initial;
+            request.localMountPoint = "/media/user/Drive";
+            const qsizetype before = m_fake->calls().size();
+            const RcloneStatus result = bisync(request);
+            QCOMPARE(m_fake->calls().size(), before);
+            QCOMPARE(int(result.error().kind), int(RcloneError::Kind::localFolderMissing));
+            QCOMPARE(result.error().description, "Local folder not mounted: " + localPath() + " (its drive was at /media/user/Drive)");
+            request.localMountPoint = RcloneEngine::mountPointOf(localPath());
+            QVERIFY(!request.localMountPoint.isEmpty());
+            QVERIFY(bisync(request).ok());
+        }
+    }
+
     // ---- remote commands ------------------------------------------------
 
     // Each call's arguments, exactly as given (never through a shell), and its
