@@ -65,8 +65,15 @@ void ChangeParser::add(const QString &path, Action action, bool toRemote)
     m_changes.append({path, action, toRemote});
 }
 
+void ChangeParser::settle(const QString &path)
+{
+    if (m_watched.contains(path))
+        m_settled.insert(path);
+}
+
 void ChangeParser::copied(const QString &path)
 {
+    settle(path);
     if (const auto queued = m_queuedCopies.constFind(path); queued != m_queuedCopies.cend() && *queued == m_copiesTo)
         m_queuedCopies.erase(queued);
 }
@@ -116,6 +123,7 @@ void ChangeParser::addLine(QStringView raw)
         const QString path = message.left(message.lastIndexOf(u": ")).toString();
         if (!accepts(path))
             return;
+        settle(path);
         m_movedAside.remove(path);
         if (const auto queued = m_queuedDeletes.constFind(path); queued != m_queuedDeletes.cend()) {
             add(path, Action::deleted, *queued == 2);

@@ -60,9 +60,16 @@ public:
     static constexpr qsizetype kMaxQueuedCopies = 200000;
     QList<SkippedCopy> skippedCopies() const;
 
+    // Of the paths given before the first line, those this output copied or
+    // deleted on either side: the two sides agree on them now. (Kept apart
+    // from changes(), which stops at kMaxChanges.)
+    void watch(QSet<QString> paths) { m_watched = std::move(paths); }
+    const QSet<QString> &settled() const { return m_settled; }
+
 private:
     void add(const QString &path, Action action, bool toRemote);
     void copied(const QString &path);
+    void settle(const QString &path);
     // A path under the side's root, without the root.
     std::optional<QString> relative(QStringView path, int side) const;
     // Whether a path read from the output names a file inside the folder;
@@ -81,6 +88,8 @@ private:
     QSet<QString> m_movedAside;     // moved into the backup directory, about to be replaced or deleted
     QString m_bothChanged;  // the conflict being resolved
     QHash<QString, bool> m_winners; // path -> whether the remote's copy won
+    QSet<QString> m_watched;
+    QSet<QString> m_settled;
     QList<Change> m_changes;
     QList<Conflict> m_conflicts;
     qsizetype m_dropped = 0;

@@ -610,6 +610,9 @@ private:
             request.keepArguments = m_request.resyncKeepArguments;
         m_keepArguments = request.keepArguments;
         m_copies = ChangeParser();
+        // Skipped copies this attempt makes itself need no copy after it.
+        if (!isDryRun())
+            m_copies.watch(SkippedCopies(RcloneEngine::workDirectory(), m_request.localPath, m_request.remoteSpec).paths());
         m_tail.clear();
         m_notable.clear();
         m_child = new Child(m_engine->rclonePath(), RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()),
@@ -653,6 +656,8 @@ private:
                           static_cast<long long>(found.size()), qUtf8Printable(found.first().path));
                 skipped->add(found);
             }
+            // What the attempt copied or deleted, whether or not it ended well.
+            skipped->settle(m_copies.settled());
         }
         if (exit.how == How::cancelled || m_cancelled)
             return deliverCancelled();

@@ -65,6 +65,16 @@ bool SkippedCopies::add(const QList<ChangeParser::SkippedCopy> &skipped)
     return saved;
 }
 
+bool SkippedCopies::settle(const QSet<QString> &paths)
+{
+    bool saved = true;
+    for (int side = 1; side <= 2; ++side) {
+        if (m_toSide[side - 1].removeIf([&paths](const QString &path) { return paths.contains(path); }))
+            saved &= save(side);
+    }
+    return saved;
+}
+
 bool SkippedCopies::save(int side) const
 {
     const QSet<QString> &paths = m_toSide[side - 1];

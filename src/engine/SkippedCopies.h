@@ -25,6 +25,12 @@ public:
     // goes this way. False when the lists could not be saved.
     bool add(const QList<ChangeParser::SkippedCopy> &skipped);
     bool isEmpty() const { return m_toSide[0].isEmpty() && m_toSide[1].isEmpty(); }
+    // Every path listed, either way.
+    QSet<QString> paths() const { return m_toSide[0] + m_toSide[1]; }
+    // Takes out paths a bisync since copied or deleted: both sides hold the
+    // same then, and copying one again would only replace the copy that
+    // bisync kept of it. False when the lists could not be saved.
+    bool settle(const QSet<QString> &paths);
 
     // The next copy to make, with the kept-files arguments of the bisync
     // (its backup directory for the side copied to); empty when none is left.

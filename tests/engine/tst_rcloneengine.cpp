@@ -495,22 +495,34 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("first");  // the first bisync, then the first copy
         QTest::addColumn<QByteArray>("copy");
+        QTest::addColumn<QByteArray>("next");   // the second bisync
         QTest::addColumn<QStringList>("extra"); // of the request
         QTest::addColumn<QStringList>("commands");  // of the first call, then of the second
         QTest::addColumn<QStringList>("commandsNext");
         QTest::addColumn<bool>("firstOk");
         const QStringList copied{"mkdir", "bisync", "copy"}, plain{"mkdir", "bisync"};
-        QTest::newRow("skipped, then copied") << kSkipped << QByteArray() << QStringList() << copied << plain << true;
-        QTest::newRow("the copy fails: the next run makes it") << kSkipped << QByteArray("exit 1") << QStringList()
+        const QByteArray none;
+        QTest::newRow("skipped, then copied") << kSkipped << none << none << QStringList() << copied << plain << true;
+        QTest::newRow("the copy fails: the next run makes it") << kSkipped << QByteArray("exit 1") << none << QStringList()
             << copied << copied << false;
-        QTest::newRow("the bisync fails: the copy waits") << kSkipped + "exit 7\n" << QByteArray() << QStringList()
+        QTest::newRow("the bisync fails: the copy waits") << kSkipped + "exit 7\n" << none << none << QStringList()
             << plain << copied << false;
-        QTest::newRow("the copy stopped by a signal") << kSkipped << QByteArray("kill -TERM $$") << QStringList()
+        QTest::newRow("the copy stopped by a signal") << kSkipped << QByteArray("kill -TERM $$") << none << QStringList()
             << copied << copied << false;
-        QTest::newRow("a dry run copies nothing, later") << kSkipped << QByteArray() << QStringList{"--dry-run"}
+        QTest::newRow("a dry run copies nothing, later") << kSkipped << none << none << QStringList{"--dry-run"}
             << QStringList{"bisync"} << QStringList{"bisync"} << true;
         QTest::newRow("all copied") << kSkipped + "line 'x.bin: Copied (replaced existing)'; line 'a b/x é.txt: Copied (new)'\n"
-            << QByteArray() << QStringList() << plain << plain << true;
+            << none << none << QStringList() << plain << plain << true;
+        // Copying again what a later bisync (a resync, say) replaced would
+        // put its copy in the backup directory over the one it kept there.
+        const QByteArray later = "line() { echo \"2026/11/24 08:00:00 INFO  : $1\"; }\n"
+                                 "line '- Path1    Resync is copying files to         - Path2'\n";
+        QTest::newRow("the bisync fails, the next copies one and deletes the other") << kSkipped + "exit 7\n" << none
+            << later + "line 'x.bin: Copied (replaced existing)'; line 'a b/x é.txt: Deleted'\n" << QStringList()
+            << plain << plain << false;
+        QTest::newRow("the bisync fails, the next one settles one") << kSkipped + "exit 7\n"
+            << QByteArray("[ \"$(cat \"$5\")\" = 'a b/x é.txt' ] || exit 3")
+            << later + "line 'x.bin: Copied (new)'\n" << QStringList() << plain << copied << false;
     }
     void skippedCopiesAreMadeOnceABisyncSucceeds()
     {
@@ -520,6 +532,8 @@ private Q_SLOTS:
         QVERIFY(QDir().mkpath(localPath() + "/empty dir")); // made by the bisync: never copied
         m_fake->script("bisync.1", first);
         m_fake->script("copy.1", copy);
+        QFETCH(QByteArray, next);
+        m_fake->script("bisync.2", next);
         BisyncRequest request = this->request();
         request.extraArguments = extra;
         request.keepArguments = {"--exclude", "/.nimbrell-removed/**", "--backup-dir1", "/kept", "--backup-dir2", "remote:Docs/.kept"};
