@@ -588,7 +588,7 @@ def main():
     ap = argparse.ArgumentParser(description=__doc__.splitlines()[0])
     ap.add_argument("--episodes", type=int)
     ap.add_argument("--minutes", type=float)
-    ap.add_argument("--seed", type=int, action="append", help="replay these seeds (repeatable)")
+    ap.add_argument("--seed", action="append", help="replay these seeds (repeatable); SEED:REMOTE on that remote alone")
     ap.add_argument("--remote", choices=["local", "webdav", "sftp", "all"], default="all")
     ap.add_argument("--program", default=os.path.join(ROOT, "build/bin/nimbrell"))
     ap.add_argument("--rclone", default=os.path.join(ROOT, "build/libexec/nimbrell/rclone"))
@@ -603,13 +603,18 @@ def main():
         os.execvpe("unshare", ["unshare", "--mount", "--propagation", "private", sys.executable] + sys.argv,
                    dict(os.environ, TORTURE_NAMESPACE="1"))
     remotes = ["local", "webdav", "sftp"] if args.remote == "all" else [args.remote]
-    seeds = list(args.seed or [])
+    # Each replay is a (seed, remote) pair: SEED on each remote asked for, SEED:REMOTE on that one.
+    seeds = [(int(seed), [only] if only else remotes)
+             for seed, _, only in (text.partition(":") for text in args.seed or [])]
+    replays = [(seed, remote) for seed, on in seeds for remote in on]
+    if any(remote not in ("local", "webdav", "sftp") for _, remote in replays):
+        ap.error("--seed SEED:REMOTE takes local, webdav or sftp")
     fresh = not seeds
     if fresh:
         start = random.SystemRandom().randrange(1 << 31)
         print("first new seed: %d" % start, flush=True)
     stats, began, counter, lock = new_stats(), time.time(), itertools.count(), threading.Lock()
-    limit = args.episodes if args.episodes is not None else (len(seeds) * len(remotes) if seeds else None)
+    limit = args.episodes if args.episodes is not None else (len(replays) if seeds else None)
 
     def worker():
         while True:
@@ -619,8 +624,7 @@ def main():
                 return
             if args.minutes is not None and time.time() - began > args.minutes * 60:
                 return
-            seed = (start + n // len(remotes)) if fresh else seeds[(n // len(remotes)) % len(seeds)]
-            remote = remotes[n % len(remotes)]
+            seed, remote = (start + n // len(remotes), remotes[n % len(remotes)]) if fresh else replays[n % len(replays)]
             steps = json.loads(args.steps) if args.steps else step_list(seed, remote)
             t, mine = time.time(), new_stats()
             error = episode(seed, remote, steps, args, mine)
