@@ -47,9 +47,11 @@ const std::pair<const char *, Reader> kReaders[] = {
     {"changes",
      [](const QByteArray &b) {
          ChangeParser parser;
+         parser.watch({QStringLiteral("x.bin"), QStringLiteral("a b/x é.txt"), QStringLiteral("file1.txt")});
          lines(b, [&](const QByteArray &l) { parser.addLine(text(l)); });
          (void)parser.changes();
          (void)parser.skippedCopies();
+         (void)parser.settled();
      }},
     {"bisyncplan",
      [](const QByteArray &b) {
