@@ -297,10 +297,13 @@ class Episode:
                 f.write(body)
         except OSError:
             return  # a full disk: nothing was written
-        h = hashlib.sha256(body).hexdigest()
+        self.wrote(side, rel, hashlib.sha256(body).hexdigest(), "%s %s %s #%d" % (what, side, rel, self.counter), running)
+
+    def wrote(self, side, rel, h, what, running):
+        """Books a content the user wrote at rel."""
         if running:
             self.during_run[h] = (side, rel, time.time())
-        self.must_keep.setdefault(h, "%s %s %s #%d at %s%s" % (what, side, rel, self.counter, clock(), " in a run" if running else ""))
+        self.must_keep.setdefault(h, "%s at %s%s" % (what, clock(), " in a run" if running else ""))
         self.written[side].setdefault(rel, []).append(h)
         other = self.written["remote" if side == "local" else "local"].get(rel, [])
         if self.policy != "keepBoth":
@@ -344,11 +347,7 @@ class Episode:
                 running = bool(self.bisyncs())
                 with open(os.path.join(top, target), "r+b") as f:
                     f.truncate(int(os.path.getsize(os.path.join(top, target)) * step["pick"]))
-                h = sha(os.path.join(top, target))
-                if running:
-                    self.during_run[h] = (side, target, time.time())
-                self.must_keep.setdefault(h, "truncate %s %s at %s%s" % (side, target, clock(), " in a run" if running else ""))
-                self.written[side].setdefault(target, []).append(h)
+                self.wrote(side, target, sha(os.path.join(top, target)), "truncate %s %s" % (side, target), running)
         elif op == "both":  # the same file edited on both sides between two runs
             target = self.pick(self.files("local"), step["pick"]) or rel
             self.write("local", target, step["size"], "both")
