@@ -1,5 +1,6 @@
 #include "engine/RcloneEngine.h"
 
+#include "engine/LocalRoot.h"
 #include "engine/ProgressParser.h"
 #include "engine/RcloneJob.h"
 #include "engine/SkippedCopies.h"
@@ -8,6 +9,7 @@
 #include "platform/PrivateFiles.h"
 
 #include <QCoreApplication>
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
@@ -503,6 +505,14 @@ private:
     {
         if (m_cancelled)
             return deliverCancelled();
+        // The folder left its place during this pair's last run: what that
+        // run noted of it cannot be trusted, and only a resync reads both
+        // sides afresh (never deleting on either).
+        if (!isInitialSync && !isDryRun() && QFile::exists(resyncMark())) {
+            qCWarning(lcEngine, "The local folder left its place during the last sync of %s: resyncing",
+                      qUtf8Printable(m_request.remoteSpec));
+            isInitialSync = true;
+        }
         m_isInitialSync = isInitialSync;
         m_isRetry = isRetry;
         qCInfo(lcEngine, "Starting bisync. Local: %s, Remote: %s, Initial: %s, Retry: %s",
@@ -523,6 +533,14 @@ private:
             qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
             return deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
         }
+        // The folder as it is now, told apart from whatever may take its path
+        // before rclone ends.
+        delete m_root;
+        m_root = new LocalRoot(m_request.localPath, this);
+        connect(m_root, &LocalRoot::gone, this, [this] {
+            if (m_child)
+                m_child->cancel(); // stops gracefully: what is in flight may still land
+        });
         // A bisync of this pair left running by an earlier run of the
         // program holds the pair's lock until it has stopped.
         if (const qint64 pid = m_engine->earlierBisync(m_request.localPath, m_request.remoteSpec))
@@ -604,6 +622,11 @@ private:
     {
         if (m_cancelled)
             return deliverCancelled();
+        if (!m_root->isStillThere()) { // it left while the remote was prepared
+            const QString message = QStringLiteral("Local folder not found: ") + m_request.localPath;
+            qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
+            return deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
+        }
         BisyncRequest request = m_request;
         request.isInitialSync = m_isInitialSync;
         if (m_isInitialSync && !isDryRun() && !m_request.resyncKeepArguments.isEmpty())
@@ -612,7 +635,7 @@ private:
         m_copies = ChangeParser();
         // Skipped copies this attempt makes itself need no copy after it.
         if (!isDryRun())
-            m_copies.watch(SkippedCopies(RcloneEngine::workDirectory(), m_request.localPath, m_request.remoteSpec).paths());
+            m_copies.watch(SkippedCopies(m_request.localPath, m_request.remoteSpec).paths());
         m_tail.clear();
         m_notable.clear();
         m_child = new Child(m_engine->rclonePath(), RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()),
@@ -650,7 +673,7 @@ private:
         // Whatever the outcome, copies the attempt skipped wait for a bisync that succeeds.
         std::optional<SkippedCopies> skipped;
         if (!isDryRun() && exit.how != How::launchFailed) {
-            skipped.emplace(RcloneEngine::workDirectory(), m_request.localPath, m_request.remoteSpec);
+            skipped.emplace(m_request.localPath, m_request.remoteSpec);
             if (const QList<ChangeParser::SkippedCopy> found = m_copies.skippedCopies(); !found.isEmpty()) {
                 qCWarning(lcEngine, "rclone skipped %lld queued copies as unchanged, as %s",
                           static_cast<long long>(found.size()), qUtf8Printable(found.first().path));
@@ -659,11 +682,15 @@ private:
             // What the attempt copied or deleted, whether or not it ended well.
             skipped->settle(m_copies.settled());
         }
+        if (!m_root->isStillThere() && exit.how != How::launchFailed)
+            return leftDuringTheRun();
         if (exit.how == How::cancelled || m_cancelled)
             return deliverCancelled();
         if (exit.how == How::launchFailed)
             return deliver(RcloneError{RcloneError::Kind::launchFailed, 0, exit.launchError});
         if (exit.code == 0) {
+            if (m_isInitialSync && !isDryRun())
+                QFile::remove(resyncMark());
             if (skipped)
                 m_skipped.emplace(std::move(*skipped));
             return copySkipped();
@@ -704,6 +731,25 @@ private:
     }
 
     bool isDryRun() const { return m_request.extraArguments.contains(QStringLiteral("--dry-run")); }
+    QString resyncMark() const { return RcloneEngine::pairFile(QStringLiteral("resync"), m_request.localPath, m_request.remoteSpec); }
+
+    // The folder was renamed, removed or unmounted while rclone ran. What
+    // rclone downloaded since went by path into a new folder (or the bare
+    // mount point): that goes again, and the pair's next run is a resync.
+    void leftDuringTheRun()
+    {
+        QStringList downloaded;
+        for (const ChangeParser::Change &change : m_copies.changes()) {
+            if (!change.toRemote && change.action != ChangeParser::Action::deleted)
+                downloaded.append(change.path);
+        }
+        m_root->clearStandIn(downloaded);
+        if (!isDryRun())
+            QFile(resyncMark()).open(QIODevice::WriteOnly);
+        const QString message = QStringLiteral("Local folder left its place during the sync: ") + m_request.localPath;
+        qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
+        deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
+    }
 
     // Both sides now agree but on what rclone's copy skipped as unchanged
     // (see SkippedCopies): each side's list is copied, comparing nothing.
@@ -750,6 +796,7 @@ private:
     ChangeParser m_copies;         // of the attempt: what it queued and copied
     QStringList m_keepArguments;   // of the attempt
     std::optional<SkippedCopies> m_skipped;
+    LocalRoot *m_root = nullptr;   // the folder the attempt began with
     Child *m_child = nullptr;
     QStringList m_tail;
     QStringList m_notable; // the first error lines of the attempt
@@ -904,6 +951,13 @@ qint64 RcloneEngine::lockHolder(const QString &lockPath)
 QString RcloneEngine::workDirectory()
 {
     return QDir::home().absoluteFilePath(QStringLiteral(".config/rclone/bisync_workdir"));
+}
+
+QString RcloneEngine::pairFile(const QString &what, const QString &localPath, const QString &remoteSpec)
+{
+    const QByteArray pair = QFile::encodeName(localPath) + '\0' + remoteSpec.toUtf8();
+    return workDirectory() + QStringLiteral("/nimbrell-") + what + u'-'
+        + QString::fromLatin1(QCryptographicHash::hash(pair, QCryptographicHash::Sha1).toHex().left(20));
 }
 
 QString RcloneEngine::mountPointOf(const QString &path)

@@ -117,6 +117,9 @@ public:
     static qint64 lockHolder(const QString &lockPath);
     // ~/.config/rclone/bisync_workdir, absolute.
     static QString workDirectory();
+    // A file of the program's own about a pair, in the work directory:
+    // "nimbrell-<what>-<hash of the pair>".
+    static QString pairFile(const QString &what, const QString &localPath, const QString &remoteSpec);
     static QStringList bisyncArguments(const BisyncRequest &request, const QString &workDirectory);
     // Removes ANSI colour and cursor sequences (ESC [ digits/semicolons letter).
     static QString stripAnsi(QString text);

@@ -1,8 +1,9 @@
 #include "engine/SkippedCopies.h"
 
+#include "engine/RcloneEngine.h"
+
 #include "platform/AppLogger.h"
 
-#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -10,13 +11,11 @@
 
 #include <algorithm>
 
-SkippedCopies::SkippedCopies(const QString &workDirectory, const QString &localPath, const QString &remoteSpec)
+SkippedCopies::SkippedCopies(const QString &localPath, const QString &remoteSpec)
     : m_localPath(localPath)
     , m_remoteSpec(remoteSpec)
+    , m_base(RcloneEngine::pairFile(QStringLiteral("skipped"), localPath, remoteSpec))
 {
-    const QByteArray pair = QFile::encodeName(localPath) + '\0' + remoteSpec.toUtf8();
-    m_base = workDirectory + QStringLiteral("/nimbrell-skipped-")
-        + QString::fromLatin1(QCryptographicHash::hash(pair, QCryptographicHash::Sha1).toHex().left(20));
     for (int side = 1; side <= 2; ++side) {
         QFile list(listPath(side));
         if (!list.open(QIODevice::ReadOnly))

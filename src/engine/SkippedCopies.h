@@ -19,7 +19,7 @@
 class SkippedCopies
 {
 public:
-    SkippedCopies(const QString &workDirectory, const QString &localPath, const QString &remoteSpec);
+    SkippedCopies(const QString &localPath, const QString &remoteSpec);
 
     // Adds what a bisync skipped; a path skipped the other way before now
     // goes this way. False when the lists could not be saved.

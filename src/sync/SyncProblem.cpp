@@ -76,7 +76,8 @@ SyncProblem SyncProblem::classify(const QString &message, const QString &localPa
 
     // Whatever rclone said, a local folder that is gone is what must be fixed
     // first; and one that is back makes an old "not found" moot.
-    if (isLocalFolderMissing(localPath) || message.startsWith(QLatin1String("Local folder not mounted: ")))
+    if (isLocalFolderMissing(localPath) || message.startsWith(QLatin1String("Local folder not mounted: "))
+        || message.startsWith(QLatin1String("Local folder left its place during the sync: ")))
         return is(Kind::localFolderMissing);
     if (const QString flag = unknownFlagIn(message); !flag.isEmpty()) {
         problem.path = flag;
@@ -274,6 +275,10 @@ QString SyncProblem::sentence() const
     case Kind::localFolderMissing:
         if (message.startsWith(QLatin1String("Local folder not mounted: ")))
             return QStringLiteral("%1 is not on its drive. Mount the drive; if the folder moved, choose where it is now.")
+                .arg(localPath);
+        if (message.startsWith(QLatin1String("Local folder left its place during the sync: ")))
+            return QStringLiteral("%1 was moved, removed or unmounted during the sync. Put it back, or choose where it "
+                                  "is now; the next sync compares both sides afresh.")
                 .arg(localPath);
         return QStringLiteral("%1 does not exist. If it is on a drive, mount it; if it moved, choose where it is now.")
             .arg(localPath.isEmpty() ? QStringLiteral("The local folder") : localPath);

@@ -559,6 +559,47 @@ private Q_SLOTS:
         QVERIFY(work.entryList({"nimbrell-skipped-*"}, QDir::Files).isEmpty());
     }
 
+    // The folder renamed away or its drive pulled while rclone runs: rclone
+    // goes on by path and makes a new folder there (or fills the bare mount
+    // point) with what it downloads. That goes again, the folder itself is
+    // untouched, and the pair's next run is a resync.
+    void folderLeavingDuringARun_data()
+    {
+        QTest::addColumn<bool>("mountPoint"); // what takes the path: a bare mount point, or nothing
+        QTest::newRow("renamed away") << false;
+        QTest::newRow("drive pulled, mount point left") << true;
+    }
+    void folderLeavingDuringARun()
+    {
+        QFETCH(bool, mountPoint);
+        const QString away = localPath() + ".away";
+        QVERIFY(!mountPoint || QDir().mkpath(localPath() + ".mount"));
+        // (The stop asked for on the way waits until the stand-in is there.)
+        m_fake->script("bisync.1", QByteArray("trap 'stop=1' TERM\n")
+                           + (mountPoint ? "mv \"$2\" \"$2.away\" && mv \"$2.mount\" \"$2\"\n" : "mv \"$2\" \"$2.away\"\n")
+                           + "mkdir -p \"$2/sub\" && echo x > \"$2/sub/x.txt\" && echo y > \"$2/y.txt.1a2b3c4d.partial\"\n"
+                             "line() { echo \"2026/11/24 11:00:00 INFO  : $1\"; }\n"
+                             "line '- Path2    Do queued copies to                - Path1'; line 'sub/x.txt: Copied (new)'\n"
+                             "[ -n \"$stop\" ] || { sleep 5 & wait $!; }\n");
+        m_fake->script("lsf", "echo note.txt\n");
+        const RcloneStatus result = bisync();
+        QCOMPARE(int(result.error().kind), int(RcloneError::Kind::localFolderMissing));
+        QCOMPARE(result.error().description, "Local folder left its place during the sync: " + localPath());
+        QCOMPARE(QFileInfo::exists(localPath()), mountPoint); // the bare mount point stays, emptied
+        QVERIFY(!mountPoint || QDir(localPath()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
+        QCOMPARE(readFile(away + "/note.txt"), "note");
+        // The folder back: its next run reads both sides afresh, the one after is as ever.
+        QVERIFY(!mountPoint || QDir(localPath()).removeRecursively());
+        QVERIFY(QDir().rename(away, localPath()));
+        QVERIFY(bisync().ok());
+        QVERIFY(bisync().ok());
+        const QList<QStringList> calls = m_fake->calls();
+        QCOMPARE(m_fake->commands().mid(m_fake->commands().size() - 5),
+                 (QStringList{"lsf", "mkdir", "bisync", "mkdir", "bisync"}));
+        QVERIFY(calls.at(calls.size() - 3).contains("--resync"));
+        QVERIFY(!calls.last().contains("--resync"));
+    }
+
     // A folder whose drive was unmounted is an empty directory on another
     // volume: no rclone runs, whatever the pair's history.
     void noRunOffTheFoldersDrive()

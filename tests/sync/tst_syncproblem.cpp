@@ -132,6 +132,8 @@ private Q_SLOTS:
         // The engine's own, for a folder whose drive is no longer mounted.
         QTest::newRow("folder off its drive") << "Local folder not mounted: /home/user/Drive (its drive was at "
                                                  "/media/user/Drive)" << Kind::localFolderMissing;
+        QTest::newRow("folder left during a run") << "Local folder left its place during the sync: /home/user/Drive"
+                                                  << Kind::localFolderMissing;
         QTest::newRow("oauth expired") << "CRITICAL: Failed to create file system for destination \"gdrive:Docs\": "
                                           "couldn't find root directory ID: couldn't fetch token: invalid_grant: maybe "
                                           "token expired? - try refreshing with \"rclone config reconnect gdrive:\""

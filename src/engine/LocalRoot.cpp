@@ -1,0 +1,73 @@
+#include "engine/LocalRoot.h"
+
+#include "platform/AppLogger.h"
+
+#include <QDir>
+#include <QDirIterator>
+#include <QFile>
+#include <QFileInfo>
+
+#include <algorithm>
+
+#include <sys/stat.h>
+
+LocalRoot::LocalRoot(const QString &path, QObject *parent)
+    : QObject(parent)
+    , m_path(path)
+    , m_began(QDateTime::currentDateTime())
+{
+    struct stat status = {};
+    if (::stat(QFile::encodeName(path).constData(), &status) == 0) {
+        m_device = status.st_dev;
+        m_inode = status.st_ino;
+        m_known = true;
+    }
+    // A removal or an unmount is told to a watch on the folder, a rename to
+    // one on the folder that holds it; any other change there costs a stat.
+    // (What no watch tells, the end of the run finds.)
+    m_watcher.addPaths({path, QFileInfo(path).absolutePath()});
+    connect(&m_watcher, &QFileSystemWatcher::directoryChanged, this, [this] {
+        if (m_gone || isStillThere())
+            return;
+        m_gone = true;
+        qCCritical(lcEngine, "The local folder left %s during the sync", qUtf8Printable(m_path));
+        Q_EMIT gone();
+    });
+}
+
+bool LocalRoot::isStillThere() const
+{
+    struct stat status = {};
+    return m_known
+        && (::stat(QFile::encodeName(m_path).constData(), &status) == 0 && S_ISDIR(status.st_mode)
+            && status.st_dev == m_device && status.st_ino == m_inode);
+}
+
+void LocalRoot::clearStandIn(const QStringList &downloaded) const
+{
+    const QFileInfo standIn(m_path);
+    if (isStillThere() || !standIn.isDir() || standIn.isSymLink())
+        return;
+    const QDir dir(m_path);
+    for (const QString &path : downloaded)
+        QFile::remove(dir.filePath(path));
+    QStringList directories;
+    for (QDirIterator it(m_path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
+                         QDirIterator::Subdirectories);
+         it.hasNext();) {
+        const QFileInfo entry = it.nextFileInfo();
+        if (entry.isDir() && !entry.isSymLink())
+            directories.append(entry.filePath());
+        else if (entry.fileName().endsWith(QLatin1String(".partial")))
+            QFile::remove(entry.filePath());
+    }
+    // Deepest first; a directory that still holds something stays.
+    std::sort(directories.begin(), directories.end(),
+              [](const QString &a, const QString &b) { return a.size() > b.size(); });
+    for (const QString &directory : std::as_const(directories))
+        QDir().rmdir(directory);
+    // A mount point left bare was there before the run and stays, and so
+    // does any folder where the filesystem keeps no birth time.
+    if (standIn.birthTime().isValid() && standIn.birthTime() >= m_began && QDir().rmdir(m_path))
+        qCInfo(lcEngine, "Removed the folder the sync made at %s after the local folder left it", qUtf8Printable(m_path));
+}
