@@ -443,8 +443,10 @@ class Episode:
             os.rename(away, self.local)
         if self.mounted:
             subprocess.run(["mount", "--bind", self.disk + "/Sync", self.local], check=True)
-        if tree(self.local) != before:
-            raise Failure("the local folder changed while it was away")
+        after = tree(self.local)
+        if after != before:
+            changed = sorted(p for p in set(before) | set(after) if before.get(p) != after.get(p))
+            raise Failure("the local folder changed while it was away: %s" % changed[:5])
 
     # -- the end -----------------------------------------------------------
     def quiesce(self):
