@@ -223,7 +223,7 @@ class Episode:
                     args = f.read().split(b"\0")
             except OSError:
                 continue
-            if len(args) > 2 and args[0].endswith(b"rclone") and args[1] == b"bisync" and self.local.encode() in args \
+            if len(args) > 2 and os.path.basename(args[0]).startswith(b"rclone") and args[1] == b"bisync" and self.local.encode() in args \
                     and b"--dry-run" not in args:
                 found.append(int(pid))
         return found
@@ -422,7 +422,6 @@ class Episode:
 
     def local_away(self, how):
         """The local folder goes (unmounted: an empty mount point; or renamed away), a run tries, it comes back."""
-        before = tree(self.local)
         away = self.local + ".away"
         # Lazily, as a drive pulled out: a run may still hold files open in it.
         if how == "unmount" and self.mounted:
@@ -432,6 +431,10 @@ class Episode:
             os.rename(self.local, away)
         else:
             os.rename(self.local, away)
+        # What the folder holds once gone (a run going on may have written up to then); a
+        # transfer it cut short may leave rclone's temporary file in it.
+        before = {p: h for p, h in tree(self.disk + "/Sync" if self.mounted else away).items()
+                  if not p.endswith(".partial")}
         self.sync()
         time.sleep(0.3)
         # Invariant 5: nothing refilled the empty or missing folder.
@@ -443,7 +446,7 @@ class Episode:
             os.rename(away, self.local)
         if self.mounted:
             subprocess.run(["mount", "--bind", self.disk + "/Sync", self.local], check=True)
-        after = tree(self.local)
+        after = {p: h for p, h in tree(self.local).items() if not p.endswith(".partial")}
         if after != before:
             changed = sorted(p for p in set(before) | set(after) if before.get(p) != after.get(p))
             raise Failure("the local folder changed while it was away: %s" % changed[:5])
