@@ -43,6 +43,11 @@ bool LocalRoot::isStillThere() const
             && status.st_dev == m_device && status.st_ino == m_inode);
 }
 
+bool LocalRoot::madeSince(const QFileInfo &entry) const
+{
+    return entry.birthTime().isValid() && entry.birthTime() >= m_began;
+}
+
 void LocalRoot::clearStandIn(const QStringList &downloaded) const
 {
     const QFileInfo standIn(m_path);
@@ -55,10 +60,12 @@ void LocalRoot::clearStandIn(const QStringList &downloaded) const
     for (QDirIterator it(m_path, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
                          QDirIterator::Subdirectories);
          it.hasNext();) {
+        // Only what was made since the run began: the stand-in may be another
+        // folder of the user's, moved into the path.
         const QFileInfo entry = it.nextFileInfo();
-        if (entry.isDir() && !entry.isSymLink())
+        if (entry.isDir() && !entry.isSymLink() && madeSince(entry))
             directories.append(entry.filePath());
-        else if (entry.fileName().endsWith(QLatin1String(".partial")))
+        else if (entry.fileName().endsWith(QLatin1String(".partial")) && madeSince(entry))
             QFile::remove(entry.filePath());
     }
     // Deepest first; a directory that still holds something stays.
@@ -68,6 +75,6 @@ void LocalRoot::clearStandIn(const QStringList &downloaded) const
         QDir().rmdir(directory);
     // A mount point left bare was there before the run and stays, and so
     // does any folder where the filesystem keeps no birth time.
-    if (standIn.birthTime().isValid() && standIn.birthTime() >= m_began && QDir().rmdir(m_path))
+    if (madeSince(standIn) && QDir().rmdir(m_path))
         qCInfo(lcEngine, "Removed the folder the sync made at %s after the local folder left it", qUtf8Printable(m_path));
 }

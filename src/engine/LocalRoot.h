@@ -1,6 +1,7 @@
 #pragma once
 
 #include <QDateTime>
+#include <QFileInfo>
 #include <QFileSystemWatcher>
 #include <QObject>
 #include <QString>
@@ -23,9 +24,9 @@ public:
     // Whether the directory at the path is still the one the run began in.
     bool isStillThere() const;
     // Removes what the run wrote into what now stands at the path: the files
-    // it downloaded (relative paths), rclone's temporary files, the
-    // directories that leaves empty, and the stand-in itself when it was made
-    // after the run began. Nothing is removed while the folder is back.
+    // it downloaded (relative paths), and of what was made since the run
+    // began, rclone's temporary files, the directories left empty and the
+    // stand-in itself. Nothing is removed while the folder is back.
     void clearStandIn(const QStringList &downloaded) const;
 
 Q_SIGNALS:
@@ -33,6 +34,9 @@ Q_SIGNALS:
     void gone();
 
 private:
+    // Born after the run began (false where the filesystem keeps no birth time).
+    bool madeSince(const QFileInfo &entry) const;
+
     QString m_path;
     dev_t m_device = 0;
     ino_t m_inode = 0;
