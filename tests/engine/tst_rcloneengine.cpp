@@ -585,11 +585,14 @@ private Q_SLOTS:
         const RcloneStatus result = bisync();
         QCOMPARE(int(result.error().kind), int(RcloneError::Kind::localFolderMissing));
         QCOMPARE(result.error().description, "Local folder left its place during the sync: " + localPath());
-        QCOMPARE(QFileInfo::exists(localPath()), mountPoint); // the bare mount point stays, emptied
-        QVERIFY(!mountPoint || QDir(localPath()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
+        // The bare mount point stays, emptied. (Without birth times only the downloads go.)
+        const bool births = QFileInfo(away).birthTime().isValid();
+        QCOMPARE(QFileInfo::exists(localPath()), mountPoint || !births);
+        QVERIFY(!QFileInfo::exists(localPath() + "/sub/x.txt"));
+        QVERIFY(!mountPoint || !births || QDir(localPath()).isEmpty(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot));
         QCOMPARE(readFile(away + "/note.txt"), "note");
         // The folder back: its next run reads both sides afresh, the one after is as ever.
-        QVERIFY(!mountPoint || QDir(localPath()).removeRecursively());
+        QVERIFY(!QFileInfo::exists(localPath()) || QDir(localPath()).removeRecursively());
         QVERIFY(QDir().rename(away, localPath()));
         QVERIFY(bisync().ok());
         QVERIFY(bisync().ok());
