@@ -634,8 +634,11 @@ private:
         m_keepArguments = request.keepArguments;
         m_copies = ChangeParser();
         // Skipped copies this attempt makes itself need no copy after it.
-        if (!isDryRun())
-            m_copies.watch(SkippedCopies(m_request.localPath, m_request.remoteSpec).paths());
+        m_noted.reset();
+        if (!isDryRun()) {
+            m_noted.emplace(m_request.localPath, m_request.remoteSpec);
+            m_copies.watch(m_noted->paths());
+        }
         m_tail.clear();
         m_notable.clear();
         m_child = new Child(m_engine->rclonePath(), RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()),
@@ -671,9 +674,10 @@ private:
         m_child = nullptr;
         using How = Child::Exit::How;
         // Whatever the outcome, copies the attempt skipped wait for a bisync that succeeds.
-        std::optional<SkippedCopies> skipped;
-        if (!isDryRun() && exit.how != How::launchFailed) {
-            skipped.emplace(m_request.localPath, m_request.remoteSpec);
+        std::optional<SkippedCopies> skipped = std::exchange(m_noted, std::nullopt);
+        if (skipped && exit.how == How::launchFailed)
+            skipped.reset();
+        if (skipped) {
             if (const QList<ChangeParser::SkippedCopy> found = m_copies.skippedCopies(); !found.isEmpty()) {
                 qCWarning(lcEngine, "rclone skipped %lld queued copies as unchanged, as %s",
                           static_cast<long long>(found.size()), qUtf8Printable(found.first().path));
@@ -795,6 +799,7 @@ private:
     QPointer<RcloneJob> m_command; // the listing or mkdir before the bisync, or a copy after it
     ChangeParser m_copies;         // of the attempt: what it queued and copied
     QStringList m_keepArguments;   // of the attempt
+    std::optional<SkippedCopies> m_noted;   // the lists as the attempt began (none for a dry run)
     std::optional<SkippedCopies> m_skipped;
     LocalRoot *m_root = nullptr;   // the folder the attempt began with
     Child *m_child = nullptr;
