@@ -105,6 +105,11 @@ class Episode:
         self.overlap, self.sampling = 0, True
 
     # -- setup -------------------------------------------------------------
+    def trace(self, text):
+        """A timed line in the episode's own log, kept with a failing episode (TORTURE_KEEP=1)."""
+        with open(os.path.join(self.dir, "trace.log"), "a", encoding="utf-8") as f:
+            f.write("%s %s\n" % (clock(), text))
+
     def sh(self, *args, check=True, timeout=300, **kw):
         r = subprocess.run(list(args), env=self.env, capture_output=True, text=True, timeout=timeout, **kw)
         if check and r.returncode != 0:
@@ -146,7 +151,7 @@ class Episode:
         if os.geteuid() != 0 or os.environ.get("TORTURE_NAMESPACE") != "1":
             return
         os.makedirs(self.disk)
-        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=96m", "tmpfs", self.disk]).returncode != 0:
+        if subprocess.run(["mount", "-t", "tmpfs", "-o", "size=256m", "tmpfs", self.disk]).returncode != 0:
             return  # no mounts here: a plain folder, without the full-disk and unmount steps
         os.makedirs(self.disk + "/Sync")
         subprocess.run(["mount", "--bind", self.disk + "/Sync", self.local], check=True)
@@ -257,8 +262,9 @@ class Episode:
             for h in tree(p).values():
                 self.superseded.add(h)
 
-    def blind_to(self, side, rel, size):
-        """Whether no comparison of size and time could tell this write from a copy already there.
+    def blind_to(self, side, rel, size, mtime=None):
+        """Whether no comparison of size and time could tell this content at rel (written now, or
+        moved there with its time) from a copy already there.
 
         A WebDAV or SFTP remote keeps times to the second and has no hashes here: two contents of
         the same size within one second, one of them written there (or both sides changed), look
@@ -270,7 +276,7 @@ class Episode:
         for s in ("local", "remote"):
             q = os.path.join(self.side(s), rel)
             if (s == "remote" or s != side) and os.path.isfile(q) and os.path.getsize(q) == size \
-                    and abs(time.time() - os.path.getmtime(q)) < 2:
+                    and abs((time.time() if mtime is None else mtime) - os.path.getmtime(q)) < 2:
                 return True
         return False
 
@@ -301,6 +307,7 @@ class Episode:
 
     def wrote(self, side, rel, h, what, running):
         """Books a content the user wrote at rel."""
+        self.trace("wrote %s %s %s" % (what, h[:12], "in a run" if running else ""))
         if running:
             self.during_run[h] = (side, rel, time.time())
         self.must_keep.setdefault(h, "%s at %s%s" % (what, clock(), " in a run" if running else ""))
@@ -343,10 +350,13 @@ class Episode:
             if op == "edit":
                 self.write(side, target, step["size"], "edit")
             else:
+                size = int(os.path.getsize(os.path.join(top, target)) * step["pick"])
+                if self.blind_to(side, target, size):
+                    return
                 self.forget(side, target)
                 running = bool(self.bisyncs())
                 with open(os.path.join(top, target), "r+b") as f:
-                    f.truncate(int(os.path.getsize(os.path.join(top, target)) * step["pick"]))
+                    f.truncate(size)
                 self.wrote(side, target, sha(os.path.join(top, target)), "truncate %s %s" % (side, target), running)
         elif op == "both":  # the same file edited on both sides between two runs
             target = self.pick(self.files("local"), step["pick"]) or rel
@@ -361,7 +371,9 @@ class Episode:
             source = self.pick(existing, step["pick"])
             dest = rel if op == "move" else os.path.join(os.path.dirname(source), step["name"] + " (2)")
             dp = os.path.join(top, dest)
-            if os.path.isdir(dp) or dest == source:
+            moved = os.stat(os.path.join(top, source))
+            # A move keeps the file's time: onto a file of its size within the second, unseen too.
+            if os.path.isdir(dp) or dest == source or self.blind_to(side, dest, moved.st_size, moved.st_mtime):
                 return
             self.forget(side, dest)
             os.makedirs(os.path.dirname(dp), exist_ok=True)
@@ -476,7 +488,8 @@ class Episode:
         """A write that landed while a bisync was already copying onto the same file on that side.
 
         bisync lists both sides first and copies later, and rclone's copy replaces what it finds
-        without comparing it to that listing: a write made in between is overwritten. Such a content
+        without comparing it to that listing: a write made in between is overwritten, also a file
+        made here that was not yet there when the run listed this side (the run's copy is "new"). Such a content
         counts as raced (reported), not lost, when the run's activity shows the file replaced on that
         side within seconds after the write.
         """
@@ -488,7 +501,7 @@ class Episode:
                 records = [json.loads(line) for line in f if rel in line]
         except (OSError, ValueError):
             return False
-        return any(r.get("path") == rel and r.get("on") == side and r.get("action") in ("updated", "deleted")
+        return any(r.get("path") == rel and r.get("on") == side and r.get("action") in ("new", "updated", "deleted")
                    and 0 <= datetime.fromisoformat(r["time"]).timestamp() - written < 10 for r in records)
 
     def check(self):
@@ -532,6 +545,7 @@ class Episode:
         try:
             self.setup()
             for i, step in enumerate(self.steps):
+                self.trace("step %d %s" % (i, json.dumps(step, ensure_ascii=False)))
                 if self.verbose:
                     print("  step %d %s" % (i, json.dumps(step, ensure_ascii=False)), flush=True)
                 try:
