@@ -377,7 +377,10 @@ class Episode:
                 return
             self.forget(side, dest)
             os.makedirs(os.path.dirname(dp), exist_ok=True)
+            running = bool(self.bisyncs())
             os.rename(os.path.join(top, source), dp)
+            # Its content now stands at dest: it may meet a change there on the other side, and lose.
+            self.wrote(side, dest, sha(dp), "%s %s %s -> %s" % (op, side, source, dest), running)
         elif op == "mkdir":
             os.makedirs(os.path.join(top, step["dir"] or "empty", step["name"] + " dir"), exist_ok=True)
         elif op == "rmdir":
