@@ -492,9 +492,9 @@ class Episode:
 
         bisync lists both sides first and copies later, and rclone's copy replaces what it finds
         without comparing it to that listing: a write made in between is overwritten, also a file
-        made here that was not yet there when the run listed this side (the run's copy is "new"). Such a content
-        counts as raced (reported), not lost, when the run's activity shows the file replaced on that
-        side within seconds after the write.
+        made here that was not yet there when the run listed this side (the run's copy is "new").
+        Such a content counts as raced (reported), not lost, when the run's activity shows the file
+        replaced on that side within seconds after the write.
         """
         if h not in self.during_run:
             return False
