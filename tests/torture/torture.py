@@ -492,7 +492,8 @@ class Episode:
 
         bisync lists both sides first and copies later, and rclone's copy replaces what it finds
         without comparing it to that listing: a write made in between is overwritten, also a file
-        made here that was not yet there when the run listed this side (the run's copy is "new").
+        made here that was not yet there when the run listed this side (the run's copy is "new"),
+        or the copy of a conflict's loser that the run renamed just before the write.
         Such a content counts as raced (reported), not lost, when the run's activity shows the file
         replaced on that side within seconds after the write.
         """
@@ -501,10 +502,13 @@ class Episode:
         side, rel, written = self.during_run[h]
         try:
             with open(self.home + "/.local/share/nimbrell/activity.jsonl", encoding="utf-8") as f:
-                records = [json.loads(line) for line in f if rel in line]
+                records = [json.loads(line) for line in f]
         except (OSError, ValueError):
             return False
-        return any(r.get("path") == rel and r.get("on") == side and r.get("action") in ("new", "updated", "deleted")
+        # What the run did at rel on that side: copied onto it or deleted it, or settled a conflict
+        # there by renaming that side's copy and putting the other side's in its place.
+        return any(r.get("path") == rel and (r.get("on") == side and r.get("action") in ("new", "updated", "deleted")
+                                             or "conflict" in r and r.get("renamedOn") == side)
                    and 0 <= datetime.fromisoformat(r["time"]).timestamp() - written < 10 for r in records)
 
     def check(self):
