@@ -10,7 +10,7 @@ local folder. A failing episode prints its seed and steps, then the shortest
 failing list of steps it can find.
 """
 from datetime import datetime
-import argparse, hashlib, itertools, json, os, random, re, shutil, signal, socket, subprocess, sys, tempfile, threading, time
+import argparse, atexit, hashlib, itertools, json, os, random, re, shlex, shutil, signal, socket, subprocess, sys, tempfile, threading, time
 
 HERE = os.path.dirname(os.path.abspath(__file__))
 ROOT = os.path.dirname(os.path.dirname(HERE))
@@ -578,6 +578,31 @@ class Episode:
                 shutil.rmtree(self.dir, ignore_errors=True)
 
 
+# Passes each call to the real rclone and logs its arguments and output into the episode's directory
+# ($HOME/..), tagged with the call's process id; the service's own questions are passed unlogged.
+RCLONE_LOGGER = """#!/bin/bash
+case "$1" in serve|obscure|version|listremotes|config) exec %(real)s "$@";; esac
+log="$HOME/../rclone.log"
+echo "=== $$ $(date +%%T.%%N) ARGS: $*" >> "$log"
+exec %(real)s "$@" > >(tee >(sed -u "s/^/$$ o /" >> "$log")) 2> >(tee >(sed -u "s/^/$$ e /" >> "$log") >&2)
+"""
+
+
+def logging_install(program, rclone):
+    """A copy of the program (also frozen against rebuilds) whose rclone logs every call it runs."""
+    top = tempfile.mkdtemp(prefix="torture-install-")
+    os.makedirs(top + "/bin")
+    os.makedirs(top + "/libexec/nimbrell")
+    shutil.copy2(program, top + "/bin/")
+    shutil.copy2(os.path.join(os.path.dirname(os.path.dirname(program)), "libexec/nimbrell/nimbrell"),
+                 top + "/libexec/nimbrell/")
+    shutil.copy2(rclone, top + "/rclone.real")
+    with open(top + "/libexec/nimbrell/rclone", "w") as f:
+        f.write(RCLONE_LOGGER % {"real": shlex.quote(top + "/rclone.real")})
+    os.chmod(top + "/libexec/nimbrell/rclone", 0o755)
+    return top, top + "/bin/nimbrell", top + "/rclone.real"
+
+
 def episode(seed, remote, steps, args, stats):
     return Episode(seed, remote, steps, args.program, args.rclone, stats, args.verbose).run()
 
@@ -622,6 +647,8 @@ def main():
     ap.add_argument("--shrink-tries", type=int, default=30)
     ap.add_argument("--jobs", type=int, default=1, help="episodes at once")
     ap.add_argument("--verbose", action="store_true")
+    ap.add_argument("--log-rclone", action="store_true",
+                    help="log every rclone call and its output into rclone.log of the episode (kept with TORTURE_KEEP=1)")
     args = ap.parse_args()
     if os.geteuid() == 0 and os.environ.get("TORTURE_NAMESPACE") != "1" and shutil.which("unshare") \
             and subprocess.run(["unshare", "--mount", "--propagation", "private", "true"]).returncode == 0:
@@ -635,6 +662,9 @@ def main():
     replays = [(seed, remote) for seed, on in seeds for remote in on]
     if any(remote not in ("local", "webdav", "sftp") for _, remote in replays):
         ap.error("--seed SEED:REMOTE takes local, webdav or sftp")
+    if args.log_rclone:
+        install, args.program, args.rclone = logging_install(args.program, args.rclone)
+        atexit.register(shutil.rmtree, install, True)
     fresh = not seeds
     if fresh:
         start = random.SystemRandom().randrange(1 << 31)
