@@ -100,6 +100,7 @@ class Episode:
         self.written = {"local": {}, "remote": {}}  # path -> contents written there, in order
         self.loser_ok = set()     # contents a deleting conflict policy may drop
         self.during_run = {}      # content -> (side, path, time) of a write made while a bisync ran
+        self.states = {}          # path -> (size, mtime) of every content that stood there on either side
         self.policy, self.mounted, self.failed = "keepBoth", False, False
         self.counter = 0
         self.overlap, self.sampling = 0, True
@@ -269,14 +270,18 @@ class Episode:
         A WebDAV or SFTP remote keeps times to the second and has no hashes here: two contents of
         the same size within one second, one of them written there (or both sides changed), look
         the same to rclone without reading them. An edit here within the second of the copy it
-        replaces is no such case: this computer keeps its times to the nanosecond.
+        replaces is no such case: this computer keeps its times to the nanosecond. On the remote,
+        the last run's listing may remember any content that stood at rel, here or there.
         """
         if self.remote == "local":
             return False
+        when = time.time() if mtime is None else mtime
+        if side == "remote" and any(s == size and abs(when - t) < 2 for s, t in self.states.get(rel, [])):
+            return True
         for s in ("local", "remote"):
             q = os.path.join(self.side(s), rel)
             if (s == "remote" or s != side) and os.path.isfile(q) and os.path.getsize(q) == size \
-                    and abs((time.time() if mtime is None else mtime) - os.path.getmtime(q)) < 2:
+                    and abs(when - os.path.getmtime(q)) < 2:
                 return True
         return False
 
@@ -308,6 +313,11 @@ class Episode:
     def wrote(self, side, rel, h, what, running):
         """Books a content the user wrote at rel."""
         self.trace("wrote %s %s %s" % (what, h[:12], "in a run" if running else ""))
+        try:
+            st = os.stat(os.path.join(self.side(side), rel))
+            self.states.setdefault(rel, []).append((st.st_size, st.st_mtime))
+        except OSError:
+            pass  # a run already took it away
         if running:
             self.during_run[h] = (side, rel, time.time())
         self.must_keep.setdefault(h, "%s at %s%s" % (what, clock(), " in a run" if running else ""))
