@@ -257,7 +257,7 @@ QString SyncProblem::sentence() const
                              "then review what a resync would copy to it.")
                   .arg(target)
             : QStringLiteral("%1 is empty, so nothing was synced. A drive that is not mounted looks like this: "
-                             "mount it, or put the files back.")
+                             "mount it first. Otherwise, review what a resync would copy back here.")
                   .arg(localPath.isEmpty() ? QStringLiteral("The local folder") : localPath);
     case Kind::remoteUnreachable:
         return QStringLiteral("%1 did not answer. Check the network or the server; the next sync tries again.")
@@ -303,9 +303,9 @@ SyncProblem::Action SyncProblem::action() const
     case Kind::needsResync: return Action::reviewResync;
     case Kind::tooManyDeletes: return Action::reviewDeletions;
     case Kind::allFilesChanged: return Action::reviewChanges;
-    // An empty remote is filled only after the user saw the plan; an empty
-    // folder here is most often a drive that is not mounted.
-    case Kind::emptySide: return side == Side::remote ? Action::reviewResync : Action::showFolder;
+    // rclone asks for a resync after either side came up empty, and none is
+    // made without the user: the review shows what it would copy, and where.
+    case Kind::emptySide: return Action::reviewResync;
     case Kind::diskFull: return Action::showFolder;
     case Kind::signInExpired: return Action::signInAgain;
     case Kind::remoteMissing:

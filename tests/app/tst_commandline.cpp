@@ -437,8 +437,9 @@ private Q_SLOTS:
     }
 
     // A pair first synced while both sides were empty, whose history a crash
-    // lost once files came in here: no run fills the empty remote by itself,
-    // and the user reviews and applies the resync from the command line.
+    // lost once files came in here, then emptied here: no run fills an empty
+    // side by itself, and the user reviews and applies the resync from the
+    // command line.
     void reviewFromTheCommandLine()
     {
         prepare(RCLONE_PATH);
@@ -467,6 +468,21 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(path("backup/Empty/a b.txt")));
         QCOMPARE(nimbrell({"review", "Empty", "--apply"}).exitCode, 0);
         QCOMPARE(readFile(path("backup/Empty/a b.txt")), QByteArray("new"));
+        QCOMPARE(nimbrell({"sync", "--wait", "Empty"}).exitCode, 0);
+
+        // Emptied here: rclone drops the history, and the files come back
+        // only once the user has seen where they go.
+        QVERIFY(QFile::remove(path("Empty/a b.txt")));
+        for (int run = 0; run < 2; ++run) {
+            QCOMPARE(nimbrell({"sync", "--wait", "Empty"}).exitCode, 1);
+            const QJsonValue empty = nimbrell({"status", "--json", "Empty"}).json().value("folders")[0]["problems"][0];
+            QCOMPARE(empty["kind"].toString(), QString("emptySide"));
+            QCOMPARE(empty["action"].toString(), QString("Review and Resync…"));
+            QVERIFY(!QFileInfo::exists(path("Empty/a b.txt")));
+        }
+        const Result back = nimbrell({"review", "Empty", "--apply"});
+        QVERIFY2(back.exitCode == 0 && back.out.contains("download") && back.out.contains("a b.txt"), qPrintable(back.out));
+        QCOMPARE(readFile(path("Empty/a b.txt")), QByteArray("new"));
         QCOMPARE(nimbrell({"sync", "--wait", "Empty"}).exitCode, 0);
         QCOMPARE(nimbrell({"quit"}).exitCode, 0);
         QVERIFY(service.waitForFinished(30000));
