@@ -192,6 +192,12 @@ void writeFixture(const QString &root)
     SyncFolder camera = failing("Camera", "Camera", target("onedrive", "Camera Roll"),
                                 QStringLiteral("Local folder not found: ") + home + QStringLiteral("/Media/Camera"));
     camera.localPath = home + QStringLiteral("/Media/Camera");
+    // Every file deleted here: rclone stops and drops the history.
+    const SyncFolder letters = failing("Letters", "Letters", target("nas", "letters"),
+                                       QStringLiteral("ERROR : Bisync critical error: empty current Path1 listing\n"
+                                                      "ERROR : Bisync aborted. Must run --resync to recover."));
+    for (const QString &name : QDir(letters.localPath).entryList(QDir::Files))
+        QFile::remove(letters.localPath + u'/' + name);
     // What Documents' runs changed, and a file changed on both sides whose
     // two copies are both still there.
     QDir().mkpath(documents.localPath);
@@ -223,7 +229,7 @@ void writeFixture(const QString &root)
     });
     QFile store(home + QStringLiteral("/.config/rclone/rclone_sync_folders.json"));
     if (store.open(QIODevice::WriteOnly))
-        store.write(FolderStore::encode({documents, photos, projects, music, odd, book, thesis, mail, camera}).value());
+        store.write(FolderStore::encode({documents, photos, projects, music, odd, book, thesis, mail, camera, letters}).value());
 }
 
 // Scrolls the pane so that the item shows `above` pixels below its top.
@@ -289,7 +295,7 @@ void shoot(const QString &appearance, bool withData)
     app.syncManager()->syncFolder(thesisId);
     waitFor([&] { return !app.syncManager()->isRunning(thesisId); });
     for (const auto &[row, name] : {std::pair{5, "needs-resync"}, {6, "too-many-deletes"}, {7, "sign-in-expired"},
-                                    {8, "local-folder-missing"}}) {
+                                    {8, "local-folder-missing"}, {9, "empty-local"}}) {
         app.navigation()->showFolder(uuidStringOf(app, row));
         wait(100);
         save(main, QStringLiteral("folder-problem-") + QString::fromLatin1(name) + suffix);

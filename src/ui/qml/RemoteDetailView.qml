@@ -176,10 +176,7 @@ Item {
                     iconName: "gearshape"
                     toolTip: "Change this remote's settings"
                     enabled: !controller.isDeleting
-                    onClicked: {
-                        editLoader.active = true
-                        editLoader.item.open()
-                    }
+                    onClicked: editLoader.item ? editLoader.item.open() : editLoader.active = true
                 }
                 AppButton {
                     objectName: "deleteRemote"
@@ -208,10 +205,12 @@ Item {
         }
     }
 
-    // Made the first time it is asked for.
+    // Made the first time it is asked for; opened once made (which may take
+    // a moment while the pane itself is still being loaded).
     Loader {
         id: editLoader
         active: false
+        onLoaded: item.open()
         sourceComponent: EditRemoteSheet {
             app: pane.app
             remoteName: pane.remoteName
