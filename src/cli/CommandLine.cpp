@@ -170,14 +170,16 @@ Commands:
   folders [list] [--json]          the same as list
   folders add NAME LOCAL_PATH REMOTE:PATH [REMOTE:PATH...] [FOLDER OPTIONS] [--json]
                                    add a sync folder; prints its id
-  folders edit FOLDER [FOLDER OPTIONS] [--add-target REMOTE:PATH]
-               [--remove-target REMOTE:PATH] [--rename NEW] [--local-path PATH]
+  folders edit FOLDER [FOLDER OPTIONS] [--add-target REMOTE:PATH] [--remove-target REMOTE:PATH] [--rename NEW] [--local-path PATH]
+                                   change a sync folder's options, targets, name or
+                                   local folder
   folders remove FOLDER            remove a sync folder (its files stay where they are)
   pause [FOLDER...]                pause those folders: only sync runs them; without a
                                    folder, turn automatic sync off
   resume [FOLDER...]               resume those folders; without a folder, turn automatic
                                    sync on
-  review FOLDER [--apply] [--json] what the recovery that the folder's failed run asks
+  review FOLDER [--apply] [--json]
+                                   what the recovery that the folder's failed run asks
                                    for would change (a resync, or past too many
                                    deletions or changes); --apply carries it out and
                                    follows the run
@@ -186,6 +188,8 @@ Commands:
 
 Folder options:
   --conflict keepBoth|newerWins|localWins|remoteWins
+                                                       what a file changed on both
+                                                       sides becomes (default: keepBoth)
   --exclude-git, --no-exclude-git                      (default: excluded)
   --exclude-hidden, --no-exclude-hidden                (default: included)
   --exclude-node-modules, --no-exclude-node-modules    (default: excluded)

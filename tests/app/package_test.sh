@@ -13,7 +13,8 @@ dpkg-deb -x "$deb" "$root/fs"
 for file in usr/bin/nimbrell usr/libexec/nimbrell/nimbrell usr/libexec/nimbrell/rclone \
             usr/lib/systemd/user/nimbrell.service usr/share/bash-completion/completions/nimbrell \
             usr/share/zsh/vendor-completions/_nimbrell usr/share/fish/vendor_completions.d/nimbrell.fish \
-            usr/share/applications/org.nimbrell.Nimbrell.desktop usr/share/doc/nimbrell/copyright; do
+            usr/share/applications/org.nimbrell.Nimbrell.desktop usr/share/doc/nimbrell/copyright \
+            usr/share/man/man1/nimbrell.1.gz; do
   [ -e "$root/fs/$file" ] || { echo "missing from the package: $file"; exit 1; }
 done
 grep -qx 'ExecStart=/usr/bin/nimbrell --headless' "$root/fs/usr/lib/systemd/user/nimbrell.service"
@@ -24,6 +25,13 @@ export HOME=$root/home XDG_CONFIG_HOME=$root/home/.config XDG_RUNTIME_DIR=$root/
 mkdir -p "$XDG_RUNTIME_DIR" && chmod 700 "$XDG_RUNTIME_DIR"
 "$nimbrell" --version | grep -qx 'nimbrell [0-9.]*'
 "$nimbrell" --help | grep -q '^Usage: nimbrell'
+# The manual page is made from --help: each command that --help lists is in it.
+manual=$(zcat "$root/fs/usr/share/man/man1/nimbrell.1.gz" | sed -e 's/\\-/-/g' -e 's/\\f[BIRP]//g')
+commands=$("$nimbrell" --help | sed -n 's/^  \([a-z]\+\( [a-z]\+\)*\)\( .*\)\?$/\1/p')
+[ "$(wc -l <<<"$commands")" -ge 15 ]
+while read -r command; do
+  grep -q "^$command\b" <<<"$manual" || { echo "the manual page lacks: $command"; exit 1; }
+done <<<"$commands"
 status=$("$nimbrell" status --json)
 grep -q '"instance":null' <<<"$status" && grep -q '"folders":\[' <<<"$status"
 # The bundled rclone is the one it runs.
