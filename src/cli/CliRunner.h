@@ -1,5 +1,7 @@
 #pragma once
 
+#include "cli/CliSupport.h"
+
 struct CliCommand;
 
 // The command line's subcommands and the headless service. With a running
@@ -8,7 +10,7 @@ struct CliCommand;
 // the syncs itself. Needs a QCoreApplication.
 namespace CliRunner {
 
-enum ExitCode { kOk = 0, kFailed = 1, kUsage = 2, kNotRunning = 3 };
+using enum CliSupport::ExitCode;
 
 int run(const CliCommand &command);
 int runHeadless();

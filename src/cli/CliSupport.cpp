@@ -1,6 +1,7 @@
 #include "cli/CliSupport.h"
 
 #include "model/Formatting.h"
+#include "model/UuidString.h"
 #include "platform/InstallLayout.h"
 #include "platform/InstanceChannel.h"
 
@@ -77,6 +78,47 @@ bool hasRclone()
         return true;
     say(QStringLiteral("Failed to find rclone binary in bundle"));
     return false;
+}
+
+using Kind = CliCommand::Kind;
+
+QString commandName(Kind kind)
+{
+    switch (kind) {
+    case Kind::status: return QStringLiteral("status");
+    case Kind::list: return QStringLiteral("list");
+    case Kind::remotes: return QStringLiteral("remotes");
+    case Kind::sync: return QStringLiteral("sync");
+    case Kind::cancel: return QStringLiteral("cancel");
+    case Kind::pause: return QStringLiteral("pause");
+    case Kind::resume: return QStringLiteral("resume");
+    case Kind::open: return QStringLiteral("open");
+    case Kind::quit: return QStringLiteral("quit");
+    default: return {};
+    }
+}
+
+QString line(const QString &label, const QString &value)
+{
+    return QStringLiteral("  %1 %2\n").arg(label.isEmpty() ? label : label + u':', -11).arg(value);
+}
+
+std::optional<QJsonObject> runningStatus()
+{
+    std::optional<QJsonObject> status = InstanceChannel::isHeld() ? ask(QStringLiteral("status")) : std::nullopt;
+    if (!status)
+        say(QStringLiteral("not running"));
+    return status;
+}
+
+QJsonObject folderArguments(const CliCommand &command, const QList<QUuid> &ids)
+{
+    if (command.folders.isEmpty())
+        return {{QStringLiteral("all"), true}};
+    QJsonArray array;
+    for (const QUuid &id : ids)
+        array.append(uuidString(id));
+    return {{QStringLiteral("folders"), array}};
 }
 
 } // namespace CliSupport

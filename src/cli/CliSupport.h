@@ -14,6 +14,8 @@
 // way to the running instance.
 namespace CliSupport {
 
+enum ExitCode { kOk = 0, kFailed = 1, kUsage = 2, kNotRunning = 3 };
+
 // Standard output, with what would upset a terminal made visible.
 void out(const QString &text);
 // "nimbrell: MESSAGE" on standard error.
@@ -33,5 +35,15 @@ QList<CommandLine::NamedFolder> namedFolders(const QJsonObject &report);
 // The folders the command names, or every one when it names none. An
 // unknown or ambiguous name is reported and gives nothing.
 std::optional<QList<QUuid>> chosenFolders(const CliCommand &command, const QJsonObject &report);
+
+// The instance channel's name for a subcommand that has one.
+QString commandName(CliCommand::Kind kind);
+// "  Label:     value", a line of a human report.
+QString line(const QString &label, const QString &value);
+// The running instance's status, or nothing (said so) when none runs.
+std::optional<QJsonObject> runningStatus();
+// A request's folders: {"all": true} when the command names none, otherwise
+// {"folders": [ids]}.
+QJsonObject folderArguments(const CliCommand &command, const QList<QUuid> &ids);
 
 } // namespace CliSupport

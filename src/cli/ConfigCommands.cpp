@@ -24,8 +24,6 @@ using namespace CliSupport;
 using Kind = CliCommand::Kind;
 using BackendCatalog::Option;
 
-enum ExitCode { kOk = 0, kFailed = 1, kUsage = 2 };
-
 // Runs one engine call to its end.
 template <typename T>
 RcloneResult<T> await(const std::function<RcloneJob *(const QObject *, RcloneEngine::Done<T>)> &start)
