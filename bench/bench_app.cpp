@@ -110,7 +110,7 @@ void measureStartup(int folders)
 MemorySettingsStore syncingSettings()
 {
     MemorySettingsStore settings;
-    settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+    settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
     return settings;
 }
 

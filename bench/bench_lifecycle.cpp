@@ -144,7 +144,7 @@ void secondStartTime()
 void startWithManyFolders(int slotCount)
 {
     MemorySettingsStore settings;
-    settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+    settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
     RcloneEngine engine(QStringLiteral(RCLONE_PATH));
     NoFileEvents fileEvents;
     QElapsedTimer timer;

@@ -72,7 +72,7 @@ int main(int argc, char *argv[])
     const QString home = root.filePath(QStringLiteral("home"));
     qputenv("HOME", QFile::encodeName(home));
     MemorySettingsStore settings;
-    settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+    settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
     RcloneEngine engine(QStringLiteral(RCLONE_PATH));
     InotifyFileEventService fileEvents;
     {
@@ -85,11 +85,11 @@ int main(int argc, char *argv[])
                 QDir().mkpath(QStringLiteral("%1/sub%2").arg(folder.localPath).arg(d));
             folders.append(folder); // no targets: nothing to sync, only watching
         }
-        settings.values.insert(SyncManager::kGlobalSyncEnabledKey, false);
+        settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, false);
         SyncManager manager({settings, engine, fileEvents});
         for (const SyncFolder &folder : folders)
             manager.addFolder(folder);
-        manager.setGlobalSyncEnabled(true);
+        manager.automatic().setGlobalSyncEnabled(true);
         const double cpuBefore = cpuSeconds();
         QElapsedTimer timer;
         timer.start();
@@ -122,7 +122,7 @@ int main(int argc, char *argv[])
             QElapsedTimer sinceLastChange;
             bool started = false;
             double delay = 0;
-            const auto connection = QObject::connect(&manager, &SyncManager::folderChanged, [&](qsizetype row) {
+            const auto connection = QObject::connect(&manager.repository(), &FolderRepository::folderChanged, [&](qsizetype row) {
                 if (!started && manager.folders().at(row).status == SyncStatus::syncing) {
                     started = true;
                     delay = double(sinceLastChange.nsecsElapsed()) / 1e9;

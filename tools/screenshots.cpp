@@ -277,7 +277,7 @@ void shoot(const QString &appearance, bool withData)
         return;
     }
     waitFor([&] { return app.remotes()->count() > 0; });
-    app.syncManager()->setPaused(app.syncManager()->folders().at(3).id, true); // Music
+    app.syncManager()->automatic().setPaused(app.syncManager()->folders().at(3).id, true); // Music
     save(main, QStringLiteral("main-dashboard") + suffix);
     const auto controller = [main] { return main->findChild<QObject *>(QStringLiteral("folderController")); };
     const auto review = [&](const QString &name) {
@@ -289,11 +289,11 @@ void shoot(const QString &appearance, bool withData)
     // Thesis syncs, then loses most of its files here: a real too-many-deletes stop.
     const QUuid thesisId = app.syncManager()->folders().at(6).id;
     app.syncManager()->syncFolder(thesisId);
-    waitFor([&] { return !app.syncManager()->isRunning(thesisId); });
+    waitFor([&] { return !app.syncManager()->runs().isRunning(thesisId); });
     for (int i = 0; i < 7; ++i)
         QFile::remove(app.syncManager()->folders().at(6).localPath + QStringLiteral("/chapter %1.txt").arg(i));
     app.syncManager()->syncFolder(thesisId);
-    waitFor([&] { return !app.syncManager()->isRunning(thesisId); });
+    waitFor([&] { return !app.syncManager()->runs().isRunning(thesisId); });
     for (const auto &[row, name] : {std::pair{5, "needs-resync"}, {6, "too-many-deletes"}, {7, "sign-in-expired"},
                                     {8, "local-folder-missing"}, {9, "empty-local"}}) {
         app.navigation()->showFolder(uuidStringOf(app, row));
@@ -304,7 +304,7 @@ void shoot(const QString &appearance, bool withData)
     wait(100);
     review(QStringLiteral("review-resync"));
     // Book keeps what its runs remove: Recently Removed, and the editor's section for it.
-    app.syncManager()->setKeepsRemoved(app.syncManager()->folders().at(5).id, true);
+    app.syncManager()->preferences().setKeepsRemoved(app.syncManager()->folders().at(5).id, true);
     app.navigation()->showFolder(uuidStringOf(app, 4));
     wait(100);
     app.navigation()->showFolder(uuidStringOf(app, 5));
@@ -437,22 +437,22 @@ void shoot(const QString &appearance, bool withData)
     app.navigation()->showFolder(uuidStringOf(app, 3));
     save(main, QStringLiteral("folder-paused") + suffix);
     // On battery with "Pause on Battery Power": automatic sync on, yet waiting.
-    app.syncManager()->setPauseOnBattery(true);
-    app.syncManager()->setConditions(false, true);
-    app.syncManager()->setGlobalSyncEnabled(true);
+    app.syncManager()->automatic().setPauseOnBattery(true);
+    app.syncManager()->automatic().setConditions(false, true);
+    app.syncManager()->automatic().setGlobalSyncEnabled(true);
     app.navigation()->showDashboard();
     save(main, QStringLiteral("main-dashboard-on-battery") + suffix);
-    app.syncManager()->setGlobalSyncEnabled(false);
-    app.syncManager()->setConditions(false, false);
+    app.syncManager()->automatic().setGlobalSyncEnabled(false);
+    app.syncManager()->automatic().setConditions(false, false);
     // A save that fails (a directory where the store goes): the banner says so.
-    const QString store = app.syncManager()->dataFilePath();
+    const QString store = app.syncManager()->repository().path();
     QFile::rename(store, store + QStringLiteral(".aside"));
     QDir().mkpath(store);
     app.syncManager()->updateFolder(app.syncManager()->folders().at(0));
     save(main, QStringLiteral("main-dashboard-store-problem") + suffix);
     QDir(store).removeRecursively();
     QFile::rename(store + QStringLiteral(".aside"), store);
-    app.syncManager()->saveFolders();
+    app.syncManager()->repository().save();
     app.settings()->setLimitBandwidth(true);
     app.settings()->setUploadKiB(512);
     app.settings()->setDownloadKiB(4096);

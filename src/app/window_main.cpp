@@ -68,7 +68,7 @@ int main(int argc, char *argv[])
     SyncManager &manager = *nimbrell.syncManager();
     qCInfo(lcGeneral, "Nimbrell %s running: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),
-           manager.isGlobalSyncEnabled() ? "on" : "off", static_cast<long long>(manager.globalSyncIntervalMinutes()));
+           manager.automatic().isGlobalSyncEnabled() ? "on" : "off", static_cast<long long>(manager.automatic().globalSyncIntervalMinutes()));
 
     nimbrell.service()->serve(instance);
     instance.setHandler(QStringLiteral("raise"), [&nimbrell](const QJsonObject &) {

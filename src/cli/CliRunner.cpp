@@ -172,7 +172,7 @@ int runHeadless()
     const SyncManager &manager = local.manager();
     qCInfo(lcGeneral, "Nimbrell %s running headless: %lld sync folder(s), automatic sync %s, every %lld minutes",
            NIMBRELL_VERSION, static_cast<long long>(manager.folders().size()),
-           manager.isGlobalSyncEnabled() ? "on" : "off", static_cast<long long>(manager.globalSyncIntervalMinutes()));
+           manager.automatic().isGlobalSyncEnabled() ? "on" : "off", static_cast<long long>(manager.automatic().globalSyncIntervalMinutes()));
     // Failures, recoveries and conflicts reach the desktop; a click opens the
     // window, which takes over from this service.
     DesktopNotifier notifier;

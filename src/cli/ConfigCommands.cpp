@@ -359,7 +359,7 @@ QJsonObject change(const QString &name, const std::function<std::variant<QJsonOb
         });
         if (!reply)
             loop.exec();
-        local.manager().saveFolders();
+        local.manager().repository().save();
         return *reply;
     }
     return {{QStringLiteral("error"), QStringLiteral("the running instance did not answer")}};

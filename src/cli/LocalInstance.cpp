@@ -16,7 +16,7 @@ void LocalInstance::serve(InstanceChannel &channel)
     m_service.serve(channel);
     m_network = std::make_unique<MeteredNetworkMonitor>();
     m_battery = std::make_unique<BatteryMonitor>();
-    m_manager.followConditions(m_network.get(), m_battery.get());
+    m_manager.automatic().followConditions(m_network.get(), m_battery.get());
     channel.listen();
     m_service.followSession();
     QObject::connect(&m_service, &SyncService::quitRequested, &m_service, &SyncService::quit);

@@ -11,3 +11,13 @@ size_t qHash(const SyncFolder &f, size_t seed)
                       qToUnderlying(f.conflictResolution), qHashOptional(f.periodicIntervalMinutes),
                       qHashOptional(f.localPathBookmarkData));
 }
+
+void resetRunState(SyncFolder &folder, SyncStatus status)
+{
+    folder.status = status;
+    folder.progress = 0.0;
+    folder.currentTargetIndex.reset();
+    folder.transferredSize.reset();
+    folder.transferredFiles.reset();
+    folder.transferSpeed.reset();
+}

@@ -39,3 +39,6 @@ struct SyncFolder
 };
 
 size_t qHash(const SyncFolder &folder, size_t seed = 0);
+
+// Clears what a run shows, for a run that starts or ends without an outcome.
+void resetRunState(SyncFolder &folder, SyncStatus status);

@@ -179,19 +179,19 @@ void FolderCommands::changeFolder(const QJsonObject &request, const Reply &reply
         if (adding) {
             m_manager.addFolder(folder);
             // As the editor leaves a new folder: not paused, keeping nothing.
-            m_manager.setPaused(folder.id, false);
-            m_manager.setKeepsRemoved(folder.id, false);
-            m_manager.setKeepDays(folder.id, FolderPreferences::kDefaultKeepDays);
+            m_manager.automatic().setPaused(folder.id, false);
+            m_manager.preferences().setKeepsRemoved(folder.id, false);
+            m_manager.preferences().setKeepDays(folder.id, FolderPreferences::kDefaultKeepDays);
         } else if (!m_manager.folder(folder.id)) {
             return reply(refusal(QStringLiteral("the folder was removed meanwhile"), false));
         } else {
             m_manager.updateFolder(folder);
         }
         if (keepRemoved.isBool())
-            m_manager.setKeepsRemoved(folder.id, keepRemoved.toBool());
+            m_manager.preferences().setKeepsRemoved(folder.id, keepRemoved.toBool());
         QJsonObject answer{{QStringLiteral("id"), uuidString(folder.id)}};
-        if (!m_manager.storeProblem().isEmpty())
-            answer.insert(kError, m_manager.storeProblem());
+        if (!m_manager.repository().problem().isEmpty())
+            answer.insert(kError, m_manager.repository().problem());
         reply(answer);
     });
 }

@@ -23,9 +23,9 @@ ProblemNotifier::ProblemNotifier(SyncManager &manager, SettingsStore &settings, 
         if (!problem.isEmpty() && isEnabled(m_settings))
             m_notifier.notify(QStringLiteral("Folder list needs attention"), problem, QString());
     };
-    connect(&manager, &SyncManager::storeProblemChanged, this, storeProblem);
-    storeProblem(manager.storeProblem());
-    connect(&manager, &SyncManager::folderRemoved, this, [this] {
+    connect(&manager.repository(), &FolderRepository::problemChanged, this, storeProblem);
+    storeProblem(manager.repository().problem());
+    connect(&manager.repository(), &FolderRepository::folderRemoved, this, [this] {
         m_told.removeIf([this](const auto &entry) { return !m_manager.folder(entry.key()); });
     });
 }

@@ -66,7 +66,7 @@ QString RecentlyRemoved::refusal(const QUuid &folderId, const std::optional<File
         return QStringLiteral("This folder no longer exists.");
     if (file && (!RemovedFiles::runTime(file->run) || !RelativePath::isSafe(file->path)))
         return QStringLiteral("“%1” is not among the removed files.").arg(Formatting::printable(fileName(*file)));
-    if (m_manager.isRunning(folderId) || m_manager.isHeld(folderId))
+    if (m_manager.runs().isRunning(folderId) || m_manager.runs().isHeld(folderId))
         return QStringLiteral("Wait for the sync to finish, then try again.");
     return {};
 }
@@ -156,7 +156,7 @@ void RecentlyRemoved::restore(const QUuid &folderId, const File &file, bool repl
                             Outcome outcome, const QString &error) {
         // A file back on a remote reaches this computer with the next run,
         // which nothing here would start: no watch sees a remote.
-        if (outcome == Outcome::restored && !file.targetId.isNull() && m_manager.isGlobalSyncEnabled())
+        if (outcome == Outcome::restored && !file.targetId.isNull() && m_manager.automatic().isGlobalSyncEnabled())
             m_manager.syncFolder(folderId, SyncTrigger::automatic);
         if (context)
             done(outcome, error);
@@ -219,9 +219,9 @@ void RecentlyRemoved::restoreThere(const SyncFolder &folder, const File &file, b
     const QString asideRun = RemovedFiles::runDirectory(m_clock());
     const QString aside = RemovedFiles::remoteDirectory(target) + u'/' + asideRun + u'/' + file.path;
     // The folder's runs wait until the remote is as it will stay.
-    m_manager.holdRuns(folderId);
+    m_manager.runs().hold(folderId);
     const auto finish = [this, folderId, done](Outcome outcome, const QString &error) {
-        m_manager.releaseRuns(folderId);
+        m_manager.runs().release(folderId);
         done(outcome, error);
     };
     const auto failed = [file, finish](const QString &what, const RcloneResult<QString> &result) {
@@ -269,10 +269,10 @@ void RecentlyRemoved::deletePermanently(const QUuid &folderId, const File &file,
     const RemoteTarget *target = targetOf(folder, file.targetId);
     if (!target)
         return done(QStringLiteral("This folder no longer syncs with that remote."));
-    m_manager.holdRuns(folderId);
+    m_manager.runs().hold(folderId);
     m_engine.run({QStringLiteral("deletefile"), RemovedFiles::remoteDirectory(*target) + u'/' + file.run + u'/' + file.path},
                  this, [this, folderId, file, done, context = QPointer<const QObject>(context)](const RcloneResult<QString> &result) {
-                     m_manager.releaseRuns(folderId);
+                     m_manager.runs().release(folderId);
                      if (context)
                          done(result.ok() || isAbsent(result)
                                   ? QString()
@@ -288,13 +288,13 @@ void RecentlyRemoved::empty(const QUuid &folderId, const QObject *context, std::
     if (!RemovedFiles::removeTree(RemovedFiles::localDirectory(folderId)))
         return done(QStringLiteral("The files removed from this computer could not all be deleted."));
     // Every target at once; the folder's runs wait for the last.
-    m_manager.holdRuns(folderId);
+    m_manager.runs().hold(folderId);
     auto errors = std::make_shared<QStringList>();
     auto pending = std::make_shared<qsizetype>(targets.size() + 1);
     const auto settle = [this, folderId, errors, pending, done, context = QPointer<const QObject>(context)] {
         if (--*pending > 0)
             return;
-        m_manager.releaseRuns(folderId);
+        m_manager.runs().release(folderId);
         if (context)
             done(errors->join(u'\n'));
     };

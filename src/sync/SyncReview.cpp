@@ -19,7 +19,7 @@ SyncReview::~SyncReview()
     if (m_job)
         m_job->cancel(); // its rclone stops by itself; nothing waits for it here
     if (m_state == State::previewing)
-        m_manager.releaseRuns(m_folderId);
+        m_manager.runs().release(m_folderId);
 }
 
 QStringList SyncReview::extraArguments(Kind kind, bool dryRun)
@@ -49,7 +49,7 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
     if (m_state == State::previewing)
         return false;
     const std::optional<SyncFolder> folder = m_manager.folder(folderId);
-    if (!folder || m_manager.isRunning(folderId))
+    if (!folder || m_manager.runs().isRunning(folderId))
         return false;
     const auto target = std::find_if(folder->remoteTargets.begin(), folder->remoteTargets.end(),
                                      [&targetId](const RemoteTarget &t) { return t.id == targetId; });
@@ -62,13 +62,13 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
     m_changes.clear();
     m_error.clear();
     m_state = State::previewing;
-    m_manager.holdRuns(folderId);
+    m_manager.runs().hold(folderId);
     // The same view of the pair as the run that applies it: the kept files' directory left out.
     const BisyncRequest request{folder->localPath, target->remoteName + u':' + target->remotePath, folder->filters,
                                 folder->conflictResolution, kind == Kind::resync || !target->hasResynced,
                                 extraArguments(kind, true), {},
-                                RemovedFiles::arguments(folderId, *target, m_manager.keepsRemoved(folderId),
-                                                        m_manager.hasKeptRemoved(folderId), QDateTime::currentDateTimeUtc())};
+                                RemovedFiles::arguments(folderId, *target, m_manager.preferences().keepsRemoved(folderId),
+                                                        m_manager.preferences().hasKept(folderId), QDateTime::currentDateTimeUtc())};
     m_job = m_engine.bisync(request, this, {}, [this, localPath = folder->localPath](const RcloneStatus &result) {
         m_job = nullptr;
         if (result.isCancelled())
@@ -109,7 +109,7 @@ bool SyncReview::apply()
 void SyncReview::finish(State state)
 {
     if (m_state == State::previewing)
-        m_manager.releaseRuns(m_folderId);
+        m_manager.runs().release(m_folderId);
     m_state = state;
     Q_EMIT stateChanged();
 }

@@ -31,7 +31,7 @@ QList<QUuid> requestedFolders(const QJsonObject &request, const SyncManager &man
         // As "sync all" does: a folder with nothing to sync to, or paused,
         // is no failure.
         for (const SyncFolder &folder : manager.folders()) {
-            if (!folder.remoteTargets.isEmpty() && !manager.isPaused(folder.id))
+            if (!folder.remoteTargets.isEmpty() && !manager.automatic().isPaused(folder.id))
                 ids.append(folder.id);
         }
         return ids;
@@ -113,7 +113,7 @@ void SyncService::serve(InstanceChannel &channel)
     channel.setHandler(QStringLiteral("cancel"), [this](const QJsonObject &request) {
         QJsonArray cancelled;
         for (const QUuid &id : requestedFolders(request, m_manager)) {
-            if (m_manager.isRunning(id))
+            if (m_manager.runs().isRunning(id))
                 cancelled.append(uuidString(id));
             m_manager.cancelSync(id);
         }
@@ -127,14 +127,14 @@ void SyncService::serve(InstanceChannel &channel)
                 QJsonArray changed;
                 for (const QUuid &id : requestedFolders(request, m_manager)) {
                     if (m_manager.folder(id)) {
-                        m_manager.setPaused(id, !enable);
+                        m_manager.automatic().setPaused(id, !enable);
                         changed.append(uuidString(id));
                     }
                 }
                 return QJsonObject{{kFolders, changed}};
             }
-            if (m_manager.isGlobalSyncEnabled() != enable)
-                m_manager.setGlobalSyncEnabled(enable);
+            if (m_manager.automatic().isGlobalSyncEnabled() != enable)
+                m_manager.automatic().setGlobalSyncEnabled(enable);
             return QJsonObject{{QStringLiteral("automaticSync"), enable}};
         });
     }
@@ -173,10 +173,10 @@ QJsonObject SyncService::statusReport() const
     QJsonArray folders;
     const QList<ActivityRecord> activity = m_manager.activityLog() ? m_manager.activityLog()->read() : QList<ActivityRecord>();
     for (const SyncFolder &folder : m_manager.folders()) {
-        QJsonObject report = FolderReport::status(folder, m_manager.isRunning(folder.id), m_manager.isWaiting(folder.id),
+        QJsonObject report = FolderReport::status(folder, m_manager.runs().isRunning(folder.id), m_manager.runs().isWaiting(folder.id),
                                                   m_manager.problems(folder.id),
                                                   FolderActivity::of(activity, folder.id, folder.localPath));
-        report.insert(QStringLiteral("paused"), m_manager.isPaused(folder.id));
+        report.insert(QStringLiteral("paused"), m_manager.automatic().isPaused(folder.id));
         folders.append(report);
     }
     const QJsonValue instance = m_mode == Mode::offline
@@ -186,12 +186,12 @@ QJsonObject SyncService::statusReport() const
                       {QStringLiteral("quitting"), m_isQuitting}};
     return {
         {QStringLiteral("instance"), instance},
-        {QStringLiteral("automaticSync"), m_manager.isGlobalSyncEnabled()},
-        {QStringLiteral("intervalMinutes"), m_manager.globalSyncIntervalMinutes()},
+        {QStringLiteral("automaticSync"), m_manager.automatic().isGlobalSyncEnabled()},
+        {QStringLiteral("intervalMinutes"), m_manager.automatic().globalSyncIntervalMinutes()},
         {kFolders, folders},
         // Why the folder list on disk is not the one shown, or null.
         {QStringLiteral("storeProblem"),
-         m_manager.storeProblem().isEmpty() ? QJsonValue() : QJsonValue(m_manager.storeProblem())},
+         m_manager.repository().problem().isEmpty() ? QJsonValue() : QJsonValue(m_manager.repository().problem())},
     };
 }
 
@@ -248,8 +248,8 @@ QJsonObject SyncService::listReport() const
     QJsonArray folders;
     for (const SyncFolder &folder : m_manager.folders()) {
         QJsonObject report = FolderReport::configuration(folder);
-        report.insert(QStringLiteral("keepRemoved"), m_manager.keepsRemoved(folder.id));
-        report.insert(QStringLiteral("keepDays"), m_manager.keepDays(folder.id));
+        report.insert(QStringLiteral("keepRemoved"), m_manager.preferences().keepsRemoved(folder.id));
+        report.insert(QStringLiteral("keepDays"), m_manager.preferences().keepDays(folder.id));
         folders.append(report);
     }
     return {{kFolders, folders}};
@@ -263,7 +263,7 @@ void SyncService::followSession()
         Q_EMIT quitRequested();
     });
     auto *inhibitor = new SessionInhibitor(this);
-    connect(&m_manager, &SyncManager::syncActivityChanged, inhibitor, &SessionInhibitor::setHeld);
+    connect(&m_manager.runs(), &RunScheduler::activeChanged, inhibitor, &SessionInhibitor::setHeld);
     const auto systemGoesDown = [this](bool starting) {
         if (m_isQuitting)
             return;
@@ -286,7 +286,7 @@ void SyncService::quit()
     m_manager.suspendRuns();
     m_engine.cancelAll();
     const auto finish = [this] {
-        m_manager.saveFolders();
+        m_manager.repository().save();
         QCoreApplication::exit(0);
     };
     if (m_engine.activeJobCount() == 0)

@@ -25,7 +25,7 @@ void ActivityModel::setApp(NimbrellApp *app)
                 reload();
         });
         // A deleted folder's records went with it.
-        connect(manager, &SyncManager::folderRemoved, this, &ActivityModel::reload);
+        connect(&manager->repository(), &FolderRepository::folderRemoved, this, &ActivityModel::reload);
     }
     Q_EMIT appChanged();
     reload();

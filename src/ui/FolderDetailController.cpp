@@ -36,10 +36,10 @@ void FolderDetailController::setApp(NimbrellApp *app)
                 m_app->syncManager()->folders().at(row).id == m_folderId)
                 Q_EMIT folderChanged();
         };
-        connect(manager, &SyncManager::folderChanged, this, changedRow);
-        connect(manager, &SyncManager::folderInserted, this, changedRow);
-        connect(manager, &SyncManager::folderRemoved, this, &FolderDetailController::folderChanged);
-        connect(manager, &SyncManager::openConflictsChanged, this, [this](const QUuid &id) {
+        connect(&manager->repository(), &FolderRepository::folderChanged, this, changedRow);
+        connect(&manager->repository(), &FolderRepository::folderInserted, this, changedRow);
+        connect(&manager->repository(), &FolderRepository::folderRemoved, this, &FolderDetailController::folderChanged);
+        connect(&manager->conflicts(), &OpenConflicts::changed, this, [this](const QUuid &id) {
             if (id == m_folderId)
                 Q_EMIT conflictsChanged();
         });
@@ -110,10 +110,10 @@ QVariantMap FolderDetailController::folderMap() const
         {QStringLiteral("transferSpeed"), optional(f->transferSpeed)},
         {QStringLiteral("lastError"), optional(f->lastError)},
         {QStringLiteral("targets"), targets},
-        {QStringLiteral("isWaiting"), m_app && m_app->syncManager()->isWaiting(f->id)},
-        {QStringLiteral("paused"), m_app && m_app->syncManager()->isPaused(f->id)},
-        {QStringLiteral("hasKeptRemoved"), m_app && m_app->syncManager()->hasKeptRemoved(f->id)},
-        {QStringLiteral("keepDays"), m_app ? m_app->syncManager()->keepDays(f->id) : 0},
+        {QStringLiteral("isWaiting"), m_app && m_app->syncManager()->runs().isWaiting(f->id)},
+        {QStringLiteral("paused"), m_app && m_app->syncManager()->automatic().isPaused(f->id)},
+        {QStringLiteral("hasKeptRemoved"), m_app && m_app->syncManager()->preferences().hasKept(f->id)},
+        {QStringLiteral("keepDays"), m_app ? m_app->syncManager()->preferences().keepDays(f->id) : 0},
     };
 }
 
@@ -213,9 +213,9 @@ void FolderDetailController::loadEditState()
     m_editTargets = f ? f->remoteTargets : QList<RemoteTarget>{};
     m_editFilters = f ? f->filters : SyncFilterOptions();
     m_editConflictResolution = f ? f->conflictResolution : ConflictResolution::keepBoth;
-    m_editPaused = f && m_app && m_app->syncManager()->isPaused(f->id);
-    m_editKeepRemoved = f && m_app && m_app->syncManager()->keepsRemoved(f->id);
-    m_editKeepDays = f && m_app ? m_app->syncManager()->keepDays(f->id) : FolderPreferences::kDefaultKeepDays;
+    m_editPaused = f && m_app && m_app->syncManager()->automatic().isPaused(f->id);
+    m_editKeepRemoved = f && m_app && m_app->syncManager()->preferences().keepsRemoved(f->id);
+    m_editKeepDays = f && m_app ? m_app->syncManager()->preferences().keepDays(f->id) : FolderPreferences::kDefaultKeepDays;
     Q_EMIT editChanged();
     Q_EMIT editTargetsChanged();
 }
@@ -260,9 +260,9 @@ void FolderDetailController::save()
         f->filters = m_editFilters;
         f->conflictResolution = m_editConflictResolution;
         manager->updateFolder(*f);
-        manager->setPaused(f->id, m_editPaused);
-        manager->setKeepsRemoved(f->id, m_editKeepRemoved);
-        manager->setKeepDays(f->id, m_editKeepDays);
+        manager->automatic().setPaused(f->id, m_editPaused);
+        manager->preferences().setKeepsRemoved(f->id, m_editKeepRemoved);
+        manager->preferences().setKeepDays(f->id, m_editKeepDays);
         setEditing(false);
         return;
     }
@@ -277,9 +277,9 @@ void FolderDetailController::save()
     // showed; they apply from the first edit on.
     created.filters = SyncFilterOptions();
     manager->addFolder(created);
-    manager->setPaused(created.id, m_editPaused);
-    manager->setKeepsRemoved(created.id, m_editKeepRemoved);
-    manager->setKeepDays(created.id, m_editKeepDays);
+    manager->automatic().setPaused(created.id, m_editPaused);
+    manager->preferences().setKeepsRemoved(created.id, m_editKeepRemoved);
+    manager->preferences().setKeepDays(created.id, m_editKeepDays);
     m_app->navigation()->setSelection(SidebarSelection::syncFolder(created.id));
 }
 
@@ -448,7 +448,7 @@ void FolderDetailController::relocate(const QString &path)
     f->localPath = path;
     f->localPathBookmarkData = BookmarkService::create(path);
     m_app->syncManager()->updateFolder(*f);
-    m_app->syncManager()->updateWatchers();
+    m_app->syncManager()->automatic().updateWatchers();
     loadEditState();
     loadFolderStats();
     syncNow();
@@ -532,7 +532,7 @@ QVariantList FolderDetailController::conflicts() const
     if (!f)
         return {};
     QVariantList conflicts;
-    for (const ActivityRecord &record : m_app->syncManager()->openConflicts(f->id)) {
+    for (const ActivityRecord &record : m_app->syncManager()->conflicts().of(f->id)) {
         const ConflictCopies copies(f->localPath, record);
         QVariantList both;
         for (const ConflictCopies::Copy *copy : {&copies.original(), &copies.renamed()}) {
@@ -572,7 +572,7 @@ void FolderDetailController::settleConflict(const QString &original, const QStri
     m_isSettling = true;
     m_conflictError.clear();
     Q_EMIT conflictsChanged();
-    m_app->syncManager()->settleConflict(m_folderId, {original, renamed}, choice, this, [this](const QString &error) {
+    m_app->syncManager()->conflicts().settle(m_folderId, {original, renamed}, choice, this, [this](const QString &error) {
         m_isSettling = false;
         m_conflictError = error;
         Q_EMIT conflictsChanged();
@@ -615,11 +615,11 @@ void FolderDetailController::setEditKeepDaysIndex(int index)
 void FolderDetailController::setPaused(bool paused)
 {
     if (m_app && !m_folderId.isNull())
-        m_app->syncManager()->setPaused(m_folderId, paused);
+        m_app->syncManager()->automatic().setPaused(m_folderId, paused);
 }
 
 void FolderDetailController::recheckConflicts()
 {
     if (m_app && !m_folderId.isNull())
-        m_app->syncManager()->recheckConflicts(m_folderId);
+        m_app->syncManager()->conflicts().recheck(m_folderId);
 }

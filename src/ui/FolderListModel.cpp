@@ -7,21 +7,21 @@ FolderListModel::FolderListModel(SyncManager &manager, QObject *parent)
     : QAbstractListModel(parent)
     , m_manager(manager)
 {
-    connect(&manager, &SyncManager::folderAboutToBeInserted, this,
+    connect(&manager.repository(), &FolderRepository::folderAboutToBeInserted, this,
             [this](qsizetype row) { beginInsertRows({}, int(row), int(row)); });
-    connect(&manager, &SyncManager::folderInserted, this, [this] {
+    connect(&manager.repository(), &FolderRepository::folderInserted, this, [this] {
         endInsertRows();
         Q_EMIT countChanged();
         statusesMayHaveChanged();
     });
-    connect(&manager, &SyncManager::folderAboutToBeRemoved, this,
+    connect(&manager.repository(), &FolderRepository::folderAboutToBeRemoved, this,
             [this](qsizetype row) { beginRemoveRows({}, int(row), int(row)); });
-    connect(&manager, &SyncManager::folderRemoved, this, [this] {
+    connect(&manager.repository(), &FolderRepository::folderRemoved, this, [this] {
         endRemoveRows();
         Q_EMIT countChanged();
         statusesMayHaveChanged();
     });
-    connect(&manager, &SyncManager::folderChanged, this, [this](qsizetype row) {
+    connect(&manager.repository(), &FolderRepository::folderChanged, this, [this](qsizetype row) {
         const QModelIndex changed = index(int(row));
         Q_EMIT dataChanged(changed, changed);
         statusesMayHaveChanged();
@@ -56,9 +56,9 @@ QVariant FolderListModel::data(const QModelIndex &index, int role) const
     case LocalPathRole:
         return folder.localPath;
     case ConflictsRole:
-        return int(m_manager.openConflicts(folder.id).size());
+        return int(m_manager.conflicts().of(folder.id).size());
     case PausedRole:
-        return m_manager.isPaused(folder.id);
+        return m_manager.automatic().isPaused(folder.id);
     default:
         return {};
     }
@@ -77,8 +77,8 @@ void FolderListModel::statusesMayHaveChanged()
 {
     int conflicts = 0, paused = 0;
     for (const SyncFolder &folder : m_manager.folders()) {
-        conflicts += int(m_manager.openConflicts(folder.id).size());
-        paused += m_manager.isPaused(folder.id);
+        conflicts += int(m_manager.conflicts().of(folder.id).size());
+        paused += m_manager.automatic().isPaused(folder.id);
     }
     const bool conflictsChanged = std::exchange(m_conflictCount, conflicts) != conflicts;
     const bool pausedChanged = std::exchange(m_pausedCount, paused) != paused;

@@ -62,7 +62,7 @@ NimbrellApp::NimbrellApp(const AppServices &services, QObject *parent)
     , m_network(services.network)
     , m_battery(services.battery)
 {
-    m_syncManager->followConditions(services.network, services.battery);
+    m_syncManager->automatic().followConditions(services.network, services.battery);
     if (services.network)
         connect(services.network, &MeteredNetworkMonitor::changed, this, &NimbrellApp::conditionSourcesChanged);
     if (services.battery)
@@ -175,7 +175,7 @@ void NimbrellApp::selectAdjacent(int step)
 
 void NimbrellApp::setFolderPaused(const QString &id, bool paused)
 {
-    m_syncManager->setPaused(QUuid::fromString(id), paused);
+    m_syncManager->automatic().setPaused(QUuid::fromString(id), paused);
 }
 
 void NimbrellApp::deleteFolder(const QString &id)

@@ -18,14 +18,14 @@ TrayMenu::TrayMenu(SyncManager &manager, QObject *parent)
 {
     const auto update = [this] {
         // Progress reports come many times a second; rebuild only when a line changes.
-        const QStringList lines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); })
+        const QStringList lines = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.runs().isWaiting(id); })
             + failedLines() + QStringList{conflictLine()} + pauseEntries();
         if (lines != m_shownLines || m_menu->isEmpty())
             rebuild();
     };
-    connect(&manager, &SyncManager::folderInserted, this, update);
-    connect(&manager, &SyncManager::folderChanged, this, update);
-    connect(&manager, &SyncManager::folderRemoved, this, update);
+    connect(&manager.repository(), &FolderRepository::folderInserted, this, update);
+    connect(&manager.repository(), &FolderRepository::folderChanged, this, update);
+    connect(&manager.repository(), &FolderRepository::folderRemoved, this, update);
     rebuild();
 }
 
@@ -67,7 +67,7 @@ QString TrayMenu::conflictLine() const
 {
     qsizetype conflicts = 0;
     for (const SyncFolder &folder : m_manager.folders())
-        conflicts += m_manager.openConflicts(folder.id).size();
+        conflicts += m_manager.conflicts().of(folder.id).size();
     if (conflicts == 0)
         return {};
     return conflicts == 1 ? QStringLiteral("1 conflict") : QStringLiteral("%1 conflicts").arg(conflicts);
@@ -77,7 +77,7 @@ QStringList TrayMenu::pauseEntries() const
 {
     QStringList entries;
     for (const SyncFolder &folder : m_manager.folders())
-        entries.append((m_manager.isPaused(folder.id) ? QStringLiteral("paused ") : QStringLiteral("running ")) + folder.name);
+        entries.append((m_manager.automatic().isPaused(folder.id) ? QStringLiteral("paused ") : QStringLiteral("running ")) + folder.name);
     return entries;
 }
 
@@ -125,7 +125,7 @@ void TrayMenu::setFinishing(bool finishing)
 
 void TrayMenu::rebuild()
 {
-    const QStringList syncing = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.isWaiting(id); });
+    const QStringList syncing = syncingLines(m_manager.folders(), [this](const QUuid &id) { return m_manager.runs().isWaiting(id); });
     const QStringList failed = failedLines();
     const QString conflicts = conflictLine();
     m_shownLines = syncing + failed + QStringList{conflicts} + pauseEntries();
@@ -159,7 +159,7 @@ void TrayMenu::rebuild()
     if (!conflicts.isEmpty()) {
         // A click opens the first folder with a conflict, where both copies are shown.
         for (const SyncFolder &folder : m_manager.folders()) {
-            if (!m_manager.openConflicts(folder.id).isEmpty()) {
+            if (!m_manager.conflicts().of(folder.id).isEmpty()) {
                 m_menu->addAction(conflicts, this, [this, id = folder.id] { Q_EMIT openFolderRequested(id); });
                 break;
             }
@@ -178,10 +178,10 @@ void TrayMenu::rebuild()
         for (const SyncFolder &folder : m_manager.folders()) {
             QAction *action = pause->addAction(escaped(folder.name));
             action->setCheckable(true);
-            action->setChecked(m_manager.isPaused(folder.id));
+            action->setChecked(m_manager.automatic().isPaused(folder.id));
             connect(action, &QAction::toggled, this, [this, id = folder.id](bool paused) {
                 // After the menu has closed: pausing rebuilds it.
-                QMetaObject::invokeMethod(this, [this, id, paused] { m_manager.setPaused(id, paused); }, Qt::QueuedConnection);
+                QMetaObject::invokeMethod(this, [this, id, paused] { m_manager.automatic().setPaused(id, paused); }, Qt::QueuedConnection);
             });
         }
         m_menu->addSeparator();

@@ -146,7 +146,7 @@ private Q_SLOTS:
 
         // A folder list this version cannot use is told once, at start.
         m_settings.setBoolValue(ProblemNotifier::kShowNotificationsKey, true);
-        QFile store(manager.dataFilePath());
+        QFile store(manager.repository().path());
         QVERIFY(store.open(QIODevice::WriteOnly | QIODevice::Truncate) && store.write("[{") == 2);
         store.close();
         SyncManager unusable({m_settings, engine, m_fileEvents});

@@ -56,7 +56,7 @@ private Q_SLOTS:
         writeFile(local + "/report.txt", "first");
 
         MemorySettingsStore settings;
-        settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
         RcloneEngine engine(RcloneSandbox::rclone());
         InotifyFileEventService fileEvents; // 1 s batches
         ActivityLog activity(sandbox.makeDirectory("share") + "/activity.jsonl");
@@ -82,7 +82,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(readFile(served + "/Team Docs/notes/new note.txt"), QByteArray("second"), 30000);
         QTRY_COMPARE_WITH_TIMEOUT(manager.folders()[0].status, SyncStatus::success, 30000);
 
-        const SyncFolder stored = FolderStore::decode(readFile(manager.dataFilePath())).value().value(0);
+        const SyncFolder stored = FolderStore::decode(readFile(manager.repository().path())).value().value(0);
         QCOMPARE(stored.status, SyncStatus::success);
         QVERIFY(stored.lastSync.value() > changedAt.addSecs(5)); // the run came after the quiet time
         QVERIFY(stored.remoteTargets[0].hasResynced);
@@ -216,7 +216,7 @@ private Q_SLOTS:
             const QStringList kept = QDir(remote + "/.nimbrell-removed").entryList(QDir::Dirs | QDir::NoDotAndDotDot);
             QCOMPARE(kept.size(), 1);
             QCOMPARE(readFile(remote + "/.nimbrell-removed/" + kept[0] + "/x.bin"), "there first");
-            QVERIFY(manager.hasKeptRemoved(folder.id));
+            QVERIFY(manager.preferences().hasKept(folder.id));
             synced();
             QVERIFY(!QFileInfo::exists(local + "/.nimbrell-removed"));
             return;
@@ -228,7 +228,7 @@ private Q_SLOTS:
         QVERIFY(edited.setFileTime(copied.addMSecs(400), QFileDevice::FileModificationTime));
         edited.close();
         synced();
-        QVERIFY(!manager.hasKeptRemoved(folder.id)); // nothing kept: nothing to leave out
+        QVERIFY(!manager.preferences().hasKept(folder.id)); // nothing kept: nothing to leave out
         QCOMPARE(readFile(remote + "/x.bin"), QByteArray(280, 'b'));
         QVERIFY(QDir(RcloneEngine::workDirectory()).entryList({"nimbrell-skipped-*"}).isEmpty());
         synced(); // and the pair stays calm
@@ -257,7 +257,7 @@ private Q_SLOTS:
         SyncManager manager({settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
         const SyncFolder folder = backedUp("Docs", local, true);
         manager.addFolder(folder);
-        QVERIFY(!manager.keepsRemoved(folder.id));
+        QVERIFY(!manager.preferences().keepsRemoved(folder.id));
 
         SyncReview review(manager, engine);
         QVERIFY(review.preview(folder.id, folder.remoteTargets[0].id, SyncReview::Kind::resync));
@@ -272,8 +272,8 @@ private Q_SLOTS:
         QCOMPARE(kept.size(), 1);
         QCOMPARE(kept[0].path, "plan.txt");
         QCOMPARE(readFile(RemovedFiles::localFile(folder.id, kept[0])), QByteArray("older here"));
-        QVERIFY(manager.hasKeptRemoved(folder.id));
-        QVERIFY(!manager.keepsRemoved(folder.id));
+        QVERIFY(manager.preferences().hasKept(folder.id));
+        QVERIFY(!manager.preferences().keepsRemoved(folder.id));
     }
 
     // "Keep removed and replaced files", for a target inside a remote and one
@@ -316,7 +316,7 @@ private Q_SLOTS:
         folder.localPath = local;
         folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", remotePath, false}};
         manager.addFolder(folder);
-        manager.setKeepsRemoved(folder.id, true);
+        manager.preferences().setKeepsRemoved(folder.id, true);
         RecentlyRemoved &removed = manager.recentlyRemoved();
         const auto synced = [&] {
             QSignalSpy completed(&manager, &SyncManager::runCompleted);
@@ -389,7 +389,7 @@ private Q_SLOTS:
         QCOMPARE(listed().first, QStringList());
 
         // Once keeping stops, a deletion is a deletion, and nothing kept syncs down.
-        manager.setKeepsRemoved(folder.id, false);
+        manager.preferences().setKeepsRemoved(folder.id, false);
         QVERIFY(QFile::remove(local + "/c.txt"));
         synced();
         QVERIFY(!QFile::exists(remote + "/c.txt"));
@@ -447,8 +447,8 @@ private Q_SLOTS:
         }
 
         MemorySettingsStore settings;
-        settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
-        settings.values.insert(SyncManager::kGlobalSyncIntervalKey, 60);
+        settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
+        settings.values.insert(AutomaticSync::kGlobalSyncIntervalKey, 60);
         RcloneEngine engine(RcloneSandbox::rclone());
         InotifyFileEventService fileEvents(1000ms, 200); // fewer watches than directories
         QDateTime now = QDateTime::currentDateTimeUtc();

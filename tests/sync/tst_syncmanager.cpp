@@ -76,41 +76,41 @@ private Q_SLOTS:
         QFETCH(QVariant, storedEnabled);
         QFETCH(QVariant, storedInterval);
         if (storedEnabled.isValid())
-            m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, storedEnabled);
+            m_settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, storedEnabled);
         if (storedInterval.isValid())
-            m_settings.values.insert(SyncManager::kGlobalSyncIntervalKey, storedInterval);
+            m_settings.values.insert(AutomaticSync::kGlobalSyncIntervalKey, storedInterval);
 
         SyncManager manager(environment());
         QFETCH(bool, enabled);
         QFETCH(qint64, interval);
-        QCOMPARE(manager.isGlobalSyncEnabled(), enabled);
-        QCOMPARE(manager.globalSyncIntervalMinutes(), interval);
+        QCOMPARE(manager.automatic().isGlobalSyncEnabled(), enabled);
+        QCOMPARE(manager.automatic().globalSyncIntervalMinutes(), interval);
         QCOMPARE(m_settings.writes, 0); // construction writes nothing back
-        QCOMPARE(manager.dataFilePath(), storePath());
+        QCOMPARE(manager.repository().path(), storePath());
     }
 
     void settersStoreAndLog()
     {
         SyncManager manager(environment());
-        QSignalSpy enabledSpy(&manager, &SyncManager::isGlobalSyncEnabledChanged);
-        QSignalSpy intervalSpy(&manager, &SyncManager::globalSyncIntervalMinutesChanged);
+        QSignalSpy enabledSpy(&manager.automatic(), &AutomaticSync::isGlobalSyncEnabledChanged);
+        QSignalSpy intervalSpy(&manager.automatic(), &AutomaticSync::globalSyncIntervalMinutesChanged);
 
         QTest::ignoreMessage(QtInfoMsg, "Global sync enabled changed to: true");
-        manager.setGlobalSyncEnabled(true);
-        QCOMPARE(m_settings.values.value(SyncManager::kGlobalSyncEnabledKey), QVariant(true));
+        manager.automatic().setGlobalSyncEnabled(true);
+        QCOMPARE(m_settings.values.value(AutomaticSync::kGlobalSyncEnabledKey), QVariant(true));
         QCOMPARE(enabledSpy.count(), 1);
 
         QTest::ignoreMessage(QtInfoMsg, "Global sync enabled changed to: false");
-        manager.setGlobalSyncEnabled(false);
+        manager.automatic().setGlobalSyncEnabled(false);
 
         QTest::ignoreMessage(QtInfoMsg, "Global sync interval changed to: 15");
-        manager.setGlobalSyncIntervalMinutes(15);
-        QCOMPARE(manager.globalSyncIntervalMinutes(), 15);
+        manager.automatic().setGlobalSyncIntervalMinutes(15);
+        QCOMPARE(manager.automatic().globalSyncIntervalMinutes(), 15);
         QCOMPARE(intervalSpy.count(), 1);
 
         SyncManager reread(environment()); // what the setters stored
-        QCOMPARE(reread.globalSyncIntervalMinutes(), 15);
-        QVERIFY(!reread.isGlobalSyncEnabled());
+        QCOMPARE(reread.automatic().globalSyncIntervalMinutes(), 15);
+        QVERIFY(!reread.automatic().isGlobalSyncEnabled());
     }
 
     // Nothing is written before the first folder comes. An edit keeps what the
@@ -134,13 +134,13 @@ private Q_SLOTS:
         {
             SyncManager manager(environment());
             QVERIFY(manager.folders().isEmpty());
-            QSignalSpy changed(&manager, &SyncManager::folderChanged);
+            QSignalSpy changed(&manager.repository(), &FolderRepository::folderChanged);
             manager.updateFolder(makeFolder("Ghost")); // unknown: nothing changes
             QVERIFY(manager.folders().isEmpty());
             QVERIFY(changed.isEmpty());
             QVERIFY(!QFileInfo::exists(storePath()));
 
-            QSignalSpy inserted(&manager, &SyncManager::folderInserted);
+            QSignalSpy inserted(&manager.repository(), &FolderRepository::folderInserted);
             for (const SyncFolder &folder : std::as_const(saved))
                 manager.addFolder(folder);
             QCOMPARE(inserted.count(), 3);
@@ -217,8 +217,8 @@ private Q_SLOTS:
         {
             SyncManager manager(environment());
             QVERIFY(manager.folders().isEmpty());
-            QVERIFY(manager.storeProblem().contains("cannot be used"));
-            manager.saveFolders(); // what quitting does
+            QVERIFY(manager.repository().problem().contains("cannot be used"));
+            manager.repository().save(); // what quitting does
         }
         QCOMPARE(readFile(storePath()), bytes); // starting and quitting change nothing
         QCOMPARE(asides(), QStringList{"rclone_sync_folders.json.unreadable"});
@@ -228,7 +228,7 @@ private Q_SLOTS:
             SyncManager manager(environment());
             const SyncFolder folder = makeFolder("New");
             manager.addFolder(folder);
-            QCOMPARE(manager.storeProblem(), QString());
+            QCOMPARE(manager.repository().problem(), QString());
             QCOMPARE(FolderStore::decode(readFile(storePath())), QList<SyncFolder>{folder});
             manager.addFolder(makeFolder("Second")); // later saves leave the copy alone
         }
@@ -251,18 +251,18 @@ private Q_SLOTS:
         quickRetry.timings.storeRetry = std::chrono::milliseconds(50);
         SyncManager manager(quickRetry);
         QVERIFY(manager.folders().isEmpty());
-        QVERIFY(manager.storeProblem().contains("could not be read"));
+        QVERIFY(manager.repository().problem().contains("could not be read"));
         const SyncFolder added = makeFolder("Added");
         manager.addFolder(added);
-        manager.saveFolders();
+        manager.repository().save();
         QVERIFY(QFileInfo(storePath()).isDir());
-        QVERIFY(manager.storeProblem().contains("could not be read"));
+        QVERIFY(manager.repository().problem().contains("could not be read"));
 
         const SyncFolder stored = makeFolder("Stored");
         QVERIFY(QDir(storePath()).removeRecursively());
         writeFile(storePath(), FolderStore::encode({stored}).value());
         QTRY_COMPARE(manager.folders(), (QList<SyncFolder>{stored, added}));
-        QCOMPARE(manager.storeProblem(), QString());
+        QCOMPARE(manager.repository().problem(), QString());
         QCOMPARE(FolderStore::decode(readFile(storePath())), (QList<SyncFolder>{stored, added}));
         // Owner, group and others (the "user" bits repeat the owner's).
         QCOMPARE(QFile::permissions(storePath()) & QFileDevice::Permissions(0x7077),
@@ -290,20 +290,20 @@ private Q_SLOTS:
         SyncEnvironment quickRetry = environment();
         quickRetry.timings.storeRetry = std::chrono::milliseconds(50);
         SyncManager manager(quickRetry);
-        QSignalSpy problems(&manager, &SyncManager::storeProblemChanged);
+        QSignalSpy problems(&manager.repository(), &FolderRepository::problemChanged);
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^The folder list could not be saved to "));
         const SyncFolder folder = makeFolder("New");
         manager.addFolder(folder);
         QCOMPARE(manager.folders(), QList<SyncFolder>{folder}); // nothing in memory is dropped
-        QVERIFY2(manager.storeProblem().startsWith("The folder list could not be saved to " + storePath()),
-                 qPrintable(manager.storeProblem()));
+        QVERIFY2(manager.repository().problem().startsWith("The folder list could not be saved to " + storePath()),
+                 qPrintable(manager.repository().problem()));
         QCOMPARE(problems.count(), 1);
         QVERIFY(!QFileInfo::exists(storePath())); // and no empty file in its place
 
         // Room again: the retry saves it, and the problem is gone.
         QVERIFY(PrivateMounts::unmount(directory));
         QTRY_COMPARE(FolderStore::decode(readFile(storePath())), QList<SyncFolder>{folder});
-        QCOMPARE(manager.storeProblem(), QString());
+        QCOMPARE(manager.repository().problem(), QString());
         QCOMPARE(problems.count(), 2);
     }
 
@@ -331,11 +331,11 @@ private Q_SLOTS:
         qputenv("XDG_DATA_HOME", QFile::encodeName(m_home.filePath(".local/share")));
         SyncManager manager(withActivity);
         manager.addFolder(folder);
-        manager.recheckConflicts(folder.id);
-        QCOMPARE(manager.openConflicts(folder.id).size(), 2);
+        manager.conflicts().recheck(folder.id);
+        QCOMPARE(manager.conflicts().of(folder.id).size(), 2);
         const auto settle = [&](const QString &original, const QString &renamed) {
             QString said = "no answer";
-            manager.settleConflict(folder.id, {original, renamed}, ConflictCopies::Choice::keepOriginal, &manager,
+            manager.conflicts().settle(folder.id, {original, renamed}, ConflictCopies::Choice::keepOriginal, &manager,
                                    [&said](const QString &error) { said = error; });
             return said;
         };
@@ -349,7 +349,7 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo::exists(local + "/a.txt.conflict1"));
         QCOMPARE(readFile(m_home.filePath(".local/share/Trash/files/a.txt.conflict1")), "a.txt.conflict1");
         QCOMPARE(readFile(local + "/a.txt"), "a.txt");
-        QVERIFY(manager.openConflicts(folder.id).isEmpty());
+        QVERIFY(manager.conflicts().of(folder.id).isEmpty());
     }
 
     void deleteRemovesTheFolderOnly()
@@ -359,7 +359,7 @@ private Q_SLOTS:
         twin.id = a.id;
         writeFile(storePath(), FolderStore::encode({a, b, c, twin}).value());
         SyncManager manager(environment());
-        QSignalSpy removed(&manager, &SyncManager::folderRemoved);
+        QSignalSpy removed(&manager.repository(), &FolderRepository::folderRemoved);
 
         manager.deleteFolder(b.id);
         QCOMPARE(manager.folders(), (QList<SyncFolder>{a, c, twin}));

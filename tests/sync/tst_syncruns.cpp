@@ -131,7 +131,7 @@ private Q_SLOTS:
 
         LogCapture log;
         QList<double> progress;
-        connect(&manager, &SyncManager::folderChanged, this,
+        connect(&manager.repository(), &FolderRepository::folderChanged, this,
                 [&](qsizetype row) { progress.append(manager.folders().at(row).progress); });
         m_now = m_now.addSecs(30);
         manager.syncFolder(folder.id);
@@ -260,7 +260,7 @@ private Q_SLOTS:
         gone.remoteTargets[0].remoteName = "g";
         manager.addFolder(folder);
         manager.addFolder(gone);
-        manager.setKeepsRemoved(folder.id, true);
+        manager.preferences().setKeepsRemoved(folder.id, true);
         LogCapture log;
         manager.syncFolder(folder.id);
         manager.syncFolder(gone.id);
@@ -272,7 +272,7 @@ private Q_SLOTS:
         manager.deleteFolder(gone.id);
         QCOMPARE(manager.folders(), QList<SyncFolder>{folder}); // idle, no progress, no target, no texts
         QCOMPARE(storedFolders(), QList<SyncFolder>{folder});
-        QVERIFY(!manager.isRunning(folder.id));
+        QVERIFY(!manager.runs().isRunning(folder.id));
 
         release("r1");
         release("r2");
@@ -317,7 +317,7 @@ private Q_SLOTS:
             folders.last().remoteTargets[0].remoteName = name;
             manager.addFolder(folders.last());
         }
-        QSignalSpy activity(&manager, &SyncManager::syncActivityChanged);
+        QSignalSpy activity(&manager.runs(), &RunScheduler::activeChanged);
         manager.syncFolder(folders[0].id);
         manager.syncAllFolders();          // automatic: B, C, D
         manager.syncFolder(folders[3].id); // the user's goes ahead of C
@@ -325,7 +325,7 @@ private Q_SLOTS:
         QCOMPARE(activity.count(), 1);
         for (const SyncFolder &folder : manager.folders())
             QCOMPARE(folder.status, SyncStatus::syncing);
-        QVERIFY(!manager.isWaiting(folders[0].id) && manager.isWaiting(folders[2].id) && manager.isWaiting(folders[3].id));
+        QVERIFY(!manager.runs().isWaiting(folders[0].id) && manager.runs().isWaiting(folders[2].id) && manager.runs().isWaiting(folders[3].id));
 
         manager.cancelSync(folders[2].id); // leaves the queue
         QCOMPARE(manager.folders()[2].status, SyncStatus::idle);
@@ -336,7 +336,7 @@ private Q_SLOTS:
         QCOMPARE(manager.folders()[1].status, SyncStatus::idle);
         QCOMPARE(storedFolders().value(3).status, SyncStatus::idle);
         QVERIFY(!manager.syncFolder(folders[2].id));
-        QTRY_VERIFY(!manager.isSyncActive());
+        QTRY_VERIFY(!manager.runs().isActive());
         QCOMPARE(activity.count(), 2);
         QCOMPARE(bisyncRemotes().size(), 3);
 
@@ -361,10 +361,10 @@ private Q_SLOTS:
         QTRY_COMPARE(bisyncRemotes().size(), 1);
         manager.cancelSync(folder.id);
         QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
-        QVERIFY(manager.isSyncActive()); // its child is still stopping
+        QVERIFY(manager.runs().isActive()); // its child is still stopping
         manager.syncFolder(folder.id);
         manager.syncFolder(folder.id);
-        QVERIFY(manager.isWaiting(folder.id));
+        QVERIFY(manager.runs().isWaiting(folder.id));
         QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
         QCOMPARE(bisyncRemotes().size(), 2);
         QVERIFY(!QFile::exists(m_fake->directory() + "/overlap"));
@@ -385,13 +385,13 @@ private Q_SLOTS:
         manager.addFolder(folder);
         manager.syncFolder(folder.id); // the user's run, automatic sync off
         QTRY_COMPARE(bisyncRemotes().size(), 1);
-        manager.setGlobalSyncEnabled(true);
+        manager.automatic().setGlobalSyncEnabled(true);
         QCOMPARE(m_fileEvents.watchedPaths(), QStringList{folder.localPath});
-        QVERIFY(manager.watcher(folder.id)->isSyncing());
+        QVERIFY(manager.automatic().watcher(folder.id)->isSyncing());
         m_fileEvents.change(folder.localPath);
-        QTRY_VERIFY(manager.watcher(folder.id)->isDirty());
+        QTRY_VERIFY(manager.automatic().watcher(folder.id)->isDirty());
         manager.cancelSync(folder.id);
-        QVERIFY(!manager.watcher(folder.id)->isDirty() && !manager.watcher(folder.id)->isSyncing());
+        QVERIFY(!manager.automatic().watcher(folder.id)->isDirty() && !manager.automatic().watcher(folder.id)->isSyncing());
         QTest::qWait(600);
         QCOMPARE(bisyncRemotes().size(), 1);
         QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
@@ -408,12 +408,12 @@ private Q_SLOTS:
 
         manager.syncFolder(folder.id); // a run the user started
         QTRY_COMPARE(bisyncRemotes().size(), 3);
-        QVERIFY(manager.watcher(folder.id)->isSyncing());
+        QVERIFY(manager.automatic().watcher(folder.id)->isSyncing());
         for (int i = 0; i < 3; ++i) {
             m_fileEvents.change(folder.localPath);
             QTest::qWait(400); // each debounce ends during the run
         }
-        QVERIFY(manager.watcher(folder.id)->isDirty());
+        QVERIFY(manager.automatic().watcher(folder.id)->isDirty());
         QCOMPARE(bisyncRemotes().size(), 3);
 
         release("r0");
@@ -423,7 +423,7 @@ private Q_SLOTS:
         QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
         QTest::qWait(400);
         QCOMPARE(bisyncRemotes().size(), 4);
-        QVERIFY(!manager.watcher(folder.id)->isSyncing());
+        QVERIFY(!manager.automatic().watcher(folder.id)->isSyncing());
     }
 
     // Switched on, automatic sync watches and syncs every folder, and the
@@ -441,7 +441,7 @@ private Q_SLOTS:
         manager.addFolder(c);
         QVERIFY(m_fileEvents.watchedPaths().isEmpty()); // off at first launch
 
-        manager.setGlobalSyncEnabled(true);
+        manager.automatic().setGlobalSyncEnabled(true);
         QCOMPARE(m_fileEvents.watchedPaths(), (QStringList{a.localPath, b.localPath, c.localPath}));
         QCOMPARE(manager.folders()[0].status, SyncStatus::syncing);
         QCOMPARE(manager.folders()[1].status, SyncStatus::syncing);
@@ -449,7 +449,7 @@ private Q_SLOTS:
         QVERIFY(!manager.syncFolder(c.id) && !manager.syncFolder(QUuid::createUuid()));
         m_fileEvents.change(c.localPath);
         QTest::qWait(400);
-        QVERIFY(!manager.watcher(c.id)->isSyncing() && !manager.isRunning(c.id));
+        QVERIFY(!manager.automatic().watcher(c.id)->isSyncing() && !manager.runs().isRunning(c.id));
         QCOMPARE(manager.folders()[2], c);
         QCOMPARE(bisyncRemotes().size(), 2);
 
@@ -463,11 +463,11 @@ private Q_SLOTS:
         manager.deleteFolder(c.id);
         QCOMPARE(m_fileEvents.watchedPaths(), (QStringList{a.localPath, "/elsewhere"}));
 
-        manager.setGlobalSyncEnabled(false);
+        manager.automatic().setGlobalSyncEnabled(false);
         QVERIFY(m_fileEvents.watchedPaths().isEmpty());
         QCOMPARE(manager.folders()[0].status, SyncStatus::idle);
         QCOMPARE(manager.folders()[1].status, SyncStatus::idle);
-        QVERIFY(!manager.isRunning(a.id) && !manager.isRunning(b.id));
+        QVERIFY(!manager.runs().isRunning(a.id) && !manager.runs().isRunning(b.id));
     }
 
     // ---- periodic check -------------------------------------------------
@@ -477,7 +477,7 @@ private Q_SLOTS:
     void periodicCheck()
     {
         m_fake->script("bisync", kHeldBisync);
-        m_settings.values.insert(SyncManager::kGlobalSyncIntervalKey, 30);
+        m_settings.values.insert(AutomaticSync::kGlobalSyncIntervalKey, 30);
         SyncFolder crashed = makeFolder("Crashed", 1);
         crashed.status = SyncStatus::syncing;
         writeStore({crashed, makeFolder("Never", 1), makeFolder("Other", 1)});
@@ -486,12 +486,12 @@ private Q_SLOTS:
         QTest::qWait(300); // automatic sync is off: ticks do nothing
         QVERIFY(bisyncRemotes().isEmpty());
 
-        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
+        m_settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
         SyncManager enabled(environment({100ms, 1h, 1h}));
         QCOMPARE(m_fileEvents.watchedPaths().size(), 3);
-        QCOMPARE(m_fileEvents.lastIgnored, enabled.ownPaths()); // the program's own writes start nothing
-        QVERIFY(enabled.ownPaths().contains(RcloneEngine::workDirectory()));
-        QVERIFY(enabled.ownPaths().contains(enabled.dataFilePath()));
+        QCOMPARE(m_fileEvents.lastIgnored, enabled.automatic().ownPaths()); // the program's own writes start nothing
+        QVERIFY(enabled.automatic().ownPaths().contains(RcloneEngine::workDirectory()));
+        QVERIFY(enabled.automatic().ownPaths().contains(enabled.repository().path()));
         QTRY_COMPARE(sorted(bisyncRemotes()), (QStringList{"r0:Crashed", "r0:Never", "r0:Other"}));
         release("r0");
         QTRY_VERIFY(std::all_of(enabled.folders().begin(), enabled.folders().end(),
@@ -520,20 +520,20 @@ private Q_SLOTS:
     {
         release("r0"); // every run ends at once
         m_fake->script("bisync", kHeldBisync);
-        m_settings.values.insert(SyncManager::kGlobalSyncEnabledKey, true);
-        m_settings.values.insert(SyncManager::kGlobalSyncIntervalKey, 30);
+        m_settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
+        m_settings.values.insert(AutomaticSync::kGlobalSyncIntervalKey, 30);
         const SyncFolder a = makeFolder("A", 1), b = makeFolder("B", 1);
         writeStore({a, b});
         FolderPreferences().setPaused(b.id, true);
         SyncManager manager(environment({100ms, 200ms, 100ms}));
-        QVERIFY(manager.isPaused(b.id) && !manager.isPaused(a.id));
+        QVERIFY(manager.automatic().isPaused(b.id) && !manager.automatic().isPaused(a.id));
         QTRY_COMPARE(bisyncRemotes(), QStringList{"r0:A"});
         QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
 
         m_fileEvents.change(b.localPath);
         m_now = m_now.addSecs(31 * 60);
         QTRY_COMPARE(bisyncRemotes(), (QStringList{"r0:A", "r0:A"}));
-        QTRY_VERIFY(!manager.isRunning(a.id)); // sync-all passes over a folder that syncs
+        QTRY_VERIFY(!manager.runs().isRunning(a.id)); // sync-all passes over a folder that syncs
         manager.syncAllFolders();
         QTRY_COMPARE(bisyncRemotes().count("r0:A"), 3);
         QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
@@ -544,11 +544,11 @@ private Q_SLOTS:
         QTRY_COMPARE(bisyncRemotes().count("r0:B"), 1);
         QTRY_COMPARE(manager.folders()[1].status, SyncStatus::success);
         QVERIFY(manager.syncFolder(a.id, SyncTrigger::user));
-        manager.setPaused(a.id, true);
+        manager.automatic().setPaused(a.id, true);
         QTRY_COMPARE(bisyncRemotes().count("r0:A"), 4);
         QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
 
-        manager.setPaused(b.id, false);
+        manager.automatic().setPaused(b.id, false);
         QTRY_COMPARE(bisyncRemotes().count("r0:B"), 2);
         QTRY_COMPARE(manager.folders()[1].status, SyncStatus::success);
         QCOMPARE(FolderPreferences().isPaused(a.id), true);
@@ -559,22 +559,22 @@ private Q_SLOTS:
         // On battery, with "Pause on Battery Power": automatic runs wait, a
         // user's does not; on mains again, what changed meanwhile syncs once.
         // A metered connection holds nothing while its setting is off.
-        QSignalSpy held(&manager, &SyncManager::holdChanged);
-        manager.setConditions(true, true);
-        QCOMPARE(manager.holdReason(), QString());
-        manager.setPauseOnBattery(true);
-        QCOMPARE(manager.holdReason(), "on battery power");
-        QVERIFY(m_settings.values.value(SyncManager::kPauseOnBatteryKey).toBool());
+        QSignalSpy held(&manager.automatic(), &AutomaticSync::holdChanged);
+        manager.automatic().setConditions(true, true);
+        QCOMPARE(manager.automatic().holdReason(), QString());
+        manager.automatic().setPauseOnBattery(true);
+        QCOMPARE(manager.automatic().holdReason(), "on battery power");
+        QVERIFY(m_settings.values.value(AutomaticSync::kPauseOnBatteryKey).toBool());
         m_fileEvents.change(b.localPath);
         QTest::qWait(400);
         QCOMPARE(bisyncRemotes().size(), 6);
         QVERIFY(manager.syncFolder(b.id, SyncTrigger::user));
         QTRY_COMPARE(bisyncRemotes().size(), 7);
-        QTRY_VERIFY(!manager.isRunning(b.id));
+        QTRY_VERIFY(!manager.runs().isRunning(b.id));
         m_fileEvents.change(b.localPath);
         QTest::qWait(400);
-        manager.setConditions(true, false);
-        QCOMPARE(manager.holdReason(), QString());
+        manager.automatic().setConditions(true, false);
+        QCOMPARE(manager.automatic().holdReason(), QString());
         QTRY_COMPARE(bisyncRemotes().size(), 8);
         QTest::qWait(300);
         QCOMPARE(bisyncRemotes().size(), 8);

@@ -425,7 +425,7 @@ private Q_SLOTS:
         const SyncFolder notes = folder("Notes", local, {"backup:"});
         QQuickWindow *main = startApp({notes});
         SyncManager *manager = m_app->syncManager();
-        manager->setKeepsRemoved(notes.id, true);
+        manager->preferences().setKeepsRemoved(notes.id, true);
         for (const char *step : {"first", "overwritten there"}) {
             if (QByteArray(step) != "first")
                 writeFile(remote + "/plan.txt", "theirs");
@@ -492,11 +492,11 @@ private Q_SLOTS:
         // Paused from its pane: said so there, in the sidebar and on the dashboard's count.
         click(main, item(main, "pauseFolder"));
         QTRY_COMPARE(missing(main, {"Paused", "1 remote · Paused", "Resume"}), QStringList());
-        QVERIFY(m_app->syncManager()->isPaused(created.id));
+        QVERIFY(m_app->syncManager()->automatic().isPaused(created.id));
         QCOMPARE(m_app->folders()->pausedCount(), 1);
         QTest::qWait(450); // not the second click of a double-click, which would undo the first
         click(main, item(main, "pauseFolder"));
-        QTRY_VERIFY(!m_app->syncManager()->isPaused(created.id));
+        QTRY_VERIFY(!m_app->syncManager()->automatic().isPaused(created.id));
         QTRY_VERIFY(visibleTexts(main).contains("Pause"));
 
         // Edit the name.
@@ -508,10 +508,10 @@ private Q_SLOTS:
         for (const char c : QByteArray(" 2026"))
             QTest::keyClick(main, c);
         click(main, item(main, "editPaused")); // Safety & Control, saved with the rest
-        QVERIFY(!m_app->syncManager()->isPaused(created.id));
+        QVERIFY(!m_app->syncManager()->automatic().isPaused(created.id));
         click(main, item(main, "confirmEdit"));
         QTRY_COMPARE(m_app->syncManager()->folders().first().name, "Documents 2026");
-        QVERIFY(m_app->syncManager()->isPaused(created.id));
+        QVERIFY(m_app->syncManager()->automatic().isPaused(created.id));
         QTRY_VERIFY(visibleTexts(main).contains("Documents 2026"));
 
         // Abort a sync that runs long enough to be aborted.

@@ -89,6 +89,7 @@ private Q_SLOTS:
                  QStringList());
         QCOMPARE(visibleTexts(main).count("0"), 6); // the three cards and the three pills
         QVERIFY(main->findChild<QQuickItem *>("dashboardRow")->property("highlighted").toBool());
+        click(main, main->findChild<QQuickItem *>("syncAllNow")); // reaches the manager: no warning
 
         QQuickWindow *settings = m_app->openWindow("settings");
         QVERIFY(QTest::qWaitForWindowExposed(settings));
@@ -105,9 +106,9 @@ private Q_SLOTS:
         QVERIFY(globalSync);
         QMetaObject::invokeMethod(globalSync, "toggle");
         QMetaObject::invokeMethod(globalSync, "toggled");
-        QVERIFY(m_app->syncManager()->isGlobalSyncEnabled());
-        QVERIFY(m_settings.values.value(SyncManager::kGlobalSyncEnabledKey).toBool());
-        m_app->syncManager()->setGlobalSyncEnabled(false);
+        QVERIFY(m_app->syncManager()->automatic().isGlobalSyncEnabled());
+        QVERIFY(m_settings.values.value(AutomaticSync::kGlobalSyncEnabledKey).toBool());
+        m_app->syncManager()->automatic().setGlobalSyncEnabled(false);
         QTRY_VERIFY(!globalSync->property("checked").toBool());
         // Limit Bandwidth: the rates as typed, in KiB/s or MiB/s; a timetable
         // rclone would refuse is said so and not saved.

@@ -156,7 +156,7 @@ private Q_SLOTS:
         QCOMPARE(pauseEntry()->text(), "Docs && Notes");
         QVERIFY(pauseEntry()->isCheckable() && !pauseEntry()->isChecked());
         pauseEntry()->trigger();
-        QTRY_VERIFY(manager.isPaused(manager.folders().first().id));
+        QTRY_VERIFY(manager.automatic().isPaused(manager.folders().first().id));
         QVERIFY(pauseEntry()->isChecked());
         tray.setFinishing(true);
         QCOMPARE(texts().mid(0, 3), (QStringList{"Finishing syncs…", "-", "Open Dashboard"}));

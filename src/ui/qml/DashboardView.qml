@@ -9,6 +9,7 @@ Item {
     required property NimbrellApp app
     readonly property FolderListModel folders: app.folders
     readonly property SyncManager manager: app.syncManager
+    readonly property AutomaticSync automatic: manager.automatic
 
     ScrollView {
         id: scroll
@@ -50,23 +51,23 @@ Item {
                         RowLayout {
                             spacing: 6
                             Icon {
-                                name: manager.isGlobalSyncEnabled ? "bolt.fill" : "bolt.slash.fill"
-                                color: manager.isGlobalSyncEnabled ? "#F5B400" : app.theme.secondary
+                                name: automatic.isGlobalSyncEnabled ? "bolt.fill" : "bolt.slash.fill"
+                                color: automatic.isGlobalSyncEnabled ? "#F5B400" : app.theme.secondary
                             }
                             Label { text: "Global Sync"; font.weight: Font.DemiBold }
                             AppSwitch {
                                 objectName: "dashboardGlobalSync"
                                 Accessible.name: "Global Sync"
-                                checked: manager.isGlobalSyncEnabled
-                                onToggled: manager.isGlobalSyncEnabled = checked
+                                checked: automatic.isGlobalSyncEnabled
+                                onToggled: automatic.isGlobalSyncEnabled = checked
                             }
                         }
                         Label {
                             objectName: "globalSyncState"
-                            text: !manager.isGlobalSyncEnabled ? "Paused"
-                                : manager.holdReason !== "" ? "Paused: " + manager.holdReason
+                            text: !automatic.isGlobalSyncEnabled ? "Paused"
+                                : automatic.holdReason !== "" ? "Paused: " + automatic.holdReason
                                 : "Active & Auto-syncing"
-                            color: manager.isGlobalSyncEnabled && manager.holdReason === "" ? app.theme.green
+                            color: automatic.isGlobalSyncEnabled && automatic.holdReason === "" ? app.theme.green
                                                                                            : app.theme.secondary
                             font.pixelSize: 11
                         }
@@ -85,7 +86,7 @@ Item {
             // The folder list on disk is not the one shown.
             Rectangle {
                 objectName: "storeProblem"
-                visible: manager.storeProblem !== ""
+                visible: manager.repository.problem !== ""
                 Layout.fillWidth: true
                 Layout.leftMargin: 24
                 Layout.rightMargin: 24
@@ -101,7 +102,7 @@ Item {
                     Icon { name: "exclamationmark.triangle.fill"; color: app.theme.red }
                     Label {
                         Layout.fillWidth: true
-                        text: manager.storeProblem
+                        text: manager.repository.problem
                         wrapMode: Text.Wrap
                         Accessible.role: Accessible.AlertMessage
                     }

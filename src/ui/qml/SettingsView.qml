@@ -31,7 +31,7 @@ ColumnLayout {
         }
     }
 
-    readonly property SyncManager manager: app.syncManager
+    readonly property AutomaticSync automatic: app.syncManager.automatic
     spacing: 0
 
     Component.onCompleted: app.settings.loadVersion()
@@ -93,8 +93,8 @@ ColumnLayout {
                 AppSwitch {
                     objectName: "globalSync"
                     text: "Enable Global Sync"
-                    checked: view.manager.isGlobalSyncEnabled
-                    onToggled: view.manager.isGlobalSyncEnabled = checked
+                    checked: view.automatic.isGlobalSyncEnabled
+                    onToggled: view.automatic.isGlobalSyncEnabled = checked
                 }
                 Label {
                     Layout.fillWidth: true
@@ -113,8 +113,8 @@ ColumnLayout {
                         textRole: "label"
                         valueRole: "minutes"
                         // (count: look again once the choices are there)
-                        currentIndex: count > 0 ? indexOfValue(view.manager.globalSyncIntervalMinutes) : -1
-                        onActivated: view.manager.globalSyncIntervalMinutes = currentValue
+                        currentIndex: count > 0 ? indexOfValue(view.automatic.globalSyncIntervalMinutes) : -1
+                        onActivated: view.automatic.globalSyncIntervalMinutes = currentValue
                     }
                 }
                 Label {
@@ -129,8 +129,8 @@ ColumnLayout {
                     Layout.topMargin: 8
                     text: "Pause on Metered Connections"
                     enabled: app.canTellMetered
-                    checked: view.manager.pauseOnMetered
-                    onToggled: view.manager.pauseOnMetered = checked
+                    checked: view.automatic.pauseOnMetered
+                    onToggled: view.automatic.pauseOnMetered = checked
                 }
                 Label {
                     Layout.fillWidth: true
@@ -144,8 +144,8 @@ ColumnLayout {
                     objectName: "pauseOnBattery"
                     text: "Pause on Battery Power"
                     enabled: app.canTellBattery
-                    checked: view.manager.pauseOnBattery
-                    onToggled: view.manager.pauseOnBattery = checked
+                    checked: view.automatic.pauseOnBattery
+                    onToggled: view.automatic.pauseOnBattery = checked
                 }
                 Label {
                     Layout.fillWidth: true
