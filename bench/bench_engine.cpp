@@ -1,6 +1,8 @@
 // Prints the progress parser's throughput on real bisync output, and the wall
 // time of a no-change bisync through the engine next to rclone run directly.
 #include "engine/ChangeParser.h"
+#include "engine/BisyncLocks.h"
+#include "engine/Bisync.h"
 #include "engine/ProgressParser.h"
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
@@ -63,7 +65,7 @@ Recorded recordBisync(const QString &rclone, const BisyncRequest &request)
 {
     QProcess process;
     process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(rclone, RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory()));
+    process.start(rclone, Bisync::arguments(request, BisyncLocks::workDirectory()));
     process.waitForFinished(-1);
     const QByteArray output = process.readAll();
     Recorded recorded{output.size(), {}};
@@ -109,7 +111,7 @@ int main(int argc, char *argv[])
             return 1;
         config.write("[backup]\ntype = alias\nremote = " + QFile::encodeName(root.filePath(QStringLiteral("remote"))) + "\n");
     }
-    QDir().mkpath(RcloneEngine::workDirectory());
+    QDir().mkpath(BisyncLocks::workDirectory());
 
     // 1. Parser throughput on the output of a first sync of 2,000 files.
     const QString big = root.filePath(QStringLiteral("big"));
@@ -142,7 +144,7 @@ int main(int argc, char *argv[])
     BisyncRequest request{tree, QStringLiteral("backup:tree"), SyncFilterOptions(), ConflictResolution::keepBoth, true};
     engineBisync(engine, request); // the initial sync
     request.isInitialSync = false;
-    const QStringList raw = RcloneEngine::bisyncArguments(request, RcloneEngine::workDirectory());
+    const QStringList raw = Bisync::arguments(request, BisyncLocks::workDirectory());
     const QStringList mkdir{QStringLiteral("mkdir"), request.remoteSpec};
     constexpr int kRuns = 11;
     std::vector<double> viaEngine, direct, directWithMkdir;

@@ -1,6 +1,8 @@
 // The preview of a recovery against the same dry run of rclone alone: 10,000
 // files, 100 changed on each side, local remotes. Prints figures.
 #include "BenchSupport.h"
+#include "engine/BisyncLocks.h"
+#include "engine/Bisync.h"
 #include "engine/RcloneEngine.h"
 #include "fakes/FakeFileEventService.h"
 #include "sync/SyncManager.h"
@@ -43,9 +45,9 @@ int main(int argc, char *argv[])
     write(root.filePath(QStringLiteral("rclone.conf")), "[bench]\ntype = alias\nremote = " + remote.toUtf8() + "\n");
     RcloneEngine engine(QStringLiteral(RCLONE_PATH));
     const QString target = QStringLiteral("bench:");
-    const QStringList first = RcloneEngine::bisyncArguments({local, target, std::nullopt, ConflictResolution::keepBoth, true, {}},
-                                                            RcloneEngine::workDirectory());
-    QDir().mkpath(RcloneEngine::workDirectory());
+    const QStringList first = Bisync::arguments({local, target, std::nullopt, ConflictResolution::keepBoth, true, {}},
+                                                            BisyncLocks::workDirectory());
+    QDir().mkpath(BisyncLocks::workDirectory());
     QProcess initial;
     initial.setStandardOutputFile(QProcess::nullDevice());
     initial.setStandardErrorFile(QProcess::nullDevice());
@@ -65,9 +67,9 @@ int main(int argc, char *argv[])
     folder.localPath = local;
     folder.remoteTargets = {{QUuid::createUuid(), QStringLiteral("bench"), QString(), true}};
     manager.addFolder(folder);
-    const QStringList direct = RcloneEngine::bisyncArguments(
+    const QStringList direct = Bisync::arguments(
         {local, target, folder.filters, folder.conflictResolution, false, SyncReview::extraArguments(SyncReview::Kind::changes, true)},
-        RcloneEngine::workDirectory());
+        BisyncLocks::workDirectory());
 
     std::vector<double> previews, directs;
     qsizetype changes = 0;

@@ -3,6 +3,9 @@
 // program, the reader chosen by NIMBRELL_FUZZ_READER (scripts/fuzz runs each
 // in turn with its own corpus).
 #include "engine/BackendCatalog.h"
+#include "engine/RemoteCommands.h"
+#include "engine/RcloneOutput.h"
+#include "engine/BisyncLocks.h"
 #include "engine/BisyncPlan.h"
 #include "engine/ChangeParser.h"
 #include "engine/ProgressParser.h"
@@ -98,11 +101,11 @@ const std::pair<const char *, Reader> kReaders[] = {
      }},
     {"rcloneoutput",
      [](const QByteArray &b) {
-         (void)RcloneEngine::parseRemoteList(text(b));
-         (void)RcloneEngine::parseSpaceInfo(text(b));
-         (void)RcloneEngine::parseVersion(text(b));
-         (void)RcloneEngine::lockFileIn(text(b));
-         (void)RcloneEngine::stripAnsi(text(b));
+         (void)RemoteCommands::parseRemoteList(text(b));
+         (void)RemoteCommands::parseSpaceInfo(text(b));
+         (void)RemoteCommands::parseVersion(text(b));
+         (void)BisyncLocks::lockFileIn(text(b));
+         (void)RcloneOutput::stripAnsi(text(b));
      }},
 };
 

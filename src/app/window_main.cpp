@@ -1,4 +1,5 @@
 #include "engine/RcloneEngine.h"
+#include "engine/RemoteCommands.h"
 #include "platform/AppLogger.h"
 #include "platform/DesktopAppearance.h"
 #include "platform/InotifyFileEventService.h"
@@ -96,7 +97,7 @@ int main(int argc, char *argv[])
         // For the start-up benchmark: say when the main window has been drawn.
         if (qEnvironmentVariableIsSet("NIMBRELL_REPORT_STARTUP"))
             std::fputs("nimbrell: main window shown\n", stderr);
-        engine.getVersion(&app, [](const RcloneResult<QString> &version) {
+        RemoteCommands::getVersion(engine, &app, [](const RcloneResult<QString> &version) {
             qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
         });
     });

@@ -1,4 +1,5 @@
 #include "cli/CliRunner.h"
+#include "engine/RemoteCommands.h"
 
 #include "cli/CliSupport.h"
 #include "cli/CommandLine.h"
@@ -179,7 +180,7 @@ int runHeadless()
     QObject::connect(&notifier, &DesktopNotifier::activated, &service,
                      [] { QProcess::startDetached(InstallLayout::launcherPath(), {}); });
     ProblemNotifier problems(local.manager(), local.settings(), notifier);
-    local.engine().getVersion(&service, [](const RcloneResult<QString> &version) {
+    RemoteCommands::getVersion(local.engine(), &service, [](const RcloneResult<QString> &version) {
         qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
     });
     return QCoreApplication::exec();

@@ -1,4 +1,5 @@
 #include "cli/ConfigCommands.h"
+#include "engine/RemoteCommands.h"
 
 #include "cli/CliSupport.h"
 #include "cli/CommandLine.h"
@@ -145,7 +146,7 @@ int addRemote(const CliCommand &command)
     const bool interactive = command.interactive && ::isatty(STDIN_FILENO);
     const QJsonObject about{{QStringLiteral("name"), name}};
 
-    const auto remotes = await<QList<CloudRemote>>([&](const QObject *c, auto done) { return engine.listRemotes(c, done); });
+    const auto remotes = await<QList<CloudRemote>>([&](const QObject *c, auto done) { return RemoteCommands::listRemotes(engine, c, done); });
     if (!remotes.ok())
         return fail(command, about, remotes.error().description, kFailed);
     for (const CloudRemote &remote : remotes.value()) {
@@ -222,7 +223,7 @@ int addRemote(const CliCommand &command)
         if (question.isSignIn()) {
             std::fputs("A browser window opens for the sign-in…\n", stderr);
             const RcloneStatus signedIn = await<std::monostate>(
-                [&](const QObject *c, auto done) { return engine.reconnectRemote(name, c, done); });
+                [&](const QObject *c, auto done) { return RemoteCommands::reconnectRemote(engine, name, c, done); });
             if (!signedIn.ok())
                 answer = signedIn.error();
             break;
@@ -487,7 +488,7 @@ int complete(const CliCommand &command)
         if (!hasRclone())
             return kFailed;
         RcloneEngine engine;
-        const auto remotes = await<QList<CloudRemote>>([&](const QObject *c, auto done) { return engine.listRemotes(c, done); });
+        const auto remotes = await<QList<CloudRemote>>([&](const QObject *c, auto done) { return RemoteCommands::listRemotes(engine, c, done); });
         for (const CloudRemote &remote : remotes.ok() ? remotes.value() : QList<CloudRemote>())
             out(remote.name + u'\n');
         return remotes.ok() ? kOk : kFailed;

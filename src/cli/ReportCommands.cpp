@@ -1,4 +1,5 @@
 #include "cli/ReportCommands.h"
+#include "engine/RemoteCommands.h"
 
 #include "cli/CliSupport.h"
 #include "cli/LocalInstance.h"
@@ -160,7 +161,7 @@ int report(const CliCommand &command)
             if (!hasRclone())
                 return kFailed;
             QEventLoop loop;
-            local.engine().listRemotes(&loop, [&](const RcloneResult<QList<CloudRemote>> &result) {
+            RemoteCommands::listRemotes(local.engine(), &loop, [&](const RcloneResult<QList<CloudRemote>> &result) {
                 QJsonArray remotes;
                 for (const CloudRemote &remote : result.ok() ? result.value() : QList<CloudRemote>())
                     remotes.append(FolderReport::remote(remote));

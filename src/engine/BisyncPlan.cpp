@@ -1,4 +1,5 @@
 #include "engine/BisyncPlan.h"
+#include "engine/RcloneOutput.h"
 
 #include "engine/RcloneEngine.h"
 
@@ -40,7 +41,7 @@ void BisyncPlan::addLine(QStringView raw)
 {
     if (!raw.contains(u"- ") && !raw.contains(u"dry-run"))
         return; // most lines are statistics
-    const QString line = raw.contains(u'\x1b') ? RcloneEngine::stripAnsi(raw.toString()) : raw.toString();
+    const QString line = raw.contains(u'\x1b') ? RcloneOutput::stripAnsi(raw.toString()) : raw.toString();
     if (const QRegularExpressionMatch skipped = skippedExpression().match(line); skipped.hasMatch()) {
         m_pending.append({skipped.captured(1), m_toRemote, skipped.capturedView(2) == u"delete"});
     } else if (const QRegularExpressionMatch section = sectionExpression().match(line); section.hasMatch()) {

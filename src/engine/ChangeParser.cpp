@@ -1,4 +1,5 @@
 #include "engine/ChangeParser.h"
+#include "engine/RcloneOutput.h"
 
 #include "engine/RcloneEngine.h"
 #include "model/Formatting.h"
@@ -94,7 +95,7 @@ void ChangeParser::addLine(QStringView raw)
     // Statistics blocks make up most of the output; log lines start with the date.
     if (raw.size() < 22 || !raw.front().isDigit())
         return;
-    const QString cleaned = raw.contains(u'\x1b') ? RcloneEngine::stripAnsi(raw.toString()) : QString();
+    const QString cleaned = raw.contains(u'\x1b') ? RcloneOutput::stripAnsi(raw.toString()) : QString();
     const QStringView message = messageOf(cleaned.isNull() ? raw : QStringView(cleaned));
     if (message.isEmpty())
         return;

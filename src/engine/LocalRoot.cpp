@@ -6,10 +6,25 @@
 #include <QDirIterator>
 #include <QFile>
 #include <QFileInfo>
+#include <QStorageInfo>
 
 #include <algorithm>
 
 #include <sys/stat.h>
+
+bool LocalRoot::isEmptyDirectory(const QString &path)
+{
+    return QFileInfo(path).isDir()
+        && QDir(path).isEmpty(QDir::AllEntries | QDir::NoDotAndDotDot | QDir::Hidden | QDir::System);
+}
+
+QString LocalRoot::mountPointOf(const QString &path)
+{
+    if (!QFileInfo(path).isDir())
+        return {};
+    const QStorageInfo volume(path);
+    return volume.isValid() ? volume.rootPath() : QString();
+}
 
 LocalRoot::LocalRoot(const QString &path, QObject *parent)
     : QObject(parent)

@@ -21,6 +21,11 @@ class LocalRoot : public QObject
 public:
     LocalRoot(const QString &path, QObject *parent);
 
+    // A directory that holds nothing, not even hidden files.
+    static bool isEmptyDirectory(const QString &path);
+    // Where the volume holding an existing directory is mounted, or "".
+    static QString mountPointOf(const QString &path);
+
     // Whether the directory at the path is still the one the run began in.
     bool isStillThere() const;
     // Removes what the run wrote into what now stands at the path: the files

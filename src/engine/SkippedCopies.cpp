@@ -1,4 +1,5 @@
 #include "engine/SkippedCopies.h"
+#include "engine/BisyncLocks.h"
 
 #include "engine/RcloneEngine.h"
 
@@ -14,7 +15,7 @@
 SkippedCopies::SkippedCopies(const QString &localPath, const QString &remoteSpec)
     : m_localPath(localPath)
     , m_remoteSpec(remoteSpec)
-    , m_base(RcloneEngine::pairFile(QStringLiteral("skipped"), localPath, remoteSpec))
+    , m_base(BisyncLocks::pairFile(QStringLiteral("skipped"), localPath, remoteSpec))
 {
     for (int side = 1; side <= 2; ++side) {
         QFile list(listPath(side));

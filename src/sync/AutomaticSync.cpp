@@ -1,4 +1,5 @@
 #include "sync/AutomaticSync.h"
+#include "engine/BisyncLocks.h"
 
 #include "engine/RcloneEngine.h"
 #include "model/UuidString.h"
@@ -183,7 +184,7 @@ FolderWatcher *AutomaticSync::watcher(const QUuid &id) const
 QStringList AutomaticSync::ownPaths() const
 {
     const QString nimbrell = QStringLiteral("/nimbrell");
-    return {RcloneEngine::workDirectory(), m_context.folders.path(),
+    return {BisyncLocks::workDirectory(), m_context.folders.path(),
             QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + nimbrell,
             QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + nimbrell,
             QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + nimbrell};

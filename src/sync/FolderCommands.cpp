@@ -1,4 +1,5 @@
 #include "sync/FolderCommands.h"
+#include "engine/RemoteCommands.h"
 
 #include "engine/RcloneEngine.h"
 #include "model/UuidString.h"
@@ -167,7 +168,7 @@ void FolderCommands::changeFolder(const QJsonObject &request, const Reply &reply
              + strings(request.value(QStringLiteral("addTargets"))))
         named.append(targetOf(spec)->remoteName);
     const QJsonValue keepRemoved = request.value(QStringLiteral("keepRemoved"));
-    m_engine.listRemotes(this, [this, adding, folder = *folder, named, keepRemoved, reply](const RcloneResult<QList<CloudRemote>> &remotes) {
+    RemoteCommands::listRemotes(m_engine, this, [this, adding, folder = *folder, named, keepRemoved, reply](const RcloneResult<QList<CloudRemote>> &remotes) {
         if (!remotes.ok())
             return reply(refusal(remotes.error().description, false));
         for (const QString &name : named) {
@@ -200,7 +201,7 @@ void FolderCommands::removeRemote(const QJsonObject &request, const Reply &reply
 {
     const QString name = request.value(QStringLiteral("name")).toString();
     const bool force = request.value(QStringLiteral("force")).toBool();
-    m_engine.listRemotes(this, [this, name, force, reply](const RcloneResult<QList<CloudRemote>> &remotes) {
+    RemoteCommands::listRemotes(m_engine, this, [this, name, force, reply](const RcloneResult<QList<CloudRemote>> &remotes) {
         if (!remotes.ok())
             return reply(refusal(remotes.error().description, false));
         const bool known = std::any_of(remotes.value().begin(), remotes.value().end(),

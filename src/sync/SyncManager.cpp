@@ -1,4 +1,5 @@
 #include "sync/SyncManager.h"
+#include "engine/LocalRoot.h"
 
 #include "sync/BandwidthLimit.h"
 #include "sync/FolderWatcher.h"
@@ -94,7 +95,7 @@ void SyncManager::updateFolder(const SyncFolder &folder)
 
 void SyncManager::rememberMountPoint(const SyncFolder &folder)
 {
-    m_preferences.setMountPoint(folder.id, RcloneEngine::mountPointOf(folder.localPath));
+    m_preferences.setMountPoint(folder.id, LocalRoot::mountPointOf(folder.localPath));
 }
 
 void SyncManager::deleteFolder(const QUuid &id)

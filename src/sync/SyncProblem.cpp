@@ -1,4 +1,6 @@
 #include "sync/SyncProblem.h"
+#include "engine/LocalRoot.h"
+#include "engine/BisyncLocks.h"
 
 #include "engine/RcloneEngine.h"
 #include "model/Formatting.h"
@@ -91,7 +93,7 @@ SyncProblem SyncProblem::classify(const QString &message, const QString &localPa
         return is(Kind::remoteMissing);
     }
     if (message.contains(QLatin1String("prior lock file found"))) {
-        problem.path = RcloneEngine::lockFileIn(message);
+        problem.path = BisyncLocks::lockFileIn(message);
         return is(Kind::lockHeld);
     }
     if (const QRegularExpressionMatch deletes = tooManyDeletesExpression().match(message); deletes.hasMatch()) {
@@ -135,7 +137,7 @@ SyncProblem SyncProblem::classify(const QString &message, const QString &localPa
                                                    QLatin1String("out of sync, run --resync")});
     // A resync that would fill an empty local folder from the remote is
     // never made for the user: an unmounted drive looks like this.
-    if (needsResync && !localPath.isEmpty() && RcloneEngine::isEmptyDirectory(localPath)) {
+    if (needsResync && !localPath.isEmpty() && LocalRoot::isEmptyDirectory(localPath)) {
         problem.side = Side::local;
         return is(Kind::emptySide);
     }
@@ -345,5 +347,5 @@ qint64 SyncProblem::lockHolder() const
 {
     if (kind != Kind::lockHeld || path.isEmpty())
         return 0;
-    return std::max<qint64>(RcloneEngine::lockHolder(path), 0);
+    return std::max<qint64>(BisyncLocks::lockHolder(path), 0);
 }

@@ -1,4 +1,5 @@
 #include "sync/SyncRun.h"
+#include "engine/Bisync.h"
 
 #include "sync/RemovedFiles.h"
 

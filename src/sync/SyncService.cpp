@@ -1,4 +1,5 @@
 #include "sync/SyncService.h"
+#include "engine/RemoteCommands.h"
 
 #include "engine/RcloneEngine.h"
 #include "model/UuidString.h"
@@ -84,7 +85,7 @@ void SyncService::serve(InstanceChannel &channel)
     channel.setHandler(QStringLiteral("status"), [this](const QJsonObject &) { return statusReport(); });
     channel.setHandler(QStringLiteral("list"), [this](const QJsonObject &) { return listReport(); });
     channel.setHandler(QStringLiteral("remotes"), [this](const QJsonObject &, const InstanceChannel::Reply &reply) {
-        m_engine.listRemotes(this, [reply](const RcloneResult<QList<CloudRemote>> &result) {
+        RemoteCommands::listRemotes(m_engine, this, [reply](const RcloneResult<QList<CloudRemote>> &result) {
             if (!result.ok())
                 return reply({{kError, result.error().description}});
             QJsonArray remotes;

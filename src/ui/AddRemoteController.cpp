@@ -1,4 +1,5 @@
 #include "ui/AddRemoteController.h"
+#include "engine/RemoteCommands.h"
 
 #include "engine/RcloneEngine.h"
 #include "sync/ConnectionFailure.h"
@@ -315,7 +316,7 @@ void AddRemoteController::submit()
     // rclone's "config create" replaces a remote of the same name, keys and
     // all, so the name is checked against what rclone has now. Nothing made
     // yet: a failure or a cancel here has nothing to undo.
-    m_job = app->engine()->listRemotes(app, [self, app, name](const RcloneResult<QList<CloudRemote>> &remotes) {
+    m_job = RemoteCommands::listRemotes(*app->engine(), app, [self, app, name](const RcloneResult<QList<CloudRemote>> &remotes) {
         if (!self)
             return;
         if (remotes.isCancelled()) { // the sheet closed
@@ -364,7 +365,7 @@ void AddRemoteController::signIn(const QString &name, bool thenTest)
     const QPointer<AddRemoteController> self(this);
     const QPointer<NimbrellApp> app = m_app;
     setStep(ConfigStep::Authenticating);
-    m_job = app->engine()->reconnectRemote(name, app, [self, app, name, thenTest](const RcloneStatus &signedIn) {
+    m_job = RemoteCommands::reconnectRemote(*app->engine(), name, app, [self, app, name, thenTest](const RcloneStatus &signedIn) {
         if (signedIn.ok()) {
             if (self && thenTest)
                 return self->test(name);
@@ -427,7 +428,7 @@ void AddRemoteController::create(const QString &name)
     const QPointer<AddRemoteController> self(this);
     const QPointer<NimbrellApp> app = m_app;
     // From here on the remote is this attempt's own: only it is ever removed again.
-    m_job = app->engine()->createRemote(name, m_type, app, [self, app, name](const RcloneStatus &created) {
+    m_job = RemoteCommands::createRemote(*app->engine(), name, m_type, app, [self, app, name](const RcloneStatus &created) {
         if (created.isCancelled())
             return removeHalfMade(self, app, name, {});
         if (!self)

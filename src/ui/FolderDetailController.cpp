@@ -1,4 +1,5 @@
 #include "ui/FolderDetailController.h"
+#include "engine/RemoteCommands.h"
 
 #include "model/UuidString.h"
 #include "platform/BookmarkService.h"
@@ -416,7 +417,7 @@ void FolderDetailController::runAction(int index)
         m_signInError.clear();
         // rclone opens the browser and waits for the sign-in; the remote is
         // never removed here, whatever the outcome.
-        m_signIn = m_app->engine()->reconnectRemote(problem.remoteName, this, [this](const RcloneStatus &result) {
+        m_signIn = RemoteCommands::reconnectRemote(*m_app->engine(), problem.remoteName, this, [this](const RcloneStatus &result) {
             m_signIn = nullptr;
             if (!result.ok() && !result.isCancelled())
                 m_signInError = QStringLiteral("Sign-in failed: ") + result.error().description;

@@ -1,4 +1,5 @@
 #include "ui/RemoteDetailController.h"
+#include "engine/RemoteCommands.h"
 
 #include "engine/RcloneEngine.h"
 #include "sync/FolderCommands.h"
@@ -124,7 +125,7 @@ void RemoteDetailController::loadSpaceInfo()
     m_isLoading = true;
     m_loadError.clear();
     Q_EMIT storageChanged();
-    m_job = m_app->engine()->getSpaceInfo(m_remoteName, this, [this](const RcloneResult<RemoteSpaceInfo> &result) {
+    m_job = RemoteCommands::getSpaceInfo(*m_app->engine(), m_remoteName, this, [this](const RcloneResult<RemoteSpaceInfo> &result) {
         if (result.isCancelled()) // replaced by a newer query
             return;
         if (result.ok())

@@ -1,4 +1,5 @@
 #include "ui/RemoteListModel.h"
+#include "engine/RemoteCommands.h"
 
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
@@ -61,7 +62,7 @@ void RemoteListModel::reload()
 {
     if (m_job)
         m_job->cancel();
-    m_job = m_engine.listRemotes(this, [this](const RcloneResult<QList<CloudRemote>> &result) {
+    m_job = RemoteCommands::listRemotes(m_engine, this, [this](const RcloneResult<QList<CloudRemote>> &result) {
         if (result.isCancelled()) // replaced by a newer reload
             return;
         m_job = nullptr;

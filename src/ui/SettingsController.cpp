@@ -1,4 +1,5 @@
 #include "ui/SettingsController.h"
+#include "engine/RemoteCommands.h"
 
 #include "sync/BandwidthLimit.h"
 
@@ -52,7 +53,7 @@ void SettingsController::loadVersion()
 {
     if (m_versionJob)
         return;
-    m_versionJob = m_engine.getVersion(this, [this](const RcloneResult<QString> &result) {
+    m_versionJob = RemoteCommands::getVersion(m_engine, this, [this](const RcloneResult<QString> &result) {
         setRcloneVersion(result.ok() ? result.value() : QStringLiteral("Unknown"));
     });
 }

@@ -1,4 +1,8 @@
 #include "engine/RcloneEngine.h"
+#include "engine/RemoteCommands.h"
+#include "engine/LocalRoot.h"
+#include "engine/BisyncLocks.h"
+#include "engine/Bisync.h"
 #include "sync/BandwidthLimit.h"
 #include "engine/RcloneJob.h"
 #include "fakes/FakeRclone.h"
@@ -66,7 +70,7 @@ class TestRcloneEngine : public QObject
 
     QString lockPath() const
     {
-        return RcloneEngine::workDirectory() + QStringLiteral("/_home_ann_Docs..remote_Docs.lck");
+        return BisyncLocks::workDirectory() + QStringLiteral("/_home_ann_Docs..remote_Docs.lck");
     }
 
     // The lock file rclone names.
@@ -75,7 +79,7 @@ class TestRcloneEngine : public QObject
         if (lock == Lock::outside)
             return m_tmp.filePath(QStringLiteral("precious.lck"));
         if (lock == Lock::climbing)
-            return RcloneEngine::workDirectory() + QStringLiteral("/../../precious.lck");
+            return BisyncLocks::workDirectory() + QStringLiteral("/../../precious.lck");
         return lockPath();
     }
 
@@ -135,7 +139,7 @@ private Q_SLOTS:
     void cleanupTestCase() { qputenv("HOME", m_realHome); }
     void init()
     {
-        QDir(RcloneEngine::workDirectory()).removeRecursively();
+        QDir(BisyncLocks::workDirectory()).removeRecursively();
         QDir().mkpath(localPath());
         writeFile(localPath() + "/note.txt", "note");
         m_fake = std::make_unique<FakeRclone>();
@@ -191,7 +195,7 @@ private Q_SLOTS:
         m_fake->script("bisync", trap);
         Outcome<std::monostate> reconnect, sync;
         int progress = 0;
-        QPointer<RcloneJob> job = m_engine->reconnectRemote("gdrive", nullptr, reconnect.callback());
+        QPointer<RcloneJob> job = RemoteCommands::reconnectRemote(*m_engine, "gdrive", nullptr, reconnect.callback());
         QPointer<RcloneJob> syncJob = m_engine->bisync(request(), nullptr, [&](const SyncProgress &) { ++progress; },
                                                        sync.callback());
         QSignalSpy started(job.data(), &RcloneJob::processStarted);
@@ -237,7 +241,7 @@ private Q_SLOTS:
 
         auto *context = new QObject;
         bool called = false;
-        QPointer<RcloneJob> job = m_engine->getVersion(context, [&](const RcloneResult<QString> &) { called = true; });
+        QPointer<RcloneJob> job = RemoteCommands::getVersion(*m_engine, context, [&](const RcloneResult<QString> &) { called = true; });
         QTRY_VERIFY(!m_fake->calls().isEmpty());
         delete context;
         QTRY_VERIFY(job.isNull());
@@ -290,7 +294,7 @@ private Q_SLOTS:
         const BisyncRequest r{"/home/ann/My Docs", "work docs:Back up", filters, resolution, initial, {}, limit.argument()};
         const QStringList base{"bisync", "/home/ann/My Docs", "work docs:Back up", "--workdir", "/w",
                                "--create-empty-src-dirs", "-v", "-P"};
-        QCOMPARE(RcloneEngine::bisyncArguments(r, "/w"), base + tail);
+        QCOMPARE(Bisync::arguments(r, "/w"), base + tail);
     }
 
     void bisyncRunsMkdirThenBisyncWithProgress()
@@ -313,7 +317,7 @@ private Q_SLOTS:
         r.keepArguments = r.resyncKeepArguments; // a first sync keeps what it replaces
         QCOMPARE(m_fake->calls(), (QList<QStringList>{
                                    {"mkdir", "remote:Docs"},
-                                   RcloneEngine::bisyncArguments(r, workDirectory),
+                                   Bisync::arguments(r, workDirectory),
                                }));
         QCOMPARE(progress, (QList<SyncProgress>{
                                {0.25, "1 MiB / 4 MiB", std::nullopt, "1 MiB/s, ETA 3s"},
@@ -547,7 +551,7 @@ private Q_SLOTS:
             QCOMPARE(copyCall.mid(0, 4), (QStringList{"copy", localPath(), "remote:Docs", "--files-from-raw"}));
             QCOMPARE(copyCall.mid(5), (QStringList{"--ignore-times", "--no-traverse", "-v", "--backup-dir", "remote:Docs/.kept"}));
         }
-        const QDir work(RcloneEngine::workDirectory());
+        const QDir work(BisyncLocks::workDirectory());
         const QStringList lists = work.entryList({"nimbrell-skipped-*"}, QDir::Files);
         QCOMPARE(lists.isEmpty(), firstOk);
         if (!lists.isEmpty())
@@ -617,7 +621,7 @@ private Q_SLOTS:
             QCOMPARE(m_fake->calls().size(), before);
             QCOMPARE(int(result.error().kind), int(RcloneError::Kind::localFolderMissing));
             QCOMPARE(result.error().description, "Local folder not mounted: " + localPath() + " (its drive was at /media/user/Drive)");
-            request.localMountPoint = RcloneEngine::mountPointOf(localPath());
+            request.localMountPoint = LocalRoot::mountPointOf(localPath());
             QVERIFY(!request.localMountPoint.isEmpty());
             QVERIFY(bisync(request).ok());
         }
@@ -639,11 +643,11 @@ private Q_SLOTS:
         const QStringList arguments{"lsf", "my remote:", "a \"quoted\" 'one'", "$HOME;rm -rf /", "line\nbreak",
                                     "-leading", "Ünïcødé ✓ 日本", "", "*"};
         const auto run = resultOf<QString>([&](auto done) { m_engine->run(arguments, nullptr, done); });
-        const auto created = resultOf<std::monostate>([&](auto done) { m_engine->createRemote("-my \"drive\"", "drive", nullptr, done); });
-        const auto reconnected = resultOf<std::monostate>([&](auto done) { m_engine->reconnectRemote("-my \"drive\"", nullptr, done); });
-        const auto space = resultOf<RemoteSpaceInfo>([&](auto done) { m_engine->getSpaceInfo("work docs", nullptr, done); });
-        const auto version = resultOf<QString>([&](auto done) { m_engine->getVersion(nullptr, done); });
-        const auto remotes = resultOf<QList<CloudRemote>>([&](auto done) { m_engine->listRemotes(nullptr, done); });
+        const auto created = resultOf<std::monostate>([&](auto done) { RemoteCommands::createRemote(*m_engine, "-my \"drive\"", "drive", nullptr, done); });
+        const auto reconnected = resultOf<std::monostate>([&](auto done) { RemoteCommands::reconnectRemote(*m_engine, "-my \"drive\"", nullptr, done); });
+        const auto space = resultOf<RemoteSpaceInfo>([&](auto done) { RemoteCommands::getSpaceInfo(*m_engine, "work docs", nullptr, done); });
+        const auto version = resultOf<QString>([&](auto done) { RemoteCommands::getVersion(*m_engine, nullptr, done); });
+        const auto remotes = resultOf<QList<CloudRemote>>([&](auto done) { RemoteCommands::listRemotes(*m_engine, nullptr, done); });
 
         QCOMPARE(m_fake->calls(), (QList<QStringList>{
                                    arguments,
@@ -698,24 +702,24 @@ private Q_SLOTS:
     {
         QFETCH(QString, output);
         QFETCH(QList<CloudRemote>, remotes);
-        QCOMPARE(RcloneEngine::parseRemoteList(output), remotes);
+        QCOMPARE(RemoteCommands::parseRemoteList(output), remotes);
     }
 
     void parseSpaceInfo()
     {
-        QCOMPARE(RcloneEngine::parseSpaceInfo(R"({"total":8796093022208,"used":1.5,"free":"60","trashed":0})").value(),
+        QCOMPARE(RemoteCommands::parseSpaceInfo(R"({"total":8796093022208,"used":1.5,"free":"60","trashed":0})").value(),
                  (RemoteSpaceInfo{8796093022208, std::nullopt, std::nullopt, 0}));
-        QCOMPARE(RcloneEngine::parseSpaceInfo("{}").value(), RemoteSpaceInfo());
-        QCOMPARE(RcloneEngine::parseSpaceInfo("[1]").error().kind, RcloneError::Kind::badOutput);
-        QCOMPARE(RcloneEngine::parseSpaceInfo("{\"total\":").error().kind, RcloneError::Kind::badOutput);
+        QCOMPARE(RemoteCommands::parseSpaceInfo("{}").value(), RemoteSpaceInfo());
+        QCOMPARE(RemoteCommands::parseSpaceInfo("[1]").error().kind, RcloneError::Kind::badOutput);
+        QCOMPARE(RemoteCommands::parseSpaceInfo("{\"total\":").error().kind, RcloneError::Kind::badOutput);
     }
 
     void parseVersion()
     {
-        QCOMPARE(RcloneEngine::parseVersion("rclone v1.75.2\n- os/version: debian 12.11 (64 bit)\n"), "rclone v1.75.2");
-        QCOMPARE(RcloneEngine::parseVersion("  rclone v1 \n"), "  rclone v1 "); // untrimmed
-        QCOMPARE(RcloneEngine::parseVersion("\n\nrclone v2"), "rclone v2");
-        QCOMPARE(RcloneEngine::parseVersion(""), "rclone Unknown");
+        QCOMPARE(RemoteCommands::parseVersion("rclone v1.75.2\n- os/version: debian 12.11 (64 bit)\n"), "rclone v1.75.2");
+        QCOMPARE(RemoteCommands::parseVersion("  rclone v1 \n"), "  rclone v1 "); // untrimmed
+        QCOMPARE(RemoteCommands::parseVersion("\n\nrclone v2"), "rclone v2");
+        QCOMPARE(RemoteCommands::parseVersion(""), "rclone Unknown");
     }
 };
 

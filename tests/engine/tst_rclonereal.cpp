@@ -1,6 +1,9 @@
 // The engine against the real rclone: local, alias and WebDAV remotes in a
 // private HOME and rclone configuration.
 #include "engine/BackendCatalog.h"
+#include "engine/RemoteCommands.h"
+#include "engine/BisyncLocks.h"
+#include "engine/Bisync.h"
 #include "engine/RcloneEngine.h"
 #include "sync/BandwidthLimit.h"
 #include "engine/RcloneJob.h"
@@ -32,7 +35,7 @@ enum class Other { none, killed, running };
 
 QStringList lockFiles()
 {
-    return QDir(RcloneEngine::workDirectory()).entryList({QStringLiteral("*.lck")}, QDir::Files);
+    return QDir(BisyncLocks::workDirectory()).entryList({QStringLiteral("*.lck")}, QDir::Files);
 }
 
 } // namespace
@@ -64,8 +67,8 @@ class TestRcloneReal : public QObject
     // A throttled bisync started outside the engine, once it holds the pair's lock.
     static void startHoldingTheLock(QProcess &process, const BisyncRequest &r, const QString &bwlimit)
     {
-        QDir().mkpath(RcloneEngine::workDirectory());
-        process.start(RcloneSandbox::rclone(), RcloneEngine::bisyncArguments(r, RcloneEngine::workDirectory())
+        QDir().mkpath(BisyncLocks::workDirectory());
+        process.start(RcloneSandbox::rclone(), Bisync::arguments(r, BisyncLocks::workDirectory())
                                                    << QStringLiteral("--bwlimit") << bwlimit);
         QVERIFY(process.waitForStarted());
         QTRY_VERIFY_WITH_TIMEOUT(!lockFiles().isEmpty(), 20000);
@@ -155,27 +158,27 @@ private Q_SLOTS:
         sandbox.addWebDav(QStringLiteral("dav"), sandbox.makeDirectory(QStringLiteral("dav")));
         RcloneEngine engine(RcloneSandbox::rclone());
 
-        const auto version = resultOf<QString>([&](auto done) { engine.getVersion(nullptr, done); });
+        const auto version = resultOf<QString>([&](auto done) { RemoteCommands::getVersion(engine, nullptr, done); });
         QVERIFY2(version.value().startsWith("rclone v1."), qPrintable(version.value()));
 
         // rclone refuses names it cannot keep, and says why.
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code 2: .*config name contains invalid characters"));
         const auto refused = resultOf<std::monostate>(
-            [&](auto done) { engine.createRemote(QStringLiteral("my \"local\" $x"), QStringLiteral("local"), nullptr, done); });
+            [&](auto done) { RemoteCommands::createRemote(engine, QStringLiteral("my \"local\" $x"), QStringLiteral("local"), nullptr, done); });
         QVERIFY(refused.error().description.contains("config name contains invalid characters"));
         const auto created = resultOf<std::monostate>(
-            [&](auto done) { engine.createRemote(QStringLiteral("my local"), QStringLiteral("local"), nullptr, done); });
+            [&](auto done) { RemoteCommands::createRemote(engine, QStringLiteral("my local"), QStringLiteral("local"), nullptr, done); });
         QVERIFY2(created.ok(), qPrintable(created.errorDescription()));
 
         // In the order of rclone's configuration file.
         const auto listRemotes = [&] {
-            return resultOf<QList<CloudRemote>>([&](auto done) { engine.listRemotes(nullptr, done); }).value();
+            return resultOf<QList<CloudRemote>>([&](auto done) { RemoteCommands::listRemotes(engine, nullptr, done); }).value();
         };
         QCOMPARE(listRemotes(), (QList<CloudRemote>{{"work docs", "alias"}, {"dav", "webdav"}, {"my local", "local"}}));
 
         // Storage figures: real ones for a local disk, none from rclone's WebDAV server.
         const auto space = [&](const QString &name) {
-            return resultOf<RemoteSpaceInfo>([&](auto done) { engine.getSpaceInfo(name, nullptr, done); }).value();
+            return resultOf<RemoteSpaceInfo>([&](auto done) { RemoteCommands::getSpaceInfo(engine, name, nullptr, done); }).value();
         };
         QVERIFY(space(QStringLiteral("my local")).total.value_or(0) > 0);
         QVERIFY(space(QStringLiteral("my local")).free.value_or(0) > 0);
@@ -184,7 +187,7 @@ private Q_SLOTS:
         // A local remote has no sign-in: rclone refuses, and says why.
         QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^rclone exited with code 2: "));
         const auto reconnected = resultOf<std::monostate>(
-            [&](auto done) { engine.reconnectRemote(QStringLiteral("my local"), nullptr, done); });
+            [&](auto done) { RemoteCommands::reconnectRemote(engine, QStringLiteral("my local"), nullptr, done); });
         QCOMPARE(reconnected.error().code, 2);
         QVERIFY(!reconnected.error().description.isEmpty());
 
@@ -270,7 +273,7 @@ private Q_SLOTS:
         if (other == int(Other::killed)) {
             ::kill(static_cast<pid_t>(earlier.processId()), SIGKILL);
             QVERIFY(earlier.waitForFinished());
-            const QString lock = RcloneEngine::workDirectory() + u'/' + lockFiles().value(0);
+            const QString lock = BisyncLocks::workDirectory() + u'/' + lockFiles().value(0);
             QTest::ignoreMessage(QtCriticalMsg, qPrintable("Found bisync lock file at " + lock + ". Deleting and retrying..."));
         } else if (other == int(Other::none)) {
             QTest::ignoreMessage(QtCriticalMsg, "Bisync requires --resync. Retrying with isInitialSync=true...");

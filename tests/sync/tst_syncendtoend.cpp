@@ -2,6 +2,7 @@
 // program's own timings: a change in a local folder reaches both of its remotes
 // without anyone asking, and the activity file says so.
 #include "engine/RcloneEngine.h"
+#include "engine/BisyncLocks.h"
 #include "model/FolderStore.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/MemorySettingsStore.h"
@@ -129,7 +130,7 @@ private Q_SLOTS:
         QCOMPARE(manager.folders()[0].lastError, std::nullopt);
 
         // The crash: listings gone, the lock of a process that is no more.
-        QDir work(RcloneEngine::workDirectory());
+        QDir work(BisyncLocks::workDirectory());
         const QStringList listings = work.entryList({"*.path1.lst"});
         QCOMPARE(listings.size(), 1);
         const QString session = listings.first().chopped(QStringLiteral(".path1.lst").size());
@@ -205,7 +206,7 @@ private Q_SLOTS:
             QCOMPARE(readFile(local + "/x.bin"), QByteArray(280, 'a'));
         }
         if (when == "historyLost") {
-            QDir work(RcloneEngine::workDirectory());
+            QDir work(BisyncLocks::workDirectory());
             for (const QString &name : work.entryList({"*.lst*"}, QDir::Files))
                 QVERIFY(work.remove(name));
             writeFile(remote + "/x.bin", "there first");
@@ -230,7 +231,7 @@ private Q_SLOTS:
         synced();
         QVERIFY(!manager.preferences().hasKept(folder.id)); // nothing kept: nothing to leave out
         QCOMPARE(readFile(remote + "/x.bin"), QByteArray(280, 'b'));
-        QVERIFY(QDir(RcloneEngine::workDirectory()).entryList({"nimbrell-skipped-*"}).isEmpty());
+        QVERIFY(QDir(BisyncLocks::workDirectory()).entryList({"nimbrell-skipped-*"}).isEmpty());
         synced(); // and the pair stays calm
         QCOMPARE(readFile(local + "/x.bin"), QByteArray(280, 'b'));
         QCOMPARE(readFile(remote + "/x.bin"), QByteArray(280, 'b'));

@@ -1,6 +1,7 @@
 // Reading rclone's failures and dry runs, over outputs recorded from the real
 // rclone (tests/data/problems, tests/data/preview).
 #include "engine/BisyncPlan.h"
+#include "engine/RcloneOutput.h"
 #include "engine/RcloneEngine.h"
 #include "support/TestFiles.h"
 #include "sync/ConnectionFailure.h"
@@ -38,8 +39,8 @@ Stored store(const QString &output)
             && (line.contains("ERROR :") || line.contains("CRITICAL:") || line.contains("Fatal error")))
             notable.append(line);
     }
-    return {RcloneEngine::stripAnsi(lines.mid(std::max<qsizetype>(0, lines.size() - 15)).join(u'\n')),
-            RcloneEngine::stripAnsi(notable.join(u'\n'))};
+    return {RcloneOutput::stripAnsi(lines.mid(std::max<qsizetype>(0, lines.size() - 15)).join(u'\n')),
+            RcloneOutput::stripAnsi(notable.join(u'\n'))};
 }
 
 } // namespace

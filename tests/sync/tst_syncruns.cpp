@@ -1,6 +1,7 @@
 // Sync runs, watching and the periodic check, with the fake rclone, file
 // events on demand, a settable clock and short delays.
 #include "engine/RcloneEngine.h"
+#include "engine/BisyncLocks.h"
 #include "fakes/FakeFileEventService.h"
 #include "fakes/FakeRclone.h"
 #include "model/FolderStore.h"
@@ -298,7 +299,7 @@ private Q_SLOTS:
         QCOMPARE(mode(storePath()), privateFile);
         QCOMPARE(mode(FolderPreferences::defaultPath()), privateFile);
         QCOMPARE(mode(QFileInfo(FolderPreferences::defaultPath()).path()), privateDirectory);
-        QCOMPARE(mode(RcloneEngine::workDirectory()), privateDirectory);
+        QCOMPARE(mode(BisyncLocks::workDirectory()), privateDirectory);
         QCOMPARE(mode(RemovedFiles::localDirectory(folder.id)), privateDirectory);
     }
 
@@ -490,7 +491,7 @@ private Q_SLOTS:
         SyncManager enabled(environment({100ms, 1h, 1h}));
         QCOMPARE(m_fileEvents.watchedPaths().size(), 3);
         QCOMPARE(m_fileEvents.lastIgnored, enabled.automatic().ownPaths()); // the program's own writes start nothing
-        QVERIFY(enabled.automatic().ownPaths().contains(RcloneEngine::workDirectory()));
+        QVERIFY(enabled.automatic().ownPaths().contains(BisyncLocks::workDirectory()));
         QVERIFY(enabled.automatic().ownPaths().contains(enabled.repository().path()));
         QTRY_COMPARE(sorted(bisyncRemotes()), (QStringList{"r0:Crashed", "r0:Never", "r0:Other"}));
         release("r0");

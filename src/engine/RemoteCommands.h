@@ -1,0 +1,22 @@
+#pragma once
+
+#include "engine/RcloneEngine.h"
+#include "model/CloudRemote.h"
+#include "model/RemoteSpaceInfo.h"
+
+// The short rclone commands about remotes, and the readers of their answers.
+namespace RemoteCommands {
+using Status = RcloneEngine::Done<std::monostate>;
+
+RcloneJob *listRemotes(RcloneEngine &engine, const QObject *context, RcloneEngine::Done<QList<CloudRemote>> done);
+RcloneJob *createRemote(RcloneEngine &engine, const QString &name, const QString &type, const QObject *context,
+                        Status done);
+RcloneJob *reconnectRemote(RcloneEngine &engine, const QString &name, const QObject *context, Status done);
+RcloneJob *getSpaceInfo(RcloneEngine &engine, const QString &name, const QObject *context,
+                        RcloneEngine::Done<RemoteSpaceInfo> done);
+RcloneJob *getVersion(RcloneEngine &engine, const QObject *context, RcloneEngine::Done<QString> done);
+
+QList<CloudRemote> parseRemoteList(const QString &output);
+RcloneResult<RemoteSpaceInfo> parseSpaceInfo(const QString &output);
+QString parseVersion(const QString &output);
+} // namespace RemoteCommands
