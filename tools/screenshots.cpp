@@ -279,12 +279,12 @@ void shoot(const QString &appearance, bool withData)
     waitFor([&] { return app.remotes()->count() > 0; });
     app.syncManager()->automatic().setPaused(app.syncManager()->folders().at(3).id, true); // Music
     save(main, QStringLiteral("main-dashboard") + suffix);
-    const auto controller = [main] { return main->findChild<QObject *>(QStringLiteral("folderController")); };
+    const auto controller = [main] { return main->findChild<QObject *>(QStringLiteral("folderRecovery")); };
     const auto review = [&](const QString &name) {
         QMetaObject::invokeMethod(controller(), "runAction", Q_ARG(int, 0));
         waitFor([&] { return controller()->property("reviewState").toString() != u"previewing"; });
         save(main, name + suffix);
-        invoke(main, "folderController", "cancelReview");
+        invoke(main, "folderRecovery", "cancelReview");
     };
     // Thesis syncs, then loses most of its files here: a real too-many-deletes stop.
     const QUuid thesisId = app.syncManager()->folders().at(6).id;
@@ -320,10 +320,10 @@ void shoot(const QString &appearance, bool withData)
     wait(300);
     scrollTo(main, "recentlyRemovedCard", 300);
     save(main, QStringLiteral("folder-keeps-removed") + suffix);
-    invoke(main, "folderController", "startEditing");
+    invoke(main, "folderEditor", "start");
     scrollTo(main, "editKeepRemoved", 200);
     save(main, QStringLiteral("folder-safety-control") + suffix);
-    invoke(main, "folderController", "cancel");
+    invoke(main, "folderEditor", "cancel");
     app.navigation()->showFolder(uuidStringOf(app, 6));
     wait(100);
     review(QStringLiteral("review-deletions"));
@@ -349,12 +349,12 @@ void shoot(const QString &appearance, bool withData)
     invoke(main, "errorLogSheet", "open");
     save(main, QStringLiteral("folder-error-log") + suffix);
     invoke(main, "errorLogSheet", "close");
-    invoke(main, "folderController", "startEditing");
+    invoke(main, "folderEditor", "start");
     save(main, QStringLiteral("folder-editing") + suffix);
     app.navigation()->showNewSyncFolder();
     wait(100); // the earlier pane goes away
-    if (QObject *controller = main->findChild<QObject *>(QStringLiteral("folderController")))
-        controller->setProperty("editLocalPath", QStringLiteral("relative/path"));
+    if (QObject *editor = main->findChild<QObject *>(QStringLiteral("folderEditor")))
+        editor->setProperty("localPath", QStringLiteral("relative/path"));
     save(main, QStringLiteral("folder-new") + suffix);
     app.navigation()->clear();
     save(main, QStringLiteral("main-no-selection") + suffix);

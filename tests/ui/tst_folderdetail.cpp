@@ -70,21 +70,21 @@ private Q_SLOTS:
         pane.setApp(&app); // a new folder: in the editor, not confirmable (both: in the window's test)
 
         // The target rows.
-        pane.addTarget(); // no remotes listed: an empty name
-        QCOMPARE(pane.editTargetList()[0].remoteName, QString());
-        pane.setTargetRemote(0, "gone");
-        pane.addTarget();
-        pane.setTargetRemote(1, "box");
-        pane.setTargetPath(1, ""); // an empty path: dropped on save
-        pane.addTarget();
-        pane.setTargetRemote(2, "gdrive");
-        pane.removeTarget(0);
-        QCOMPARE(pane.editTargetList().size(), 2);
-        pane.moveTarget(0, 1);
-        QCOMPARE(pane.editTargetList()[0].remoteName, "gdrive");
-        pane.moveTarget(0, -1); // nothing above the first row
-        QCOMPARE(pane.editTargetList()[0].remoteName, "gdrive");
-        pane.addTarget(); // no remote name: dropped on save
+        pane.editor()->addTarget(); // no remotes listed: an empty name
+        QCOMPARE(pane.editor()->targetList()[0].remoteName, QString());
+        pane.editor()->setTargetRemote(0, "gone");
+        pane.editor()->addTarget();
+        pane.editor()->setTargetRemote(1, "box");
+        pane.editor()->setTargetPath(1, ""); // an empty path: dropped on save
+        pane.editor()->addTarget();
+        pane.editor()->setTargetRemote(2, "gdrive");
+        pane.editor()->removeTarget(0);
+        QCOMPARE(pane.editor()->targetList().size(), 2);
+        pane.editor()->moveTarget(0, 1);
+        QCOMPARE(pane.editor()->targetList()[0].remoteName, "gdrive");
+        pane.editor()->moveTarget(0, -1); // nothing above the first row
+        QCOMPARE(pane.editor()->targetList()[0].remoteName, "gdrive");
+        pane.editor()->addTarget(); // no remote name: dropped on save
 
         // The path's warning, which never decides the button.
         const QList<std::pair<QString, QString>> warnings{
@@ -93,23 +93,23 @@ private Q_SLOTS:
             {local.filePath("file.txt"), "This is a file, not a folder."},
             {local.path(), QString()}};
         for (const auto &[path, warning] : warnings) {
-            pane.setEditLocalPath(path);
-            QCOMPARE(pane.pathWarning(), warning);
+            pane.editor()->setLocalPath(path);
+            QCOMPARE(pane.editor()->pathWarning(), warning);
         }
-        QVERIFY(!pane.canConfirm()); // no name yet
-        pane.setEditName("Docs");
-        QVERIFY(pane.canConfirm());
-        pane.setEditLocalPath(local.filePath("file.txt"));
-        QVERIFY(pane.canConfirm());
-        pane.setEditLocalPath(local.path());
-        pane.setEditName("");
-        pane.setExcludeHidden(true);
-        pane.setExcludeGit(false);
-        pane.setEditConflictResolution(2);
+        QVERIFY(!pane.editor()->canConfirm()); // no name yet
+        pane.editor()->setName("Docs");
+        QVERIFY(pane.editor()->canConfirm());
+        pane.editor()->setLocalPath(local.filePath("file.txt"));
+        QVERIFY(pane.editor()->canConfirm());
+        pane.editor()->setLocalPath(local.path());
+        pane.editor()->setName("");
+        pane.editor()->options()->setExcludeHidden(true);
+        pane.editor()->options()->setExcludeGit(false);
+        pane.editor()->options()->setConflictResolution(2);
 
         // With an empty name the button is off; the model still names an
         // unnamed folder "Untitled" when asked to save.
-        pane.save();
+        pane.editor()->save();
         QCOMPARE(app.syncManager()->folders().size(), 1);
         const SyncFolder created = app.syncManager()->folders().first();
         QCOMPARE(created.name, "Untitled");
@@ -140,24 +140,24 @@ private Q_SLOTS:
         FolderDetailController pane;
         pane.setApp(&app);
         app.navigation()->showNewSyncFolder();
-        pane.cancel(); // a new folder's pane goes away
+        pane.editor()->cancel(); // a new folder's pane goes away
         QCOMPARE(app.navigation()->selection(), std::nullopt);
 
         pane.setFolderId(uuidString(folder.id));
-        QVERIFY(!pane.isEditing());
+        QVERIFY(!pane.editor()->isEditing());
 
-        pane.startEditing();
-        pane.setEditName("Changed");
-        pane.cancel();
-        QVERIFY(!pane.isEditing());
-        QCOMPARE(pane.editName(), "Docs");
+        pane.editor()->start();
+        pane.editor()->setName("Changed");
+        pane.editor()->cancel();
+        QVERIFY(!pane.editor()->isEditing());
+        QCOMPARE(pane.editor()->name(), "Docs");
         QCOMPARE(app.syncManager()->folders().first().name, "Docs");
 
-        pane.startEditing();
-        pane.setEditName("Documents");
-        pane.setExcludeHidden(true);
-        pane.save();
-        QVERIFY(!pane.isEditing());
+        pane.editor()->start();
+        pane.editor()->setName("Documents");
+        pane.editor()->options()->setExcludeHidden(true);
+        pane.editor()->save();
+        QVERIFY(!pane.editor()->isEditing());
         // All else kept: the run, the targets' history, no bookmark of a folder that does not exist.
         SyncFolder expected = folder;
         expected.name = "Documents";
@@ -168,11 +168,11 @@ private Q_SLOTS:
         QCOMPARE(app.syncManager()->folders(), QList<SyncFolder>{other});
 
         pane.setFolderId(uuidString(other.id));
-        pane.startEditing();
-        pane.setEditName("Gone");
+        pane.editor()->start();
+        pane.editor()->setName("Gone");
         app.syncManager()->deleteFolder(other.id);
-        pane.save();
-        QVERIFY(pane.isEditing());
+        pane.editor()->save();
+        QVERIFY(pane.editor()->isEditing());
         QVERIFY(app.syncManager()->folders().isEmpty());
     }
 };

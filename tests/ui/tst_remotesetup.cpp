@@ -331,12 +331,12 @@ private Q_SLOTS:
             editor.setApp(app());
             app()->remotes()->reload();
             QTRY_COMPARE(app()->remotes()->count(), 1);
-            editor.setEditName("Docs");
-            editor.setEditLocalPath(local);
-            editor.addTarget();
-            editor.setTargetRemote(0, "there");
-            editor.setTargetPath(0, "Docs");
-            editor.save();
+            editor.editor()->setName("Docs");
+            editor.editor()->setLocalPath(local);
+            editor.editor()->addTarget();
+            editor.editor()->setTargetRemote(0, "there");
+            editor.editor()->setTargetPath(0, "Docs");
+            editor.editor()->save();
             QCOMPARE(app()->syncManager()->folders().size(), 1);
         }
         m_app.reset(); // saved as it goes

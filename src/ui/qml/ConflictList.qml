@@ -7,7 +7,7 @@ import Nimbrell
 // copies bisync kept, where each came from, and the choice between them.
 Card {
     id: card
-    required property FolderDetailController controller
+    required property FolderConflicts conflicts
     property bool syncing: false
 
     // A copy deleted or renamed in a file manager settles its conflict: it
@@ -16,7 +16,7 @@ Card {
         running: card.visible
         interval: 2000
         repeat: true
-        onTriggered: card.controller.recheckConflicts()
+        onTriggered: card.conflicts.recheck()
     }
 
     ColumnLayout {
@@ -27,7 +27,7 @@ Card {
             Icon { name: "doc.on.doc.fill"; color: app.theme.orange; size: 18 }
             Label {
                 objectName: "conflictsTitle"
-                text: card.controller.conflicts.length === 1 ? "1 Conflict" : card.controller.conflicts.length + " Conflicts"
+                text: card.conflicts.list.length === 1 ? "1 Conflict" : card.conflicts.list.length + " Conflicts"
                 font.weight: Font.DemiBold
             }
         }
@@ -39,15 +39,15 @@ Card {
         }
         Label {
             objectName: "conflictError"
-            visible: card.controller.conflictError !== ""
+            visible: card.conflicts.error !== ""
             Layout.fillWidth: true
-            text: card.controller.conflictError
+            text: card.conflicts.error
             textFormat: Text.PlainText
             wrapMode: Text.Wrap
             color: app.theme.red
         }
         Repeater {
-            model: card.controller.conflicts
+            model: card.conflicts.list
             delegate: ColumnLayout {
                 id: conflict
                 required property var modelData
@@ -80,8 +80,8 @@ Card {
                         objectName: "keepBoth"
                         text: "Keep Both"
                         toolTip: "Keep both copies, the other one under a name with the date"
-                        enabled: !card.syncing && !card.controller.isSettlingConflict
-                        onClicked: card.controller.keepBothCopies(conflict.modelData.name, conflict.modelData.renamed)
+                        enabled: !card.syncing && !card.conflicts.isSettling
+                        onClicked: card.conflicts.keepBoth(conflict.modelData.name, conflict.modelData.renamed)
                     }
                 }
                 Repeater {
@@ -141,8 +141,8 @@ Card {
                                 toolTip: copy.modelData.keepsName
                                          ? "Keep this copy; the other one goes to the trash"
                                          : "Keep this copy under the original name; the other one goes to the trash"
-                                enabled: !card.syncing && !card.controller.isSettlingConflict
-                                onClicked: card.controller.keepConflictCopy(conflict.modelData.name, conflict.modelData.renamed, copy.index)
+                                enabled: !card.syncing && !card.conflicts.isSettling
+                                onClicked: card.conflicts.keepCopy(conflict.modelData.name, conflict.modelData.renamed, copy.index)
                             }
                         }
                     }

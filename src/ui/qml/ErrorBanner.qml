@@ -10,7 +10,7 @@ Rectangle {
     id: banner
     required property NimbrellApp app
     property string log
-    property FolderDetailController controller
+    property FolderRecovery controller
     property string localPath
     readonly property var problems: controller ? controller.problems : []
 

@@ -8,7 +8,7 @@ import Nimbrell
 Dialog {
     id: sheet
     required property NimbrellApp app
-    required property FolderDetailController controller
+    required property FolderRecovery controller
     property string filter: ""
     readonly property string state_: controller.reviewState
     readonly property var shown: {

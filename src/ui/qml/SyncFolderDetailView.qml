@@ -27,7 +27,7 @@ Item {
     property var refocus: null
     function moveTarget(index, step, button) {
         refocus = { index: index + step, button: button }
-        controller.moveTarget(index, step)
+        controller.editor.moveTarget(index, step)
     }
 
     function lastSyncText() {
@@ -50,7 +50,7 @@ Item {
     onPausedChanged: buttonsSwapped()
     onFolderIdChanged: buttonsSwapped()
     Connections {
-        target: controller
+        target: controller.editor
         function onIsEditingChanged() {
             pane.buttonsSwapped()
             modeSpring.restart()
@@ -76,7 +76,7 @@ Item {
             spacing: 12
             Icon {
                 Layout.alignment: Qt.AlignVCenter
-                name: controller.isEditing ? "folder.fill.badge.gearshape" : "folder.fill"
+                name: controller.editor.isEditing ? "folder.fill.badge.gearshape" : "folder.fill"
                 color: app.theme.blue
                 size: 36
             }
@@ -84,13 +84,13 @@ Item {
                 Layout.fillWidth: true
                 spacing: 2
                 Label {
-                    visible: controller.isEditing && pane.folderId === ""
+                    visible: controller.editor.isEditing && pane.folderId === ""
                     text: "New Sync Folder"
                     font.pixelSize: 13
                     color: app.theme.secondary
                 }
                 Label {
-                    visible: !controller.isEditing
+                    visible: !controller.editor.isEditing
                     Layout.fillWidth: true
                     text: folder.name || ""
                     textFormat: Text.PlainText
@@ -100,7 +100,7 @@ Item {
                 }
                 Label {
                     objectName: "lastSynced"
-                    visible: !controller.isEditing
+                    visible: !controller.editor.isEditing
                     Layout.fillWidth: true
                     elide: Text.ElideRight
                     text: pane.lastSyncText()
@@ -108,11 +108,11 @@ Item {
                 }
                 AppTextField {
                     objectName: "editName"
-                    visible: controller.isEditing
+                    visible: controller.editor.isEditing
                     Layout.fillWidth: true
                     placeholderText: "Folder Name"
-                    text: controller.editName
-                    onTextEdited: controller.editName = text
+                    text: controller.editor.name
+                    onTextEdited: controller.editor.name = text
                     font.pixelSize: 15
                 }
             }
@@ -128,7 +128,7 @@ Item {
                     AppButton {
                         objectName: "syncNow"
                         display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
-                        visible: !controller.isEditing && !pane.syncing
+                        visible: !controller.editor.isEditing && !pane.syncing
                         kind: "primary"
                         text: "Sync Now"
                         iconName: "arrow.triangle.2.circlepath"
@@ -138,7 +138,7 @@ Item {
                     AppButton {
                         objectName: "abortSync"
                         display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
-                        visible: !controller.isEditing && pane.syncing
+                        visible: !controller.editor.isEditing && pane.syncing
                         kind: "destructive"
                         text: "Abort Sync"
                         iconName: "stop.circle"
@@ -148,7 +148,7 @@ Item {
                     AppButton {
                         objectName: "pauseFolder"
                         display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
-                        visible: !controller.isEditing && pane.folderId !== ""
+                        visible: !controller.editor.isEditing && pane.folderId !== ""
                         text: pane.paused ? "Resume" : "Pause"
                         iconName: pane.paused ? "play" : "pause"
                         toolTip: pane.paused ? "Sync this folder automatically again"
@@ -158,16 +158,16 @@ Item {
                     AppButton {
                         objectName: "editFolder"
                         display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
-                        visible: !controller.isEditing
+                        visible: !controller.editor.isEditing
                         text: "Edit"
                         iconName: "pencil"
                         toolTip: "Edit Folder"
-                        onClicked: controller.startEditing()
+                        onClicked: controller.editor.start()
                     }
                     AppButton {
                         objectName: "deleteSync"
                         display: pane.compact ? AbstractButton.IconOnly : AbstractButton.TextBesideIcon
-                        visible: !controller.isEditing
+                        visible: !controller.editor.isEditing
                         kind: "destructive"
                         text: "Delete Sync"
                         iconName: "trash"
@@ -177,17 +177,17 @@ Item {
                     // edit mode
                     AppButton {
                         objectName: "cancelEdit"
-                        visible: controller.isEditing
+                        visible: controller.editor.isEditing
                         text: "Cancel"
-                        onClicked: controller.cancel()
+                        onClicked: controller.editor.cancel()
                     }
                     AppButton {
                         objectName: "confirmEdit"
-                        visible: controller.isEditing
+                        visible: controller.editor.isEditing
                         kind: "primary"
                         text: pane.folderId === "" ? "Create" : "Save"
-                        enabled: controller.canConfirm
-                        onClicked: controller.save()
+                        enabled: controller.editor.canConfirm
+                        onClicked: controller.editor.save()
                     }
                 }
                 // Sees every press first and lets it through to the buttons,
@@ -236,7 +236,7 @@ Item {
 
                 // ---- view mode ----
                 Card {
-                    visible: !controller.isEditing
+                    visible: !controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
@@ -341,7 +341,7 @@ Item {
                             Layout.fillWidth: true
                             app: pane.app
                             log: folder.lastError || ""
-                            controller: controller
+                            controller: controller.recovery
                             localPath: folder.localPath || ""
                         }
                     }
@@ -349,17 +349,17 @@ Item {
 
                 ConflictList {
                     objectName: "conflicts"
-                    visible: !controller.isEditing && controller.conflicts.length > 0
+                    visible: !controller.editor.isEditing && controller.conflicts.list.length > 0
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
                     app: pane.app
-                    controller: controller
+                    conflicts: controller.conflicts
                     syncing: pane.syncing
                 }
 
                 RowLayout {
-                    visible: !controller.isEditing
+                    visible: !controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
@@ -389,7 +389,7 @@ Item {
                 }
 
                 Card {
-                    visible: !controller.isEditing
+                    visible: !controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
@@ -449,7 +449,7 @@ Item {
 
                 ActivityList {
                     objectName: "recentChanges"
-                    visible: !controller.isEditing && pane.folderId !== ""
+                    visible: !controller.editor.isEditing && pane.folderId !== ""
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
@@ -460,7 +460,7 @@ Item {
 
                 Card {
                     objectName: "recentlyRemovedCard"
-                    visible: !controller.isEditing && !!folder.hasKeptRemoved
+                    visible: !controller.editor.isEditing && !!folder.hasKeptRemoved
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
@@ -494,7 +494,7 @@ Item {
 
                 // ---- edit mode ----
                 Card {
-                    visible: controller.isEditing
+                    visible: controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
@@ -509,8 +509,8 @@ Item {
                                 objectName: "editLocalPath"
                                 Layout.fillWidth: true
                                 placeholderText: "/path/to/local/folder"
-                                text: controller.editLocalPath
-                                onTextEdited: controller.editLocalPath = text
+                                text: controller.editor.localPath
+                                onTextEdited: controller.editor.localPath = text
                             }
                             AppButton {
                                 text: "Browse"
@@ -519,9 +519,9 @@ Item {
                         }
                         Label {
                             objectName: "pathWarning"
-                            visible: controller.pathWarning !== ""
+                            visible: controller.editor.pathWarning !== ""
                             Layout.fillWidth: true
-                            text: controller.pathWarning
+                            text: controller.editor.pathWarning
                             color: app.theme.orange
                             font.pixelSize: 11
                             wrapMode: Text.Wrap
@@ -529,12 +529,12 @@ Item {
 
                         Label { text: "Remote Targets"; font.weight: Font.DemiBold; Layout.topMargin: 8 }
                         Label {
-                            visible: controller.editTargets.length === 0
+                            visible: controller.editor.targets.length === 0
                             text: "No remote targets configured"
                             color: app.theme.secondary
                         }
                         Repeater {
-                            model: controller.editTargets
+                            model: controller.editor.targets
                             delegate: RowLayout {
                                 id: targetRow
                                 required property var modelData
@@ -552,7 +552,7 @@ Item {
                                     textRole: "name"
                                     valueRole: "name"
                                     displayText: targetRow.modelData.remoteName || "Select"
-                                    onActivated: controller.setTargetRemote(targetRow.index, currentValue)
+                                    onActivated: controller.editor.setTargetRemote(targetRow.index, currentValue)
                                     // After the combo box's own reaction to the reset.
                                     function follow() { currentIndex = indexOfValue(targetRow.modelData.remoteName) }
                                     Component.onCompleted: follow()
@@ -566,7 +566,7 @@ Item {
                                     Layout.fillWidth: true
                                     placeholderText: "/path"
                                     text: targetRow.modelData.remotePath
-                                    onTextEdited: controller.setTargetPath(targetRow.index, text)
+                                    onTextEdited: controller.editor.setTargetPath(targetRow.index, text)
                                 }
                                 AppButton {
                                     id: upButton
@@ -587,7 +587,7 @@ Item {
                                     iconName: "chevron.down"
                                     text: "Move Down"
                                     toolTip: "Move Down"
-                                    enabled: targetRow.index < controller.editTargets.length - 1
+                                    enabled: targetRow.index < controller.editor.targets.length - 1
                                     onClicked: pane.moveTarget(targetRow.index, 1, "down")
                                 }
                                 AppButton {
@@ -598,7 +598,7 @@ Item {
                                     tint: app.theme.red
                                     text: "Remove Target"
                                     toolTip: "Remove Target"
-                                    onClicked: controller.removeTarget(targetRow.index)
+                                    onClicked: controller.editor.removeTarget(targetRow.index)
                                 }
                                 // The rows are made again after a move: the
                                 // moved row's button takes the focus back
@@ -619,7 +619,7 @@ Item {
                             tint: app.theme.blue
                             text: "Add Remote Target"
                             iconName: "plus.circle.fill"
-                            onClicked: controller.addTarget()
+                            onClicked: controller.editor.addTarget()
                         }
                     }
                 }
@@ -640,40 +640,40 @@ Item {
                             AppComboBox {
                                 objectName: "conflictResolution"
                                 Layout.preferredWidth: 230
-                                enabled: controller.isEditing
-                                model: controller.conflictLabels
-                                currentIndex: controller.editConflictResolution
-                                onActivated: controller.editConflictResolution = currentIndex
+                                enabled: controller.editor.isEditing
+                                model: controller.editor.options.conflictLabels
+                                currentIndex: controller.editor.options.conflictResolution
+                                onActivated: controller.editor.options.conflictResolution = currentIndex
                             }
                         }
                         SectionTitle { app: pane.app; icon: "eye.slash.circle.fill"; text: "Exclude Patterns"; Layout.topMargin: 6 }
                         AppSwitch {
                             objectName: "excludeGit"
                             text: ".git"
-                            enabled: controller.isEditing
-                            checked: controller.excludeGit
-                            onToggled: controller.excludeGit = checked
+                            enabled: controller.editor.isEditing
+                            checked: controller.editor.options.excludeGit
+                            onToggled: controller.editor.options.excludeGit = checked
                         }
                         AppSwitch {
                             objectName: "excludeNodeModules"
                             text: "node_modules"
                             iconName: "shippingbox"
-                            enabled: controller.isEditing
-                            checked: controller.excludeNodeModules
-                            onToggled: controller.excludeNodeModules = checked
+                            enabled: controller.editor.isEditing
+                            checked: controller.editor.options.excludeNodeModules
+                            onToggled: controller.editor.options.excludeNodeModules = checked
                         }
                         AppSwitch {
                             objectName: "excludeHidden"
                             text: "Hidden files"
                             iconName: "eye.slash"
-                            enabled: controller.isEditing
-                            checked: controller.excludeHidden
-                            onToggled: controller.excludeHidden = checked
+                            enabled: controller.editor.isEditing
+                            checked: controller.editor.options.excludeHidden
+                            onToggled: controller.editor.options.excludeHidden = checked
                         }
                     }
                 }
                 Card {
-                    visible: controller.isEditing
+                    visible: controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
@@ -686,8 +686,8 @@ Item {
                             objectName: "editPaused"
                             text: "Paused"
                             iconName: "pause"
-                            checked: controller.editPaused
-                            onToggled: controller.editPaused = checked
+                            checked: controller.editor.options.paused
+                            onToggled: controller.editor.options.paused = checked
                         }
                         Label {
                             Layout.fillWidth: true
@@ -701,19 +701,19 @@ Item {
                             objectName: "editKeepRemoved"
                             text: "Keep removed and replaced files"
                             iconName: "trash"
-                            checked: controller.editKeepRemoved
-                            onToggled: controller.editKeepRemoved = checked
+                            checked: controller.editor.options.keepRemoved
+                            onToggled: controller.editor.options.keepRemoved = checked
                         }
                         RowLayout {
-                            visible: controller.editKeepRemoved
+                            visible: controller.editor.options.keepRemoved
                             spacing: 8
                             Label { text: "Keep for" }
                             AppComboBox {
                                 objectName: "editKeepDays"
                                 Layout.preferredWidth: 120
-                                model: controller.keepDaysLabels
-                                currentIndex: controller.editKeepDaysIndex
-                                onActivated: index => controller.editKeepDaysIndex = index
+                                model: controller.editor.options.keepDaysLabels
+                                currentIndex: controller.editor.options.keepDaysIndex
+                                onActivated: index => controller.editor.options.keepDaysIndex = index
                                 Accessible.name: "Keep removed files for"
                             }
                         }
@@ -744,7 +744,7 @@ Item {
 
     ReviewSheet {
         app: pane.app
-        controller: controller
+        controller: controller.recovery
         parent: Overlay.overlay
     }
 
@@ -753,7 +753,7 @@ Item {
         title: "Choose a folder to sync"
         onAccepted: {
             const url = selectedFolder.toString()
-            controller.editLocalPath = decodeURIComponent(url.replace(/^file:\/\//, ""))
+            controller.editor.localPath = decodeURIComponent(url.replace(/^file:\/\//, ""))
         }
     }
 
