@@ -23,13 +23,6 @@ Item {
     // Too narrow for the toolbar's labels: its buttons show their icons only.
     readonly property bool compact: width < 680
 
-    // Which button of which target row takes the focus once the rows are remade.
-    property var refocus: null
-    function moveTarget(index, step, button) {
-        refocus = { index: index + step, button: button }
-        controller.editor.moveTarget(index, step)
-    }
-
     function lastSyncText() {
         if (!folder.lastSync || isNaN(folder.lastSync.getTime()))
             return "Never synced"
@@ -235,116 +228,16 @@ Item {
                 Item { Layout.preferredHeight: 4 }
 
                 // ---- view mode ----
-                Card {
+                SyncStatusCard {
                     visible: !controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
                     app: pane.app
-                    ColumnLayout {
-                        width: parent.width
-                        spacing: 10
-                        Label { text: "Sync Status"; font.weight: Font.DemiBold }
-                        RowLayout {
-                            spacing: 8
-                            Layout.fillWidth: true
-                            BusyIndicator {
-                                visible: pane.syncing
-                                running: visible
-                                Layout.preferredWidth: 20
-                                Layout.preferredHeight: 20
-                                padding: 0
-                            }
-                            Icon {
-                                visible: !pane.syncing
-                                name: pane.paused ? "pause" : folder.status === "success" ? "checkmark.circle.fill"
-                                    : folder.status === "error" ? "exclamationmark.triangle" : "clock"
-                                color: pane.paused ? app.theme.secondary : folder.status === "success" ? app.theme.green
-                                     : folder.status === "error" ? app.theme.red : app.theme.secondary
-                                size: 18
-                            }
-                            Label {
-                                objectName: "statusLine"
-                                Layout.fillWidth: true
-                                elide: Text.ElideRight
-                                textFormat: Text.PlainText
-                                text: {
-                                    if (pane.syncing) {
-                                        const targets = folder.targets || []
-                                        const index = folder.currentTargetIndex
-                                        if (index === undefined || index === null || index >= targets.length)
-                                            return "Syncing"
-                                        return "Syncing to " + targets[index].remoteName + ":" + targets[index].remotePath
-                                    }
-                                    if (pane.paused) return "Paused"
-                                    if (folder.status === "success") return "Sync completed successfully"
-                                    if (folder.status === "error") return "Last sync failed"
-                                    return "Idle — ready to sync"
-                                }
-                            }
-                            Label {
-                                visible: pane.syncing && folder.currentTargetIndex !== undefined && folder.currentTargetIndex !== null
-                                text: (folder.currentTargetIndex + 1) + " of " + (folder.targets ? folder.targets.length : 0)
-                                color: app.theme.secondary
-                            }
-                        }
-                        Label {
-                            objectName: "waitingLine"
-                            visible: pane.syncing && !!folder.isWaiting
-                            text: "Waiting for another sync to finish…"
-                            color: app.theme.secondary
-                        }
-                        ColumnLayout {
-                            visible: pane.syncing && !folder.isWaiting
-                            Layout.fillWidth: true
-                            spacing: 6
-                            SyncProgressBar {
-                                Layout.fillWidth: true
-                                app: pane.app
-                                value: folder.progress || 0
-                            }
-                            RowLayout {
-                                Layout.fillWidth: true
-                                Label {
-                                    objectName: "percentage"
-                                    text: app.format.percentage(folder.progress || 0)
-                                    font.family: "monospace"
-                                }
-                                Label {
-                                    visible: !!folder.transferSpeed
-                                    Layout.fillWidth: true
-                                    text: folder.transferSpeed || ""
-                                    textFormat: Text.PlainText
-                                    elide: Text.ElideRight
-                                    color: app.theme.secondary
-                                }
-                            }
-                            RowLayout {
-                                spacing: 16
-                                Label {
-                                    visible: !!folder.transferredFiles
-                                    text: "Files: " + (folder.transferredFiles || "")
-                                    textFormat: Text.PlainText
-                                    color: app.theme.secondary
-                                }
-                                Label {
-                                    visible: !!folder.transferredSize
-                                    text: "Data: " + (folder.transferredSize || "")
-                                    textFormat: Text.PlainText
-                                    color: app.theme.secondary
-                                }
-                            }
-                        }
-                        ErrorBanner {
-                            objectName: "errorBanner"
-                            visible: folder.lastError !== undefined && folder.lastError !== null
-                            Layout.fillWidth: true
-                            app: pane.app
-                            log: folder.lastError || ""
-                            controller: controller.recovery
-                            localPath: folder.localPath || ""
-                        }
-                    }
+                    folder: pane.folder
+                    syncing: pane.syncing
+                    paused: pane.paused
+                    recovery: controller.recovery
                 }
 
                 ConflictList {
@@ -388,63 +281,14 @@ Item {
                     }
                 }
 
-                Card {
+                FolderTargetsCard {
                     visible: !controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
                     app: pane.app
-                    ColumnLayout {
-                        width: parent.width
-                        spacing: 8
-                        Label { text: "Local Path"; font.weight: Font.DemiBold }
-                        Label {
-                            Layout.fillWidth: true
-                            text: folder.localPath || ""
-                            textFormat: Text.PlainText
-                            elide: Text.ElideMiddle
-                            font.family: "monospace"
-                        }
-                        Label { text: "Remote Targets"; font.weight: Font.DemiBold; Layout.topMargin: 6 }
-                        Label {
-                            visible: !folder.targets || folder.targets.length === 0
-                            text: "No remote targets configured"
-                            color: app.theme.secondary
-                        }
-                        Repeater {
-                            model: folder.targets || []
-                            delegate: RowLayout {
-                                required property var modelData
-                                required property int index
-                                Layout.fillWidth: true
-                                spacing: 8
-                                Icon { name: "cloud.fill"; color: app.theme.blue }
-                                Label {
-                                    Layout.fillWidth: true
-                                    text: modelData.remoteName + ":" + modelData.remotePath
-                                    textFormat: Text.PlainText
-                                    elide: Text.ElideRight
-                                }
-                                BusyIndicator {
-                                    visible: pane.syncing && folder.currentTargetIndex === index
-                                    running: visible
-                                    Layout.preferredWidth: 16
-                                    Layout.preferredHeight: 16
-                                    padding: 0
-                                }
-                                Label {
-                                    visible: pane.syncing && folder.currentTargetIndex === index
-                                    text: "Syncing"
-                                    color: app.theme.blue
-                                }
-                                Icon {
-                                    visible: pane.syncing && folder.currentTargetIndex > index
-                                    name: "checkmark.circle.fill"
-                                    color: app.theme.green
-                                }
-                            }
-                        }
-                    }
+                    folder: pane.folder
+                    syncing: pane.syncing
                 }
 
                 ActivityList {
@@ -458,275 +302,43 @@ Item {
                     folderId: pane.folderId
                 }
 
-                Card {
+                RecentlyRemovedCard {
                     objectName: "recentlyRemovedCard"
                     visible: !controller.editor.isEditing && !!folder.hasKeptRemoved
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
                     app: pane.app
-                    RowLayout {
-                        width: parent.width
-                        spacing: 12
-                        ColumnLayout {
-                            Layout.fillWidth: true
-                            spacing: 2
-                            Label { text: "Recently Removed"; font.weight: Font.DemiBold }
-                            Label {
-                                Layout.fillWidth: true
-                                wrapMode: Text.Wrap
-                                text: "What syncs delete or overwrite, here or on a remote, is kept for "
-                                      + (folder.keepDays || 30) + " days."
-                                color: app.theme.secondary
-                                font.pixelSize: 12
-                            }
-                        }
-                        AppButton {
-                            objectName: "recentlyRemoved"
-                            text: "Show…"
-                            iconName: "clock.arrow.circlepath"
-                            toolTip: "Restore or delete what syncs removed from this folder"
-                            Accessible.name: "Show Recently Removed"
-                            onClicked: removedSheet.open()
-                        }
-                    }
+                    folder: pane.folder
+                    onShowRequested: removedSheet.open()
                 }
 
                 // ---- edit mode ----
-                Card {
+                EditTargetsCard {
                     visible: controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
                     app: pane.app
-                    ColumnLayout {
-                        width: parent.width
-                        spacing: 8
-                        Label { text: "Local Path"; font.weight: Font.DemiBold }
-                        RowLayout {
-                            Layout.fillWidth: true
-                            AppTextField {
-                                objectName: "editLocalPath"
-                                Layout.fillWidth: true
-                                placeholderText: "/path/to/local/folder"
-                                text: controller.editor.localPath
-                                onTextEdited: controller.editor.localPath = text
-                            }
-                            AppButton {
-                                text: "Browse"
-                                onClicked: folderDialog.open()
-                            }
-                        }
-                        Label {
-                            objectName: "pathWarning"
-                            visible: controller.editor.pathWarning !== ""
-                            Layout.fillWidth: true
-                            text: controller.editor.pathWarning
-                            color: app.theme.orange
-                            font.pixelSize: 11
-                            wrapMode: Text.Wrap
-                        }
-
-                        Label { text: "Remote Targets"; font.weight: Font.DemiBold; Layout.topMargin: 8 }
-                        Label {
-                            visible: controller.editor.targets.length === 0
-                            text: "No remote targets configured"
-                            color: app.theme.secondary
-                        }
-                        Repeater {
-                            model: controller.editor.targets
-                            delegate: RowLayout {
-                                id: targetRow
-                                required property var modelData
-                                required property int index
-                                Layout.fillWidth: true
-                                spacing: 6
-                                // Follows the row's remote name, also when the
-                                // remote list is read again under it; a name
-                                // rclone no longer lists is shown as it is.
-                                AppComboBox {
-                                    id: remoteChooser
-                                    objectName: "targetRemote"
-                                    Layout.preferredWidth: 170
-                                    model: app.remotes
-                                    textRole: "name"
-                                    valueRole: "name"
-                                    displayText: targetRow.modelData.remoteName || "Select"
-                                    onActivated: controller.editor.setTargetRemote(targetRow.index, currentValue)
-                                    // After the combo box's own reaction to the reset.
-                                    function follow() { currentIndex = indexOfValue(targetRow.modelData.remoteName) }
-                                    Component.onCompleted: follow()
-                                    Connections {
-                                        target: app.remotes
-                                        function onModelReset() { Qt.callLater(remoteChooser.follow) }
-                                    }
-                                }
-                                AppTextField {
-                                    objectName: "targetPath"
-                                    Layout.fillWidth: true
-                                    placeholderText: "/path"
-                                    text: targetRow.modelData.remotePath
-                                    onTextEdited: controller.editor.setTargetPath(targetRow.index, text)
-                                }
-                                AppButton {
-                                    id: upButton
-                                    objectName: "moveTargetUp"
-                                    kind: "borderless"
-                                    display: AbstractButton.IconOnly
-                                    iconName: "chevron.up"
-                                    text: "Move Up"
-                                    toolTip: "Move Up"
-                                    enabled: targetRow.index > 0
-                                    onClicked: pane.moveTarget(targetRow.index, -1, "up")
-                                }
-                                AppButton {
-                                    id: downButton
-                                    objectName: "moveTargetDown"
-                                    kind: "borderless"
-                                    display: AbstractButton.IconOnly
-                                    iconName: "chevron.down"
-                                    text: "Move Down"
-                                    toolTip: "Move Down"
-                                    enabled: targetRow.index < controller.editor.targets.length - 1
-                                    onClicked: pane.moveTarget(targetRow.index, 1, "down")
-                                }
-                                AppButton {
-                                    objectName: "removeTarget"
-                                    kind: "borderless"
-                                    display: AbstractButton.IconOnly
-                                    iconName: "minus.circle.fill"
-                                    tint: app.theme.red
-                                    text: "Remove Target"
-                                    toolTip: "Remove Target"
-                                    onClicked: controller.editor.removeTarget(targetRow.index)
-                                }
-                                // The rows are made again after a move: the
-                                // moved row's button takes the focus back
-                                // (or its other one, at either end).
-                                Component.onCompleted: {
-                                    if (pane.refocus === null || pane.refocus.index !== index)
-                                        return
-                                    const wanted = pane.refocus.button === "up" ? upButton : downButton
-                                    const other = wanted === upButton ? downButton : upButton
-                                    pane.refocus = null
-                                    Qt.callLater(() => (wanted.enabled ? wanted : other).forceActiveFocus(Qt.TabFocusReason))
-                                }
-                            }
-                        }
-                        AppButton {
-                            objectName: "addTarget"
-                            kind: "borderless"
-                            tint: app.theme.blue
-                            text: "Add Remote Target"
-                            iconName: "plus.circle.fill"
-                            onClicked: controller.editor.addTarget()
-                        }
-                    }
+                    editor: controller.editor
+                    onBrowseRequested: folderDialog.open()
                 }
 
-                // Sync options: shown in both modes, editable in the editor only.
-                Card {
+                SyncOptionsCard {
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
                     app: pane.app
-                    ColumnLayout {
-                        width: parent.width
-                        spacing: 8
-                        Label { text: "Sync Options"; font.weight: Font.DemiBold }
-                        RowLayout {
-                            spacing: 8
-                            SectionTitle { app: pane.app; icon: "arrow.triangle.branch"; text: "Conflict Resolution" }
-                            AppComboBox {
-                                objectName: "conflictResolution"
-                                Layout.preferredWidth: 230
-                                enabled: controller.editor.isEditing
-                                model: controller.editor.options.conflictLabels
-                                currentIndex: controller.editor.options.conflictResolution
-                                onActivated: controller.editor.options.conflictResolution = currentIndex
-                            }
-                        }
-                        SectionTitle { app: pane.app; icon: "eye.slash.circle.fill"; text: "Exclude Patterns"; Layout.topMargin: 6 }
-                        AppSwitch {
-                            objectName: "excludeGit"
-                            text: ".git"
-                            enabled: controller.editor.isEditing
-                            checked: controller.editor.options.excludeGit
-                            onToggled: controller.editor.options.excludeGit = checked
-                        }
-                        AppSwitch {
-                            objectName: "excludeNodeModules"
-                            text: "node_modules"
-                            iconName: "shippingbox"
-                            enabled: controller.editor.isEditing
-                            checked: controller.editor.options.excludeNodeModules
-                            onToggled: controller.editor.options.excludeNodeModules = checked
-                        }
-                        AppSwitch {
-                            objectName: "excludeHidden"
-                            text: "Hidden files"
-                            iconName: "eye.slash"
-                            enabled: controller.editor.isEditing
-                            checked: controller.editor.options.excludeHidden
-                            onToggled: controller.editor.options.excludeHidden = checked
-                        }
-                    }
+                    options: controller.editor.options
+                    editing: controller.editor.isEditing
                 }
-                Card {
+                SafetyCard {
                     visible: controller.editor.isEditing
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
                     app: pane.app
-                    ColumnLayout {
-                        width: parent.width
-                        spacing: 8
-                        Label { text: "Safety & Control"; font.weight: Font.DemiBold }
-                        AppSwitch {
-                            objectName: "editPaused"
-                            text: "Paused"
-                            iconName: "pause"
-                            checked: controller.editor.options.paused
-                            onToggled: controller.editor.options.paused = checked
-                        }
-                        Label {
-                            Layout.fillWidth: true
-                            wrapMode: Text.Wrap
-                            text: "A paused folder syncs only when you click Sync Now: not when its files change, "
-                                  + "nor at the sync interval."
-                            font.pixelSize: 11
-                            color: app.theme.secondary
-                        }
-                        AppSwitch {
-                            objectName: "editKeepRemoved"
-                            text: "Keep removed and replaced files"
-                            iconName: "trash"
-                            checked: controller.editor.options.keepRemoved
-                            onToggled: controller.editor.options.keepRemoved = checked
-                        }
-                        RowLayout {
-                            visible: controller.editor.options.keepRemoved
-                            spacing: 8
-                            Label { text: "Keep for" }
-                            AppComboBox {
-                                objectName: "editKeepDays"
-                                Layout.preferredWidth: 120
-                                model: controller.editor.options.keepDaysLabels
-                                currentIndex: controller.editor.options.keepDaysIndex
-                                onActivated: index => controller.editor.options.keepDaysIndex = index
-                                Accessible.name: "Keep removed files for"
-                            }
-                        }
-                        Label {
-                            Layout.fillWidth: true
-                            wrapMode: Text.Wrap
-                            text: "What a sync deletes or overwrites is kept instead: on this computer in "
-                                  + "~/.local/share/nimbrell/removed, on each remote in a hidden folder "
-                                  + "\".nimbrell-removed\" that is never synced. Recently Removed puts them back."
-                            font.pixelSize: 11
-                            color: app.theme.secondary
-                        }
-                    }
+                    options: controller.editor.options
                 }
                 Item { Layout.preferredHeight: 16 }
             }
