@@ -1,16 +1,17 @@
 #include "sync/FolderProblems.h"
 
-bool FolderProblems::sameOutcome(const SyncFolder &a, const SyncFolder &b)
+bool FolderProblems::Reading::isOf(const SyncFolder &folder) const
 {
-    return a.status == b.status && a.lastError == b.lastError && a.remoteTargets == b.remoteTargets
-        && a.localPath == b.localPath;
+    return status == folder.status && lastError == folder.lastError && targets == folder.remoteTargets
+        && localPath == folder.localPath;
 }
 
 void FolderProblems::read(const SyncFolder &folder)
 {
     const auto it = m_readings.constFind(folder.id);
-    if (it == m_readings.constEnd() || !sameOutcome(it->read, folder))
-        m_readings.insert(folder.id, {folder, SyncProblem::forFolder(folder, m_details.value(folder.id))});
+    if (it == m_readings.constEnd() || !it->isOf(folder))
+        m_readings.insert(folder.id, {folder.status, folder.lastError, folder.remoteTargets, folder.localPath,
+                                      SyncProblem::forFolder(folder, m_details.value(folder.id))});
 }
 
 void FolderProblems::setDetails(const QUuid &id, const QStringList &details)

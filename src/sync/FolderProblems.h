@@ -24,12 +24,16 @@ public:
     void remove(const QUuid &id);
 
 private:
+    // What the problems were read from, and what they are.
     struct Reading
     {
-        SyncFolder read; // what the problems were read from
+        SyncStatus status;
+        std::optional<QString> lastError;
+        QList<RemoteTarget> targets;
+        QString localPath;
         QList<SyncProblem> problems;
+        bool isOf(const SyncFolder &folder) const;
     };
-    static bool sameOutcome(const SyncFolder &a, const SyncFolder &b);
 
     QHash<QUuid, QStringList> m_details;
     QHash<QUuid, Reading> m_readings;
