@@ -88,7 +88,8 @@ void waitForRemotePane(QQuickWindow *window)
 {
     waitFor([window] {
         QObject *pane = window->findChild<QObject *>(QStringLiteral("remoteController"));
-        return pane && !pane->property("isLoading").toBool();
+        QObject *storage = pane ? pane->property("storage").value<QObject *>() : nullptr;
+        return storage && !storage->property("isLoading").toBool();
     });
 }
 

@@ -1,22 +1,14 @@
 #include "ui/RemoteDetailController.h"
-#include "engine/RemoteCommands.h"
 
 #include "engine/RcloneEngine.h"
 #include "sync/FolderCommands.h"
 #include "sync/SyncManager.h"
 #include "ui/RemoteListModel.h"
 
-#include <cmath>
 
 RemoteDetailController::RemoteDetailController(QObject *parent)
     : QObject(parent)
 {
-}
-
-RemoteDetailController::~RemoteDetailController()
-{
-    if (m_job)
-        m_job->cancel();
 }
 
 void RemoteDetailController::setApp(NimbrellApp *app)
@@ -73,68 +65,10 @@ QString RemoteDetailController::iconName() const
     return r ? r->providerIcon().name : QStringLiteral("cloud.fill");
 }
 
-QVariant RemoteDetailController::figure(std::optional<qint64> RemoteSpaceInfo::*field) const
-{
-    if (!m_spaceInfo || !((*m_spaceInfo).*field))
-        return {};
-    return *((*m_spaceInfo).*field);
-}
-
-std::optional<double> RemoteDetailController::usageFraction(const RemoteSpaceInfo &info)
-{
-    if (!info.total || *info.total < 1)
-        return std::nullopt;
-    return double(info.used.value_or(0)) / double(*info.total);
-}
-
-std::optional<double> RemoteDetailController::currentFraction() const
-{
-    return m_spaceInfo ? usageFraction(*m_spaceInfo) : std::nullopt;
-}
-
-QVariant RemoteDetailController::usageFractionValue() const
-{
-    const auto fraction = currentFraction();
-    return fraction ? QVariant(*fraction) : QVariant();
-}
-
-bool RemoteDetailController::usageCritical() const
-{
-    const auto fraction = currentFraction();
-    return fraction && *fraction > 0.9;
-}
-
-QString RemoteDetailController::usagePercentage() const
-{
-    const auto fraction = currentFraction();
-    return fraction ? QString::number(qint64(std::trunc(*fraction * 100.0))) + u'%' : QString();
-}
-
-void RemoteDetailController::setSpaceInfo(const std::optional<RemoteSpaceInfo> &info)
-{
-    m_spaceInfo = info;
-    Q_EMIT storageChanged();
-}
-
 void RemoteDetailController::loadSpaceInfo()
 {
-    if (!m_app || m_remoteName.isEmpty())
-        return;
-    if (m_job)
-        m_job->cancel();
-    m_isLoading = true;
-    m_loadError.clear();
-    Q_EMIT storageChanged();
-    m_job = RemoteCommands::getSpaceInfo(*m_app->engine(), m_remoteName, this, [this](const RcloneResult<RemoteSpaceInfo> &result) {
-        if (result.isCancelled()) // replaced by a newer query
-            return;
-        if (result.ok())
-            m_spaceInfo = result.value();
-        else
-            m_loadError = result.error().description;
-        m_isLoading = false;
-        Q_EMIT storageChanged();
-    });
+    if (m_app && !m_remoteName.isEmpty())
+        m_storage.load(*m_app->engine(), m_remoteName);
 }
 
 QString RemoteDetailController::folderList(const QList<SyncFolder> &folders)
@@ -179,14 +113,13 @@ void RemoteDetailController::confirmDelete()
         return;
     const QString name = m_remoteName;
     m_isDeleting = true;
-    Q_EMIT storageChanged();
+    Q_EMIT isDeletingChanged();
     m_app->engine()->run({QStringLiteral("config"), QStringLiteral("delete"), name}, this,
                          [this, name](const RcloneResult<QString> &result) {
                              m_isDeleting = false;
-                             Q_EMIT storageChanged();
+                             Q_EMIT isDeletingChanged();
                              if (!result.ok()) {
-                                 m_loadError = QStringLiteral("Failed to delete remote: ") + result.error().description;
-                                 Q_EMIT storageChanged();
+                                 m_storage.setError(QStringLiteral("Failed to delete remote: ") + result.error().description);
                                  return;
                              }
                              FolderCommands::takeOutOfFolders(*m_app->syncManager(), name);

@@ -90,20 +90,20 @@ private Q_SLOTS:
 
     void usageFraction()
     {
-        using R = RemoteDetailController;
+        using R = RemoteStorage;
         QCOMPARE(R::usageFraction({0, 0, 0, std::nullopt}), std::nullopt); // a total of 0 hides the bar
         QCOMPARE(R::usageFraction({std::nullopt, 5, 5, std::nullopt}), std::nullopt);
         QCOMPARE(R::usageFraction({100, std::nullopt, 100, std::nullopt}), 0.0);
         QCOMPARE(R::usageFraction({100, 40, 60, std::nullopt}), 0.4);
 
         RemoteDetailController pane;
-        pane.setSpaceInfo(RemoteSpaceInfo{100, 95, 5, std::nullopt});
-        QVERIFY(pane.usageCritical()); // 95 % is red
-        pane.setSpaceInfo(RemoteSpaceInfo{100, 90, 10, std::nullopt});
-        QVERIFY(!pane.usageCritical()); // exactly 90 % is not
-        QCOMPARE(pane.usagePercentage(), "90%");
-        pane.setSpaceInfo(RemoteSpaceInfo{100, 150, 0, std::nullopt});
-        QCOMPARE(pane.usagePercentage(), "150%"); // over quota: not capped
+        pane.storage()->setSpaceInfo(RemoteSpaceInfo{100, 95, 5, std::nullopt});
+        QVERIFY(pane.storage()->usageCritical()); // 95 % is red
+        pane.storage()->setSpaceInfo(RemoteSpaceInfo{100, 90, 10, std::nullopt});
+        QVERIFY(!pane.storage()->usageCritical()); // exactly 90 % is not
+        QCOMPARE(pane.storage()->usagePercentage(), "90%");
+        pane.storage()->setSpaceInfo(RemoteSpaceInfo{100, 150, 0, std::nullopt});
+        QCOMPARE(pane.storage()->usagePercentage(), "150%"); // over quota: not capped
     }
 
     // The pane goes away while `rclone about` still runs: it is stopped.
@@ -273,7 +273,7 @@ private Q_SLOTS:
         RemoteDetailController pane;
         pane.setApp(m_app.get());
         pane.setRemoteName("gdrive");
-        QTRY_VERIFY(!pane.isLoading());
+        QTRY_VERIFY(!pane.storage()->isLoading());
         QSignalSpy refusal(&pane, &RemoteDetailController::refusalShown);
         QSignalSpy confirmation(&pane, &RemoteDetailController::confirmationRequested);
         pane.requestDelete();
@@ -290,7 +290,7 @@ private Q_SLOTS:
         pane.confirmDelete();
         pane.requestDelete();
         QCOMPARE(confirmation.count(), 0);
-        QTRY_COMPARE(pane.loadError(), "Failed to delete remote: permission denied\n");
+        QTRY_COMPARE(pane.storage()->error(), "Failed to delete remote: permission denied\n");
         QVERIFY(!pane.isDeleting());
         QCOMPARE(m_app->syncManager()->folders().first().remoteTargets.size(), 2); // nothing changed
         QCOMPARE(callsWith(*m_fake, 1, "delete").size(), 1);

@@ -83,13 +83,13 @@ Item {
                     Label { text: "Storage"; font.weight: Font.DemiBold }
 
                     RowLayout {
-                        visible: controller.isLoading
+                        visible: controller.storage.isLoading
                         spacing: 8
                         BusyIndicator { Layout.preferredWidth: 18; Layout.preferredHeight: 18; padding: 0; running: parent.visible }
                         Label { text: "Loading storage info..." }
                     }
                     ColumnLayout {
-                        visible: !controller.isLoading && controller.loadError !== ""
+                        visible: !controller.storage.isLoading && controller.storage.error !== ""
                         Layout.fillWidth: true
                         spacing: 4
                         RowLayout {
@@ -100,7 +100,7 @@ Item {
                         Label {
                             objectName: "storageError"
                             Layout.fillWidth: true
-                            text: controller.loadError
+                            text: controller.storage.error
                             textFormat: Text.PlainText
                             wrapMode: Text.Wrap
                             maximumLineCount: 6
@@ -110,40 +110,40 @@ Item {
                         }
                     }
                     ColumnLayout {
-                        visible: !controller.isLoading && controller.loadError === "" && controller.hasSpaceInfo
+                        visible: !controller.storage.isLoading && controller.storage.error === "" && controller.storage.hasSpaceInfo
                         Layout.fillWidth: true
                         spacing: 8
                         ColumnLayout {
-                            visible: controller.usageFraction !== undefined
+                            visible: controller.storage.usageFraction !== undefined
                             Layout.fillWidth: true
                             spacing: 6
                             SyncProgressBar {
                                 Layout.fillWidth: true
                                 app: pane.app
-                                value: controller.usageFraction || 0
+                                value: controller.storage.usageFraction || 0
                             }
                             RowLayout {
                                 Layout.fillWidth: true
                                 Label {
                                     Layout.fillWidth: true
-                                    text: app.format.byteCount(controller.used || 0) + " of "
-                                          + app.format.byteCount(controller.total || 0) + " used"
+                                    text: app.format.byteCount(controller.storage.used || 0) + " of "
+                                          + app.format.byteCount(controller.storage.total || 0) + " used"
                                     color: app.theme.secondary
                                 }
                                 Label {
                                     objectName: "usagePercentage"
-                                    text: controller.usagePercentage
-                                    color: controller.usageCritical ? app.theme.red : palette.windowText
+                                    text: controller.storage.usagePercentage
+                                    color: controller.storage.usageCritical ? app.theme.red : palette.windowText
                                     font.weight: Font.DemiBold
                                 }
                             }
                         }
                         Repeater {
                             model: [
-                                { label: "Total", icon: "externaldrive.fill", color: app.theme.blue, value: controller.total },
-                                { label: "Used", icon: "chart.bar.fill", color: app.theme.orange, value: controller.used },
-                                { label: "Free", icon: "checkmark.circle.fill", color: app.theme.green, value: controller.free },
-                                { label: "Trash", icon: "trash.fill", color: app.theme.secondary, value: controller.trashed }
+                                { label: "Total", icon: "externaldrive.fill", color: app.theme.blue, value: controller.storage.total },
+                                { label: "Used", icon: "chart.bar.fill", color: app.theme.orange, value: controller.storage.used },
+                                { label: "Free", icon: "checkmark.circle.fill", color: app.theme.green, value: controller.storage.free },
+                                { label: "Trash", icon: "trash.fill", color: app.theme.secondary, value: controller.storage.trashed }
                             ]
                             delegate: RowLayout {
                                 required property var modelData
@@ -157,7 +157,7 @@ Item {
                         }
                     }
                     RowLayout {
-                        visible: !controller.isLoading && controller.loadError === "" && !controller.hasSpaceInfo
+                        visible: !controller.storage.isLoading && controller.storage.error === "" && !controller.storage.hasSpaceInfo
                         spacing: 8
                         Icon { name: "info.circle"; color: app.theme.secondary }
                         Label { text: "Storage info not available for this remote type"; color: app.theme.secondary }
