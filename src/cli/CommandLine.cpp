@@ -1,5 +1,6 @@
 #include "cli/CommandLine.h"
 
+#include "model/FolderSelection.h"
 #include "model/ConflictResolution.h"
 #include "model/UuidString.h"
 
@@ -54,7 +55,7 @@ constexpr std::array kActions{
     Action{"remotes", "types", Kind::remoteTypes, "--json", "", 0, 0},
     Action{"folders", "list", Kind::list, "--json", "", 0, 0},
     Action{"folders", "add", Kind::folderAdd, "--json", "--conflict", 3, -1},
-    Action{"folders", "edit", Kind::folderEdit, "--json", "--conflict --add-target --remove-target --rename --local-path", 1, 1},
+    Action{"folders", "edit", Kind::folderEdit, "--json", "--conflict --add-target --remove-target --rename --local-path --skip --unskip --ignore --unignore --direction", 1, 1},
     Action{"folders", "remove", Kind::folderRemove, "", "", 1, 1},
 };
 
@@ -117,6 +118,23 @@ std::variant<CliCommand, QString> parseAction(const Action &action, const QStrin
             command.rename = value;
         if (argument == u"--local-path")
             command.localPath = value;
+        if (argument == u"--skip" || argument == u"--unskip") {
+            const std::optional<QString> directory = FolderSelection::normalizedDirectory(value);
+            if (!directory)
+                return QStringLiteral("%1 takes a directory inside the folder, such as Videos or Photos/2019, not %2")
+                    .arg(argument, quoted(value));
+            (argument == u"--skip" ? command.skip : command.unskip).append(*directory);
+        }
+        if (argument == u"--ignore" || argument == u"--unignore") {
+            if (value.trimmed().isEmpty())
+                return QStringLiteral("%1 needs a pattern, such as *.tmp or /build/**").arg(argument);
+            (argument == u"--ignore" ? command.ignore : command.unignore).append(value.trimmed());
+        }
+        if (argument == u"--direction") {
+            if (!FolderSelection::directionFromName(value))
+                return QStringLiteral("--direction takes two-way, upload or download, not %1").arg(quoted(value));
+            command.direction = value;
+        }
     }
     const int minWords = action.kind == Kind::remoteAdd && !command.interactive ? 2 : action.minWords;
     if (command.words.size() < minWords || (action.maxWords >= 0 && command.words.size() > action.maxWords)) {
@@ -171,8 +189,13 @@ Commands:
   folders add NAME LOCAL_PATH REMOTE:PATH [REMOTE:PATH...] [FOLDER OPTIONS] [--json]
                                    add a sync folder; prints its id
   folders edit FOLDER [FOLDER OPTIONS] [--add-target REMOTE:PATH] [--remove-target REMOTE:PATH] [--rename NEW] [--local-path PATH]
+               [--skip DIR] [--unskip DIR] [--ignore PATTERN] [--unignore PATTERN] [--direction two-way|upload|download]
                                    change a sync folder's options, targets, name or
-                                   local folder
+                                   local folder; leave a directory (relative to the
+                                   folder) out of the sync or take it back; add or
+                                   drop an ignore rule in rclone's filter syntax
+                                   (checked by rclone); sync both ways (the default),
+                                   or only upload or only download
   folders remove FOLDER            remove a sync folder (its files stay where they are)
   pause [FOLDER...]                pause those folders: only sync runs them; without a
                                    folder, turn automatic sync off

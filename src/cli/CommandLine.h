@@ -38,6 +38,10 @@ struct CliCommand
     QStringList removeTargets;
     std::optional<QString> rename;
     std::optional<QString> localPath;
+    // folders edit: what of the folder syncs.
+    QStringList skip, unskip;     // directories relative to the folder
+    QStringList ignore, unignore; // rclone filter patterns
+    std::optional<QString> direction; // "two-way", "upload", "download"
     QStringList windowArguments; // a start of the window: Qt's own options, passed on
 };
 

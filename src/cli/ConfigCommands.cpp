@@ -465,6 +465,13 @@ int folders(const CliCommand &command)
         settings.insert(QStringLiteral("addTargets"), QJsonArray::fromStringList(command.addTargets));
     if (!command.removeTargets.isEmpty())
         settings.insert(QStringLiteral("removeTargets"), QJsonArray::fromStringList(command.removeTargets));
+    for (const auto &[key, list] : {std::pair{"skip", &command.skip}, {"unskip", &command.unskip},
+                                    {"ignore", &command.ignore}, {"unignore", &command.unignore}}) {
+        if (!list->isEmpty())
+            settings.insert(QLatin1String(key), QJsonArray::fromStringList(*list));
+    }
+    if (command.direction)
+        settings.insert(QStringLiteral("direction"), *command.direction);
     QString name;
     const QJsonObject reply = change(QStringLiteral("editFolder"), [&](const QJsonObject &list) -> std::variant<QJsonObject, QString> {
         const auto request = folderNamed(command, list);

@@ -125,6 +125,20 @@ void printList(const QJsonObject &report)
         out(line(QStringLiteral("Conflicts"), policy ? label(*policy) : QStringLiteral("?")));
         if (folder.value(QStringLiteral("keepRemoved")).toBool())
             out(line(QStringLiteral("Removed"), QStringLiteral("kept %1 days").arg(folder.value(QStringLiteral("keepDays")).toInt())));
+        const auto listed = [&folder](const char *key) {
+            QStringList entries;
+            for (const QJsonValue &entry : folder.value(QLatin1String(key)).toArray())
+                entries.append(entry.toString());
+            return entries.join(QStringLiteral(", "));
+        };
+        if (const QString skipped = listed("skipped"); !skipped.isEmpty())
+            out(line(QStringLiteral("Skipped"), skipped));
+        if (const QString ignore = listed("ignore"); !ignore.isEmpty())
+            out(line(QStringLiteral("Ignoring"), ignore));
+        if (const QString direction = folder.value(QStringLiteral("direction")).toString(); direction == u"upload")
+            out(line(QStringLiteral("Direction"), QStringLiteral("upload only")));
+        else if (direction == u"download")
+            out(line(QStringLiteral("Direction"), QStringLiteral("download only")));
     }
 }
 

@@ -14,6 +14,7 @@
 #include <QFile>
 #include <QFileInfo>
 #include <QPointer>
+#include <QRegularExpression>
 #include <QTimer>
 
 using namespace std::chrono_literals;
@@ -202,8 +203,10 @@ private:
         }
         m_tail.clear();
         m_notable.clear();
-        m_child = new RcloneProcess(m_engine.rclonePath(), Bisync::arguments(request, BisyncLocks::workDirectory()),
-                            RcloneProcess::Output::merged, this);
+        QStringList arguments = Bisync::arguments(request, BisyncLocks::workDirectory());
+        if (!m_maxDelete.isEmpty())
+            arguments << QStringLiteral("--max-delete") << m_maxDelete;
+        m_child = new RcloneProcess(m_engine.rclonePath(), arguments, RcloneProcess::Output::merged, this);
         m_child->onLine = [this](const QByteArray &line) { readLine(QString::fromUtf8(line)); };
         m_child->onExit = [this](const RcloneProcess::Exit &exit) { exited(exit); };
         Q_EMIT processStarted(m_child->process());
@@ -278,6 +281,12 @@ private:
         }
         if (m_isRetry)
             return fail(RcloneError::Kind::exitStatus);
+        if (const QString allowed = deletionsLeftOut(output); !allowed.isEmpty()) {
+            qCWarning(lcEngine, "Too many deletes only counting files newly left out of the sync of %s: "
+                      "retrying with --max-delete %s", qUtf8Printable(m_request.remoteSpec), qUtf8Printable(allowed));
+            m_maxDelete = allowed;
+            return attempt(m_isInitialSync, true);
+        }
         if (output.contains(QLatin1String("prior lock file found:"))) {
             const QString lockPath = BisyncLocks::lockFileIn(output);
             // A lock of a live bisync ends the attempt: no resync is made against it.
@@ -293,6 +302,27 @@ private:
             return attempt(true, true);
         }
         fail(RcloneError::Kind::exitStatus);
+    }
+
+    // After a change of what syncs, bisync's too-many-deletes stop counts
+    // files it found gone from both sides: newly left out, they are deleted
+    // nowhere. When the files deleted on one side only (the ones whose
+    // deletion would be carried out) stay within the usual half, the
+    // percentage that lets exactly this run through, and no file more;
+    // otherwise "".
+    QString deletionsLeftOut(const QString &output) const
+    {
+        // (With -P the stop's own line may lie before the last lines.)
+        const int listed = Bisync::listedBeforeTooManyDeletes(RcloneOutput::stripAnsi(m_notable.join(u'\n')) + u'\n' + output);
+        if (!m_request.followsSelectionChange || isDryRun() || listed <= 0)
+            return {};
+        for (const int side : {1, 2}) {
+            if (m_copies.foundDeletedOnlyOn(side) * 2 > listed)
+                return {};
+        }
+        const qsizetype found = std::max(m_copies.foundDeleted(1), m_copies.foundDeleted(2));
+        const qsizetype percent = std::min<qsizetype>(100, (found * 100 + listed - 1) / listed);
+        return QString::number(std::max<qsizetype>(percent, 50));
     }
 
     bool isDryRun() const { return m_request.extraArguments.contains(QStringLiteral("--dry-run")); }
@@ -366,6 +396,7 @@ private:
     RcloneProcess *m_child = nullptr;
     QStringList m_tail;
     QStringList m_notable; // the first error lines of the attempt
+    QString m_maxDelete;   // bisync's --max-delete percentage for a retry past files left out
     bool m_isInitialSync = false;
     bool m_isRetry = false;
     bool m_cancelled = false;
@@ -390,15 +421,7 @@ QStringList arguments(const BisyncRequest &request, const QString &workDirectory
                           QStringLiteral("-v"),       QStringLiteral("-P")};
     if (request.isInitialSync)
         arguments << QStringLiteral("--resync");
-    if (request.filters) {
-        const QString exclude = QStringLiteral("--exclude");
-        if (request.filters->excludeGit)
-            arguments << exclude << QStringLiteral(".git/**");
-        if (request.filters->excludeHidden)
-            arguments << exclude << QStringLiteral(".*/**") << exclude << QStringLiteral("**/.*");
-        if (request.filters->excludeNodeModules)
-            arguments << exclude << QStringLiteral("node_modules/**");
-    }
+    arguments << switchArguments(request.filters) << request.selectionArguments;
     // "local" and "remote" are what this program has always passed for these
     // two policies; they stay as they are.
     QString resolve, loser;
@@ -416,10 +439,35 @@ QStringList arguments(const BisyncRequest &request, const QString &workDirectory
         resolve = QStringLiteral("remote"), loser = QStringLiteral("delete");
         break;
     }
+    // Files back in the sync after a change may differ on the two sides:
+    // neither is lost.
+    if (request.followsSelectionChange)
+        loser = QStringLiteral("num");
     arguments << QStringLiteral("--conflict-resolve") << resolve << QStringLiteral("--conflict-loser") << loser;
     if (!request.bandwidthLimit.isEmpty())
         arguments << QStringLiteral("--bwlimit") << request.bandwidthLimit;
     return arguments + request.keepArguments + request.extraArguments;
+}
+
+QStringList switchArguments(const std::optional<SyncFilterOptions> &filters)
+{
+    QStringList arguments;
+    if (!filters)
+        return arguments;
+    const QString exclude = QStringLiteral("--exclude");
+    if (filters->excludeGit)
+        arguments << exclude << QStringLiteral(".git/**");
+    if (filters->excludeHidden)
+        arguments << exclude << QStringLiteral(".*/**") << exclude << QStringLiteral("**/.*");
+    if (filters->excludeNodeModules)
+        arguments << exclude << QStringLiteral("node_modules/**");
+    return arguments;
+}
+
+int listedBeforeTooManyDeletes(const QString &output)
+{
+    static const QRegularExpression expression(QStringLiteral("too many deletes \\(>\\d+%, \\d+ of (\\d+)\\)"));
+    return expression.match(output).captured(1).toInt();
 }
 
 } // namespace Bisync

@@ -32,6 +32,16 @@ struct BisyncRequest
     // chosen; "" when not known. No run is made while it is elsewhere: an
     // unmounted drive leaves an empty directory in its place.
     QString localMountPoint = {};
+    // More "--exclude" pairs after the switches' (skipped directories,
+    // ignore rules); empty adds nothing.
+    QStringList selectionArguments = {};
+    // What syncs changed since the pair's last bisync. Files now left out
+    // look deleted on both sides, which deletes nothing but can trip the
+    // too-many-deletes stop: when only such files push past it, the run is
+    // made again allowing exactly those. Files back in again arrive as new
+    // on both sides: two that differ are both kept, whatever the policy's
+    // loser would be.
+    bool followsSelectionChange = false;
     // The pair has synced before. Its resync (a first sync, or a retry) is
     // then made only while neither side is empty or missing.
     bool hasSyncedBefore = false;
@@ -48,4 +58,8 @@ RcloneJob *start(RcloneEngine &engine, const BisyncRequest &request, const QObje
                  RcloneEngine::ProgressHandler onProgress, RcloneEngine::Done<std::monostate> done);
 // The argument list of one bisync of the pair.
 QStringList arguments(const BisyncRequest &request, const QString &workDirectory);
+// The "--exclude" pairs of the folder's three switches.
+QStringList switchArguments(const std::optional<SyncFilterOptions> &filters);
+// bisync's "Safety abort: too many deletes (>50%, 6 of 10)": the 10, or 0.
+int listedBeforeTooManyDeletes(const QString &output);
 } // namespace Bisync

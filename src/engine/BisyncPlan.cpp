@@ -2,6 +2,7 @@
 #include "engine/RcloneOutput.h"
 
 #include "engine/RcloneEngine.h"
+#include "model/RelativePath.h"
 
 #include <QDir>
 #include <QFileInfo>
@@ -55,6 +56,15 @@ void BisyncPlan::addLine(QStringView raw)
     }
 }
 
+void BisyncPlan::addReportLine(QStringView line, bool toRemote)
+{
+    if (line.size() < 3 || line.at(1) != u' ' || !QStringView(u"+*-").contains(line.at(0)))
+        return;
+    const QString path = line.mid(2).toString();
+    if (RelativePath::isSafe(path))
+        m_pending.append({path, toRemote, line.at(0) == u'-', line.at(0) == u'*'});
+}
+
 QList<BisyncPlan::Change> BisyncPlan::changes(const QString &localPath) const
 {
     QList<Change> changes;
@@ -62,7 +72,9 @@ QList<BisyncPlan::Change> BisyncPlan::changes(const QString &localPath) const
     const QDir local(localPath);
     for (const Pending &pending : m_pending) {
         Group group;
-        if (pending.isDelete) {
+        if (pending.replaces) {
+            group = Group::replaced;
+        } else if (pending.isDelete) {
             group = pending.toRemote ? Group::deletedRemote : Group::deletedLocal;
         } else {
             const bool replaces = pending.toRemote

@@ -22,6 +22,10 @@ public:
 
     // One line of bisync's merged output (with or without colour codes).
     void addLine(QStringView line);
+    // One line of the report a one-way run's dry run writes ("+ new.txt",
+    // "* changed.txt", "- gone.txt", "= same.txt"): what the run would do
+    // on the remote (`toRemote`) or on this computer.
+    void addReportLine(QStringView line, bool toRemote);
     // The changes in the order rclone listed them. A copy counts as a
     // replacement when the file changed on the side it comes from, or, for a
     // copy to this computer, when the file is already in `localPath`.
@@ -33,6 +37,7 @@ private:
         QString path;
         bool toRemote;
         bool isDelete;
+        bool replaces = false;
     };
     bool m_toRemote = false; // the destination of the current section
     QList<Pending> m_pending;

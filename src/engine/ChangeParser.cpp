@@ -90,6 +90,16 @@ QList<ChangeParser::SkippedCopy> ChangeParser::skippedCopies() const
     return skipped;
 }
 
+qsizetype ChangeParser::foundDeleted(int side) const
+{
+    return std::count_if(m_foundDeleted.cbegin(), m_foundDeleted.cend(), [side](int sides) { return sides & side; });
+}
+
+qsizetype ChangeParser::foundDeletedOnlyOn(int side) const
+{
+    return std::count(m_foundDeleted.cbegin(), m_foundDeleted.cend(), side);
+}
+
 void ChangeParser::addLine(QStringView raw)
 {
     // Statistics blocks make up most of the output; log lines start with the date.
@@ -126,7 +136,9 @@ void ChangeParser::addLine(QStringView raw)
             return;
         settle(path);
         m_movedAside.remove(path);
-        if (const auto queued = m_queuedDeletes.constFind(path); queued != m_queuedDeletes.cend()) {
+        if (m_oneWay) {
+            add(path, Action::deleted, m_copiesTo == 2);
+        } else if (const auto queued = m_queuedDeletes.constFind(path); queued != m_queuedDeletes.cend()) {
             add(path, Action::deleted, *queued == 2);
             m_queuedDeletes.erase(queued);
         } else {
@@ -137,6 +149,8 @@ void ChangeParser::addLine(QStringView raw)
             refuse(tail);
         else if (accepts(*path))
             m_queuedDeletes.insert(*path, side);
+    } else if (sideAndTail(message, u"File was deleted", side, tail)) {
+        m_foundDeleted[tail.toString()] |= side;
     } else if (sideAndTail(message, u"File changed: time (newer)", side, tail)) {
         // Its size is the same: the copy may take it for the one it replaces.
         if (m_newerInTimeOnly.size() < kMaxQueuedCopies)

@@ -60,6 +60,21 @@ public:
     static constexpr qsizetype kMaxQueuedCopies = 200000;
     QList<SkippedCopy> skippedCopies() const;
 
+    // Files bisync found deleted since its last run on side 1 (here) or 2,
+    // and of them those deleted on that side only: a file gone from both
+    // sides (or newly left out of the sync, which looks the same) is
+    // deleted nowhere.
+    qsizetype foundDeleted(int side) const;
+    qsizetype foundDeletedOnlyOn(int side) const;
+
+    // Reads the verbose output of `rclone sync` (a one-way run to the
+    // remote, or to this computer) rather than bisync's.
+    void readOneWay(bool toRemote)
+    {
+        m_oneWay = true;
+        m_copiesTo = toRemote ? 2 : 1;
+    }
+
     // Of the paths given before the first line, those this output copied or
     // deleted on either side: the two sides agree on them now. (Kept apart
     // from changes(), which stops at kMaxChanges.)
@@ -88,6 +103,8 @@ private:
     QSet<QString> m_movedAside;     // moved into the backup directory, about to be replaced or deleted
     QString m_bothChanged;  // the conflict being resolved
     QHash<QString, bool> m_winners; // path -> whether the remote's copy won
+    QHash<QString, int> m_foundDeleted; // path -> sides (bits 1, 2) it was found deleted on
+    bool m_oneWay = false;
     QSet<QString> m_watched;
     QSet<QString> m_settled;
     QList<Change> m_changes;

@@ -1,6 +1,7 @@
 #include "engine/RcloneEngine.h"
 
 #include "engine/Bisync.h"
+#include "engine/OneWaySync.h"
 #include "engine/RcloneJob.h"
 #include "engine/RcloneOutput.h"
 #include "engine/RcloneProcess.h"
@@ -138,6 +139,12 @@ RcloneJob *RcloneEngine::bisync(const BisyncRequest &request, const QObject *con
                                 Done<std::monostate> done)
 {
     return track(Bisync::start(*this, request, context, std::move(onProgress), std::move(done)));
+}
+
+RcloneJob *RcloneEngine::oneWaySync(const OneWayRequest &request, const QObject *context, ProgressHandler onProgress,
+                                    Done<std::monostate> done)
+{
+    return track(OneWaySync::start(*this, request, context, std::move(onProgress), std::move(done)));
 }
 
 void RcloneEngine::cancelAll()

@@ -16,6 +16,7 @@
 class RcloneJob;
 
 struct BisyncRequest;
+struct OneWayRequest;
 
 // The only code that starts rclone. Every call runs rclone asynchronously on
 // the main thread's event loop with a fixed argument list (never through a
@@ -57,6 +58,10 @@ public:
     // bisync of one pair, with its recovery (see Bisync).
     RcloneJob *bisync(const BisyncRequest &request, const QObject *context, ProgressHandler onProgress,
                       Done<std::monostate> done);
+
+    // rclone sync of one pair, one way, with its safety checks (see OneWaySync).
+    RcloneJob *oneWaySync(const OneWayRequest &request, const QObject *context, ProgressHandler onProgress,
+                          Done<std::monostate> done);
 
     // Calls under way; a cancelled one counts until its child has exited.
     int activeJobCount() const { return m_activeJobs; }

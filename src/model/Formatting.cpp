@@ -13,6 +13,16 @@ QString remoteCount(qsizetype count)
     return QString::number(count) + (count == 1 ? QStringLiteral(" remote") : QStringLiteral(" remotes"));
 }
 
+QString fileCount(qsizetype count)
+{
+    return QString::number(count) + (count == 1 ? QStringLiteral(" file") : QStringLiteral(" files"));
+}
+
+QString folderCount(qsizetype count)
+{
+    return QString::number(count) + (count == 1 ? QStringLiteral(" folder") : QStringLiteral(" folders"));
+}
+
 QString formatByteCount(qint64 bytes)
 {
     if (bytes < 1024)

@@ -8,6 +8,9 @@ namespace Formatting {
 
 // "0 remotes", "1 remote", "2 remotes"
 QString remoteCount(qsizetype count);
+// "1 file", "3 files"; "1 folder", "3 folders"
+QString fileCount(qsizetype count);
+QString folderCount(qsizetype count);
 
 // Byte counts in units that grow by 1024: "512 B", "1 KiB", "1.50 MiB", ...
 QString formatByteCount(qint64 bytes);

@@ -1,4 +1,5 @@
 #include "sync/FolderCommands.h"
+#include "engine/FilterCheck.h"
 #include "engine/RemoteCommands.h"
 
 #include "engine/RcloneEngine.h"
@@ -115,6 +116,42 @@ QString apply(const QJsonObject &request, SyncFolder &folder)
     return {};
 }
 
+// The changes a request makes to what of a folder syncs; a refusal, or "".
+QString applySelection(const QJsonObject &request, const QString &folderName, FolderSelection &selection)
+{
+    for (const QString &directory : strings(request.value(QStringLiteral("skip")))) {
+        if (selection.isSkipped(directory))
+            continue;
+        // What it holds goes with it.
+        selection.skipped.removeIf([&](const QString &inside) { return inside.startsWith(directory + u'/'); });
+        selection.skipped.append(directory);
+    }
+    for (const QString &directory : strings(request.value(QStringLiteral("unskip")))) {
+        if (selection.skipped.removeAll(directory) > 0)
+            continue;
+        const auto outer = std::find_if(selection.skipped.begin(), selection.skipped.end(),
+                                        [&](const QString &skipped) { return directory.startsWith(skipped + u'/'); });
+        if (outer != selection.skipped.end())
+            return QStringLiteral("%1 lies in the skipped %2: unskip that instead").arg(quoted(directory), quoted(*outer));
+        return QStringLiteral("%1 skips no directory %2").arg(quoted(folderName), quoted(directory));
+    }
+    for (const QString &pattern : strings(request.value(QStringLiteral("ignore")))) {
+        if (!selection.ignore.contains(pattern))
+            selection.ignore.append(pattern);
+    }
+    for (const QString &pattern : strings(request.value(QStringLiteral("unignore")))) {
+        if (selection.ignore.removeAll(pattern) == 0)
+            return QStringLiteral("%1 has no ignore rule %2").arg(quoted(folderName), quoted(pattern));
+    }
+    if (const QJsonValue direction = request.value(QStringLiteral("direction")); direction.isString()) {
+        const std::optional<SyncDirection> chosen = FolderSelection::directionFromName(direction.toString());
+        if (!chosen)
+            return QStringLiteral("no direction named %1").arg(quoted(direction.toString()));
+        selection.direction = *chosen;
+    }
+    return {};
+}
+
 } // namespace
 
 FolderCommands::FolderCommands(SyncManager &manager, RcloneEngine &engine, QObject *parent)
@@ -162,13 +199,36 @@ void FolderCommands::changeFolder(const QJsonObject &request, const Reply &reply
     }
     if (const QString problem = apply(request, *folder); !problem.isEmpty())
         return reply(refusal(problem));
+    FolderSelection selection = adding ? FolderSelection() : m_manager.selection(folder->id);
+    if (const QString problem = applySelection(request, folder->name, selection); !problem.isEmpty())
+        return reply(refusal(problem));
+    // New ignore rules are rclone's to judge before they are kept.
+    const QStringList patterns = strings(request.value(QStringLiteral("ignore")));
+    if (patterns.isEmpty())
+        return saveFolder(request, adding, *folder, selection, reply);
+    FilterCheck::check(m_engine, patterns, this,
+                       [this, request, adding, folder = *folder, selection, reply](const RcloneResult<QList<FilterCheck::Refused>> &checked) {
+                           if (!checked.ok())
+                               return reply(refusal(checked.error().description, false));
+                           if (!checked.value().isEmpty()) {
+                               const FilterCheck::Refused &refused = checked.value().first();
+                               return reply(refusal(QStringLiteral("rclone refuses the pattern %1: %2")
+                                                        .arg(quoted(refused.pattern), refused.reason)));
+                           }
+                           saveFolder(request, adding, folder, selection, reply);
+                       });
+}
+
+void FolderCommands::saveFolder(const QJsonObject &request, bool adding, const SyncFolder &folder,
+                                const FolderSelection &selection, const Reply &reply)
+{
     // Every remote a new target names must be one of rclone's.
     QStringList named;
     for (const QString &spec : strings(request.value(QStringLiteral("targets")))
              + strings(request.value(QStringLiteral("addTargets"))))
         named.append(targetOf(spec)->remoteName);
     const QJsonValue keepRemoved = request.value(QStringLiteral("keepRemoved"));
-    RemoteCommands::listRemotes(m_engine, this, [this, adding, folder = *folder, named, keepRemoved, reply](const RcloneResult<QList<CloudRemote>> &remotes) {
+    RemoteCommands::listRemotes(m_engine, this, [this, adding, folder, named, keepRemoved, selection, reply](const RcloneResult<QList<CloudRemote>> &remotes) {
         if (!remotes.ok())
             return reply(refusal(remotes.error().description, false));
         for (const QString &name : named) {
@@ -190,6 +250,7 @@ void FolderCommands::changeFolder(const QJsonObject &request, const Reply &reply
         }
         if (keepRemoved.isBool())
             m_manager.preferences().setKeepsRemoved(folder.id, keepRemoved.toBool());
+        m_manager.setSelection(folder.id, selection);
         QJsonObject answer{{QStringLiteral("id"), uuidString(folder.id)}};
         if (!m_manager.repository().problem().isEmpty())
             answer.insert(kError, m_manager.repository().problem());

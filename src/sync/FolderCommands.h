@@ -1,5 +1,6 @@
 #pragma once
 
+#include "model/FolderSelection.h"
 #include "model/SyncFolder.h"
 
 #include <QJsonObject>
@@ -20,7 +21,8 @@ class SyncManager;
 //   addFolder     {name, localPath, targets: ["remote:path"...], conflict?,
 //                  excludeGit?, excludeHidden?, excludeNodeModules?}  -> {id}
 //   editFolder    {folder: id, and what addFolder takes, addTargets?,
-//                  removeTargets?}                                     -> {id}
+//                  removeTargets?, skip?, unskip?, ignore?, unignore?
+//                  (lists), direction?}                                -> {id}
 //   removeFolder  {folder: id}                                         -> {}
 //   removeRemote  {name, force?}                 -> {folders: [names it left]}
 class FolderCommands final : public QObject
@@ -45,6 +47,8 @@ public:
 
 private:
     void changeFolder(const QJsonObject &request, const Reply &reply);
+    void saveFolder(const QJsonObject &request, bool adding, const SyncFolder &folder, const FolderSelection &selection,
+                    const Reply &reply);
     void removeRemote(const QJsonObject &request, const Reply &reply);
 
     SyncManager &m_manager;

@@ -92,16 +92,75 @@ void FolderPreferences::setMountPoint(const QUuid &id, const QString &mountPoint
 
 bool FolderPreferences::hasSynced(const QUuid &id, const QUuid &targetId) const
 {
-    return m_settings.value(key(id, "syncedTargets")).toStringList().contains(uuidString(targetId));
+    return targets(id, "syncedTargets").contains(uuidString(targetId));
 }
 
 void FolderPreferences::setSynced(const QUuid &id, const QUuid &targetId)
 {
-    QStringList targets = m_settings.value(key(id, "syncedTargets")).toStringList();
-    if (targets.contains(uuidString(targetId)))
-        return;
-    targets.append(uuidString(targetId));
-    set(key(id, "syncedTargets"), targets, QStringList());
+    if (!hasSynced(id, targetId))
+        setTargets(id, "syncedTargets", {targetId}, true);
+}
+
+FolderSelection FolderPreferences::selection(const QUuid &id) const
+{
+    FolderSelection selection;
+    selection.skipped = m_settings.value(key(id, "skipped")).toStringList();
+    selection.ignore = m_settings.value(key(id, "ignore")).toStringList();
+    selection.direction = FolderSelection::directionFromName(m_settings.value(key(id, "direction")).toString())
+                              .value_or(SyncDirection::twoWay);
+    return selection;
+}
+
+void FolderPreferences::setSelection(const QUuid &id, const FolderSelection &selection)
+{
+    const FolderSelection before = this->selection(id);
+    m_settings.setValue(key(id, "skipped"), selection.skipped);
+    if (selection.skipped.isEmpty())
+        m_settings.remove(key(id, "skipped"));
+    m_settings.setValue(key(id, "ignore"), selection.ignore);
+    if (selection.ignore.isEmpty())
+        m_settings.remove(key(id, "ignore"));
+    if (selection.direction != before.direction)
+        m_settings.remove(key(id, "oneWayTargets")); // each target's first run in the new direction is looked at
+    set(key(id, "direction"), FolderSelection::directionName(selection.direction),
+        FolderSelection::directionName(SyncDirection::twoWay));
+}
+
+QStringList FolderPreferences::targets(const QUuid &id, const char *name) const
+{
+    return m_settings.value(key(id, name)).toStringList();
+}
+
+void FolderPreferences::setTargets(const QUuid &id, const char *name, const QList<QUuid> &targetIds, bool in)
+{
+    QStringList targets = this->targets(id, name);
+    for (const QUuid &targetId : targetIds) {
+        targets.removeAll(uuidString(targetId));
+        if (in)
+            targets.append(uuidString(targetId));
+    }
+    set(key(id, name), targets, QStringList());
+}
+
+bool FolderPreferences::followsSelectionChange(const QUuid &id, const QUuid &targetId) const
+{
+    return targets(id, "selectionChanged").contains(uuidString(targetId));
+}
+
+void FolderPreferences::setFollowsSelectionChange(const QUuid &id, const QList<QUuid> &targetIds, bool follows)
+{
+    setTargets(id, "selectionChanged", targetIds, follows);
+}
+
+bool FolderPreferences::hasSyncedOneWay(const QUuid &id, const QUuid &targetId) const
+{
+    return targets(id, "oneWayTargets").contains(uuidString(targetId));
+}
+
+void FolderPreferences::setSyncedOneWay(const QUuid &id, const QUuid &targetId)
+{
+    if (!hasSyncedOneWay(id, targetId))
+        setTargets(id, "oneWayTargets", {targetId}, true);
 }
 
 void FolderPreferences::set(const QString &key, const QVariant &value, const QVariant &byDefault)

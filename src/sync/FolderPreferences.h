@@ -1,5 +1,7 @@
 #pragma once
 
+#include "model/FolderSelection.h"
+
 #include <QSet>
 #include <QSettings>
 #include <QString>
@@ -41,6 +43,18 @@ public:
     // was chosen ("/", "/media/user/Backup"), or "" when not known.
     QString mountPoint(const QUuid &id) const;
     void setMountPoint(const QUuid &id, const QString &mountPoint);
+    // Skipped directories, ignore rules and direction; the default when
+    // none was chosen.
+    FolderSelection selection(const QUuid &id) const;
+    void setSelection(const QUuid &id, const FolderSelection &selection);
+    // Targets whose next bisync follows a change of what syncs: files left
+    // out now, or back in again, make that run special (see Bisync).
+    bool followsSelectionChange(const QUuid &id, const QUuid &targetId) const;
+    void setFollowsSelectionChange(const QUuid &id, const QList<QUuid> &targetIds, bool follows);
+    // Targets that made a one-way run in the folder's current direction: a
+    // first one that would delete or replace anything waits for a review.
+    bool hasSyncedOneWay(const QUuid &id, const QUuid &targetId) const;
+    void setSyncedOneWay(const QUuid &id, const QUuid &targetId);
     // A deleted folder's settings go with it.
     void remove(const QUuid &id);
 
@@ -48,6 +62,8 @@ private:
     static QString key(const QUuid &id, const char *name);
     void set(const QString &key, const QVariant &value, const QVariant &byDefault);
     void write();
+    QStringList targets(const QUuid &id, const char *name) const;
+    void setTargets(const QUuid &id, const char *name, const QList<QUuid> &targetIds, bool in);
 
     QSettings m_settings;
     QSet<QUuid> m_paused; // asked on every progress report: kept at hand

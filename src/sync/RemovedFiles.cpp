@@ -65,6 +65,12 @@ QStringList arguments(const QUuid &folderId, const RemoteTarget &target, bool ke
     return arguments;
 }
 
+QStringList oneWayArguments(const QUuid &folderId, const RemoteTarget &target, bool toRemote, const QDateTime &runStart)
+{
+    return {QStringLiteral("--backup-dir"),
+            (toRemote ? remoteDirectory(target) : localDirectory(folderId)) + u'/' + runDirectory(runStart)};
+}
+
 QList<File> listLocal(const QUuid &folderId)
 {
     QList<File> files;

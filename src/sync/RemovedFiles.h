@@ -34,6 +34,9 @@ QString remotePath(const RemoteTarget &target, const QString &relative);
 // never kept.
 QStringList arguments(const QUuid &folderId, const RemoteTarget &target, bool keeping, bool everKept,
                       const QDateTime &runStart);
+// A one-way run's "--backup-dir", on its destination: the remote's hidden
+// directory for an upload, this computer's for a download.
+QStringList oneWayArguments(const QUuid &folderId, const RemoteTarget &target, bool toRemote, const QDateTime &runStart);
 // The directory name of a run's kept files, and back.
 QString runDirectory(const QDateTime &runStart);
 std::optional<QDateTime> runTime(const QString &directory);

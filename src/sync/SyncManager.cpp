@@ -86,6 +86,9 @@ void SyncManager::updateFolder(const SyncFolder &folder)
                 target.hasResynced = before.hasResynced;
         }
     }
+    // The switches decide what syncs as much as the folder's selection does.
+    if (updated.filters != stored.filters)
+        m_preferences.setFollowsSelectionChange(updated.id, targetIds(updated), true);
     if (updated.localPath != stored.localPath)
         rememberMountPoint(updated);
     m_repository.replace(row, updated);
@@ -150,25 +153,63 @@ bool SyncManager::startRun(const QUuid &id, SyncTrigger trigger, const TargetOve
     return true;
 }
 
-SyncRun *SyncManager::makeRun(const QUuid &id)
+void SyncManager::setSelection(const QUuid &id, const FolderSelection &selection)
 {
-    auto *run = new SyncRun(m_engine, id);
-    run->setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
-    run->setLocalMountPoint(m_preferences.mountPoint(id));
-    const bool keeps = m_preferences.keepsRemoved(id);
-    run->setKeepRemoved(keeps, m_preferences.hasKept(id), m_recentlyRemoved->nextRunStart(id));
-    // rclone makes the run directories of kept files with the umask's
-    // modes: the folder's own directory above them keeps others out.
-    if (keeps)
-        makePrivateDirectory(RemovedFiles::localDirectory(id));
+    const std::optional<SyncFolder> folder = this->folder(id);
+    if (!folder)
+        return;
+    const FolderSelection before = m_preferences.selection(id);
+    if (selection == before)
+        return;
+    m_preferences.setSelection(id, selection);
+    if (selection.reveals(before) || selection.hides(before))
+        m_preferences.setFollowsSelectionChange(id, targetIds(*folder), true);
+    m_repository.touch(id);
+}
+
+QList<QUuid> SyncManager::targetIds(const SyncFolder &folder)
+{
+    QList<QUuid> ids;
+    for (const RemoteTarget &target : folder.remoteTargets)
+        ids.append(target.id);
+    return ids;
+}
+
+void SyncManager::configureRun(SyncRun &run) const
+{
+    const QUuid &id = run.folderId();
+    run.setBandwidthLimit(BandwidthLimit::read(m_settings).argument());
+    run.setLocalMountPoint(m_preferences.mountPoint(id));
+    run.setKeepRemoved(m_preferences.keepsRemoved(id), m_preferences.hasKept(id), m_recentlyRemoved->nextRunStart(id));
+    run.setSelection(m_preferences.selection(id));
     if (const std::optional<SyncFolder> folder = this->folder(id)) {
-        QSet<QUuid> synced;
+        QSet<QUuid> synced, changed, oneWay;
         for (const RemoteTarget &target : folder->remoteTargets) {
             if (m_preferences.hasSynced(id, target.id))
                 synced.insert(target.id);
+            if (m_preferences.followsSelectionChange(id, target.id))
+                changed.insert(target.id);
+            if (m_preferences.hasSyncedOneWay(id, target.id))
+                oneWay.insert(target.id);
         }
-        run->setSyncedTargets(synced);
+        run.setSyncedTargets(synced);
+        run.setSelectionChangedTargets(changed);
+        run.setOneWayTargets(oneWay);
     }
+}
+
+SyncRun *SyncManager::makeRun(const QUuid &id)
+{
+    auto *run = new SyncRun(m_engine, id);
+    configureRun(*run);
+    // rclone makes the run directories of kept files with the umask's
+    // modes: the folder's own directory above them keeps others out.
+    if (m_preferences.keepsRemoved(id))
+        makePrivateDirectory(RemovedFiles::localDirectory(id));
+    connect(run, &SyncRun::syncedOneWay, this, [this, id](const QUuid &targetId) {
+        m_preferences.setSyncedOneWay(id, targetId);
+        m_preferences.setFollowsSelectionChange(id, {targetId}, false);
+    });
     connect(run, &SyncRun::keepsAnyway, this, [this, id] {
         m_preferences.markKept(id);
         makePrivateDirectory(RemovedFiles::localDirectory(id));
@@ -194,8 +235,10 @@ SyncRun *SyncManager::makeRun(const QUuid &id)
         });
     });
     connect(run, &SyncRun::resyncStateChanged, this, [this, id](const QUuid &targetId, bool hasResynced) {
-        if (hasResynced)
+        if (hasResynced) {
             m_preferences.setSynced(id, targetId);
+            m_preferences.setFollowsSelectionChange(id, {targetId}, false);
+        }
         m_repository.change(id, [&](SyncFolder &folder) {
             for (RemoteTarget &target : folder.remoteTargets) {
                 if (target.id == targetId)

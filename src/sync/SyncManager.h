@@ -79,6 +79,13 @@ public:
     // Replaces the folder with the same id but keeps what its run shows.
     void updateFolder(const SyncFolder &folder);
     void deleteFolder(const QUuid &id);
+    // What of the folder syncs (skipped directories, ignore rules,
+    // direction). A change that leaves files out or lets them back in makes
+    // each target's next bisync take care of them (see Bisync).
+    FolderSelection selection(const QUuid &id) const { return m_preferences.selection(id); }
+    void setSelection(const QUuid &id, const FolderSelection &selection);
+    // Gives a run of the folder what it needs besides the folder itself.
+    void configureRun(SyncRun &run) const;
 
     // Runs bisync for the folder against each of its targets in turn, once a
     // slot is free and any earlier run of the folder has stopped. A request
@@ -112,6 +119,7 @@ private:
     AutomaticSync *automaticObject() { return &m_automatic; }
     bool startRun(const QUuid &id, SyncTrigger trigger, const TargetOverride *override);
     SyncRun *makeRun(const QUuid &id);
+    static QList<QUuid> targetIds(const SyncFolder &folder);
     void runFinished(SyncRun *run, const QStringList &errors, const QStringList &details);
     void runStopped(SyncRun *run);
     void appendActivity(const QList<ActivityRecord> &records);

@@ -81,6 +81,27 @@ SyncProblem SyncProblem::classify(const QString &message, const QString &localPa
     if (isLocalFolderMissing(localPath) || message.startsWith(QLatin1String("Local folder not mounted: "))
         || message.startsWith(QLatin1String("Local folder left its place during the sync: ")))
         return is(Kind::localFolderMissing);
+    // A one-way run's own stops name the side they would have changed.
+    static const QRegularExpression oneWay(
+        QStringLiteral("^(One-way sync withheld|Safety abort: one-way sync would delete (\\d+) of (\\d+)|Review first: "
+                       "the first \\S+ sync would delete (\\d+) and replace (\\d+)).* on (this computer|the remote) \\("),
+        QRegularExpression::MultilineOption);
+    if (const QRegularExpressionMatch stop = oneWay.match(message); stop.hasMatch()) {
+        const Side destination = stop.capturedView(6) == u"this computer" ? Side::local : Side::remote;
+        if (stop.capturedView(1).startsWith(u"One-way")) {
+            problem.side = opposite(destination);
+            return is(Kind::sourceEmpty);
+        }
+        problem.side = destination;
+        if (stop.capturedView(1).startsWith(u"Safety")) {
+            problem.count = stop.capturedView(2).toInt();
+            problem.total = stop.capturedView(3).toInt();
+            return is(Kind::tooManyDeletes);
+        }
+        problem.count = stop.capturedView(4).toInt();
+        problem.replaced = stop.capturedView(5).toInt();
+        return is(Kind::firstOneWay);
+    }
     if (const QString flag = unknownFlagIn(message); !flag.isEmpty()) {
         problem.path = flag;
         return is(Kind::rcloneTooOld);
@@ -226,6 +247,8 @@ QString SyncProblem::title() const
     case Kind::diskFull: return QStringLiteral("Disk full");
     case Kind::quotaExceeded: return QStringLiteral("Storage full on ") + remote;
     case Kind::rcloneTooOld: return QStringLiteral("rclone is too old");
+    case Kind::sourceEmpty: return QStringLiteral("Nothing to sync from");
+    case Kind::firstOneWay: return QStringLiteral("Review the first one-way sync");
     case Kind::other: break;
     }
     return QStringLiteral("Sync failed");
@@ -292,6 +315,22 @@ QString SyncProblem::sentence() const
     case Kind::rcloneTooOld:
         return QStringLiteral("This rclone does not know %1. Two-way sync needs rclone 1.66 or newer.")
             .arg(path.isEmpty() ? QStringLiteral("bisync's options") : path);
+    case Kind::sourceEmpty:
+        return side == Side::remote
+            ? QStringLiteral("%1 is missing or holds no files, so nothing was deleted on this computer. Check that "
+                             "the remote is the right one.")
+                  .arg(target)
+            : QStringLiteral("%1 holds no files, so nothing was deleted on %2. A drive that is not mounted looks "
+                             "like this: mount it first.")
+                  .arg(localPath.isEmpty() ? QStringLiteral("The local folder") : localPath, target);
+    case Kind::firstOneWay:
+        return (side == Side::remote ? QStringLiteral("Upload only makes %1 follow this computer: its first sync "
+                                                      "would delete %2 there and replace %3.")
+                                     : QStringLiteral("Download only makes this computer follow %1: its first sync "
+                                                      "would delete %2 here and replace %3."))
+                   .arg(target, Formatting::fileCount(count))
+                   .arg(replaced)
+            + QStringLiteral(" Review them before anything changes.");
     case Kind::other: break;
     }
     return Formatting::errorSummary(message).trimmed();
@@ -315,6 +354,8 @@ SyncProblem::Action SyncProblem::action() const
     case Kind::localFolderMissing: return Action::chooseFolder;
     case Kind::quotaExceeded: return Action::openRemote;
     case Kind::rcloneTooOld: return Action::none;
+    case Kind::sourceEmpty: return Action::retry;
+    case Kind::firstOneWay: return Action::reviewDeletions;
     case Kind::other: break;
     }
     return Action::viewLog;

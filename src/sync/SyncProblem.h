@@ -30,6 +30,8 @@ public:
         diskFull,
         quotaExceeded,
         rcloneTooOld,
+        sourceEmpty,
+        firstOneWay,
         other,
     };
     Q_ENUM(Kind)
@@ -57,10 +59,11 @@ public:
     QString localPath;
     QString message;    // rclone's text as stored, without the entry's prefix
     // Facts read from the message, where it has them.
-    Side side = Side::none; // tooManyDeletes: where files would be deleted;
-                            // allFilesChanged, emptySide: the side concerned
-    int count = -1;         // tooManyDeletes: files that would be deleted
+    Side side = Side::none; // tooManyDeletes, firstOneWay: where files would be deleted;
+                            // allFilesChanged, emptySide, sourceEmpty: the side concerned
+    int count = -1;         // tooManyDeletes, firstOneWay: files that would be deleted
     int total = -1;         // tooManyDeletes: files on the side they were deleted from
+    int replaced = -1;      // firstOneWay: files that would be replaced
     QString path;           // lockHeld: the lock file; rcloneTooOld: the flag
 
     // Reads one entry's message. `localPath` is checked on disk: a local

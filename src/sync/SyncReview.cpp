@@ -1,5 +1,6 @@
 #include "sync/SyncReview.h"
 #include "engine/Bisync.h"
+#include "engine/OneWaySync.h"
 
 #include "sync/RemovedFiles.h"
 
@@ -64,13 +65,12 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
     m_error.clear();
     m_state = State::previewing;
     m_manager.runs().hold(folderId);
-    // The same view of the pair as the run that applies it: the kept files' directory left out.
-    const BisyncRequest request{folder->localPath, target->remoteName + u':' + target->remotePath, folder->filters,
-                                folder->conflictResolution, kind == Kind::resync || !target->hasResynced,
-                                extraArguments(kind, true), {},
-                                RemovedFiles::arguments(folderId, *target, m_manager.preferences().keepsRemoved(folderId),
-                                                        m_manager.preferences().hasKept(folderId), QDateTime::currentDateTimeUtc())};
-    m_job = m_engine.bisync(request, this, {}, [this, localPath = folder->localPath](const RcloneStatus &result) {
+    // The same view of the pair as the run that applies it.
+    SyncRun probe(m_engine, folderId);
+    m_manager.configureRun(probe);
+    probe.setFolder(*folder);
+    const FolderSelection selection = m_manager.selection(folderId);
+    const auto planned = [this, localPath = folder->localPath](const RcloneStatus &result) {
         m_job = nullptr;
         if (result.isCancelled())
             return finish(State::idle);
@@ -80,8 +80,24 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
         }
         m_changes = m_plan.changes(localPath);
         finish(State::ready);
-    });
-    connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_plan.addLine(line); });
+    };
+    if (selection.direction != SyncDirection::twoWay) {
+        OneWayRequest request = probe.oneWayRequest(folder->localPath, *target);
+        request.planOnly = true;
+        m_job = m_engine.oneWaySync(request, this, {}, planned);
+        connect(m_job, &RcloneJob::lineRead, this,
+                [this, toRemote = request.toRemote](const QString &line) { m_plan.addReportLine(line, toRemote); });
+    } else {
+        BisyncRequest request{folder->localPath, target->remoteName + u':' + target->remotePath, folder->filters,
+                              folder->conflictResolution, kind == Kind::resync || !target->hasResynced,
+                              extraArguments(kind, true), {},
+                              RemovedFiles::arguments(folderId, *target, m_manager.preferences().keepsRemoved(folderId),
+                                                      m_manager.preferences().hasKept(folderId), QDateTime::currentDateTimeUtc())};
+        request.selectionArguments = selection.filterArguments();
+        request.followsSelectionChange = m_manager.preferences().followsSelectionChange(folderId, targetId);
+        m_job = m_engine.bisync(request, this, {}, planned);
+        connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_plan.addLine(line); });
+    }
     Q_EMIT stateChanged();
     return true;
 }

@@ -1,5 +1,6 @@
 #include "sync/SyncRun.h"
 #include "engine/Bisync.h"
+#include "engine/OneWaySync.h"
 
 #include "sync/RemovedFiles.h"
 
@@ -44,24 +45,12 @@ void SyncRun::nextTarget()
     }
     const RemoteTarget &target = m_folder.remoteTargets.at(m_index);
     Q_EMIT targetStarted(m_index);
-    BisyncRequest request{m_localPath, target.remoteName + u':' + target.remotePath, m_folder.filters,
-                          m_folder.conflictResolution, !target.hasResynced, {}, m_bandwidthLimit,
-                          RemovedFiles::arguments(m_folderId, target, m_keepingRemoved, m_everKeptRemoved, m_started)};
-    request.hasSyncedBefore = target.hasResynced || m_syncedTargets.contains(target.id);
-    request.resyncKeepArguments = RemovedFiles::arguments(m_folderId, target, true, true, m_started);
-    request.localMountPoint = m_localMountPoint;
     m_keepsOnTarget = m_keepingRemoved;
     m_mayKeepAnyway = false;
-    // A resync the user chose in a review is made as asked.
-    if (m_override && m_override->targetId == target.id) {
-        request.isInitialSync = request.isInitialSync || m_override->initial;
-        request.extraArguments = m_override->extraArguments;
-        request.hasSyncedBefore = false;
-    }
-    m_job = m_engine.bisync(
-        request, this, [this](const SyncProgress &progress) { targetProgressed(progress); },
-        [this](const RcloneStatus &result) { targetFinished(result); });
+    m_job = m_selection.direction == SyncDirection::twoWay ? startBisync(target) : startOneWay(target);
     m_changes = ChangeParser();
+    if (m_selection.direction != SyncDirection::twoWay)
+        m_changes.readOneWay(m_selection.direction == SyncDirection::upload);
     connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) {
         m_changes.addLine(line);
         // A replaced copy is moved into the backup directory first: from
@@ -79,6 +68,51 @@ void SyncRun::nextTarget()
         m_isWaitingForEarlier = waiting;
         Q_EMIT waitingChanged();
     });
+}
+
+RcloneJob *SyncRun::startBisync(const RemoteTarget &target)
+{
+    BisyncRequest request{m_localPath, target.remoteName + u':' + target.remotePath, m_folder.filters,
+                          m_folder.conflictResolution, !target.hasResynced, {}, m_bandwidthLimit,
+                          RemovedFiles::arguments(m_folderId, target, m_keepingRemoved, m_everKeptRemoved, m_started)};
+    request.hasSyncedBefore = target.hasResynced || m_syncedTargets.contains(target.id);
+    request.resyncKeepArguments = RemovedFiles::arguments(m_folderId, target, true, true, m_started);
+    request.localMountPoint = m_localMountPoint;
+    request.selectionArguments = m_selection.filterArguments();
+    request.followsSelectionChange = m_selectionChanged.contains(target.id);
+    // A resync the user chose in a review is made as asked.
+    if (m_override && m_override->targetId == target.id) {
+        request.isInitialSync = request.isInitialSync || m_override->initial;
+        request.extraArguments = m_override->extraArguments;
+        request.hasSyncedBefore = false;
+    }
+    return m_engine.bisync(
+        request, this, [this](const SyncProgress &progress) { targetProgressed(progress); },
+        [this](const RcloneStatus &result) { targetFinished(result); });
+}
+
+RcloneJob *SyncRun::startOneWay(const RemoteTarget &target)
+{
+    const OneWayRequest request = oneWayRequest(m_localPath, target);
+    return m_engine.oneWaySync(
+        request, this, [this](const SyncProgress &progress) { targetProgressed(progress); },
+        [this](const RcloneStatus &result) { targetFinished(result); });
+}
+
+OneWayRequest SyncRun::oneWayRequest(const QString &localPath, const RemoteTarget &target) const
+{
+    const bool toRemote = m_selection.direction == SyncDirection::upload;
+    OneWayRequest request{localPath, target.remoteName + u':' + target.remotePath, toRemote};
+    // The kept files' directory stays out, as in a two-way run.
+    request.filterArguments = Bisync::switchArguments(m_folder.filters) + m_selection.filterArguments()
+        + RemovedFiles::arguments(m_folderId, target, false, m_keepingRemoved || m_everKeptRemoved, m_started);
+    if (m_keepingRemoved)
+        request.backupArguments = RemovedFiles::oneWayArguments(m_folderId, target, toRemote, m_started);
+    request.bandwidthLimit = m_bandwidthLimit;
+    request.localMountPoint = m_localMountPoint;
+    request.reviewFirst = !m_oneWayTargets.contains(target.id);
+    request.force = m_override && m_override->targetId == target.id && m_override->extraArguments.contains(QStringLiteral("--force"));
+    return request;
 }
 
 void SyncRun::targetProgressed(const SyncProgress &progress)
@@ -113,7 +147,9 @@ void SyncRun::targetFinished(const RcloneStatus &result)
         return;
     }
     const RemoteTarget &target = m_folder.remoteTargets.at(m_index);
-    if (result.ok()) {
+    if (result.ok() && m_selection.direction != SyncDirection::twoWay) {
+        Q_EMIT syncedOneWay(target.id);
+    } else if (result.ok()) {
         Q_EMIT resyncStateChanged(target.id, true);
     } else {
         const RcloneError &error = result.error();

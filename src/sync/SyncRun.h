@@ -3,6 +3,7 @@
 #include "engine/ChangeParser.h"
 #include "engine/RcloneResult.h"
 #include "engine/SyncProgress.h"
+#include "model/FolderSelection.h"
 #include "model/SyncFolder.h"
 #include "sync/ActivityLog.h"
 
@@ -12,6 +13,7 @@
 #include <QStringList>
 
 class RcloneEngine;
+struct OneWayRequest;
 class RcloneJob;
 
 // A run the user started from a review: one target's bisync gets these
@@ -48,6 +50,12 @@ public:
     void setOverride(const TargetOverride &override) { m_override = override; }
     // Targets known to have synced with the folder, whatever the store says now.
     void setSyncedTargets(const QSet<QUuid> &targets) { m_syncedTargets = targets; }
+    // Skipped directories, ignore rules and direction.
+    void setSelection(const FolderSelection &selection) { m_selection = selection; }
+    // Targets whose next run follows a change of what syncs.
+    void setSelectionChangedTargets(const QSet<QUuid> &targets) { m_selectionChanged = targets; }
+    // Targets that made a one-way run in the folder's direction already.
+    void setOneWayTargets(const QSet<QUuid> &targets) { m_oneWayTargets = targets; }
     // "--bwlimit" for each target's bisync; empty: none.
     void setBandwidthLimit(const QString &limit) { m_bandwidthLimit = limit; }
     // Where the local folder's drive was mounted when it was chosen; "": not known.
@@ -65,6 +73,10 @@ public:
     // there was deleted or replaced (or more changed than could be told).
     const QList<QUuid> &keptOnTargets() const { return m_keptOn; }
     void start(const SyncFolder &folder);
+    // The one-way run of a target as this run would make it (a review's
+    // dry run reads the pair the same way).
+    OneWayRequest oneWayRequest(const QString &localPath, const RemoteTarget &target) const;
+    void setFolder(const SyncFolder &folder) { m_folder = folder; }
     // Conflicting copies that bisync renamed during this run.
     int conflictCount() const { return m_conflicts; }
     // What the run changed, target by target, as bisync reported it.
@@ -79,6 +91,8 @@ Q_SIGNALS:
     // done, each target having an equal part.
     void progressed(const SyncProgress &progress);
     void resyncStateChanged(const QUuid &targetId, bool hasResynced);
+    // A target's one-way run succeeded.
+    void syncedOneWay(const QUuid &targetId);
     // A resync of the run kept what it replaced although the folder keeps
     // nothing: the folder has kept files from now on.
     void keepsAnyway();
@@ -92,6 +106,8 @@ private:
     void nextTarget();
     void targetProgressed(const SyncProgress &progress);
     void targetFinished(const RcloneStatus &result);
+    RcloneJob *startBisync(const RemoteTarget &target);
+    RcloneJob *startOneWay(const RemoteTarget &target);
 
     RcloneEngine &m_engine;
     QUuid m_folderId;
@@ -115,5 +131,8 @@ private:
     bool m_isWaitingForEarlier = false;
     std::optional<TargetOverride> m_override;
     QSet<QUuid> m_syncedTargets;
+    FolderSelection m_selection;
+    QSet<QUuid> m_selectionChanged;
+    QSet<QUuid> m_oneWayTargets;
     int m_conflicts = 0;
 };

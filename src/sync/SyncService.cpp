@@ -251,6 +251,10 @@ QJsonObject SyncService::listReport() const
         QJsonObject report = FolderReport::configuration(folder);
         report.insert(QStringLiteral("keepRemoved"), m_manager.preferences().keepsRemoved(folder.id));
         report.insert(QStringLiteral("keepDays"), m_manager.preferences().keepDays(folder.id));
+        const FolderSelection selection = m_manager.selection(folder.id);
+        report.insert(QStringLiteral("skipped"), QJsonArray::fromStringList(selection.skipped));
+        report.insert(QStringLiteral("ignore"), QJsonArray::fromStringList(selection.ignore));
+        report.insert(QStringLiteral("direction"), FolderSelection::directionName(selection.direction));
         folders.append(report);
     }
     return {{kFolders, folders}};

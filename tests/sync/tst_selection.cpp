@@ -1,0 +1,324 @@
+// What syncs, chosen and changed, with the real rclone against a local
+// (alias) remote and rclone's own WebDAV server: skipped directories, ignore
+// rules and the switches, and one-way folders. A changed choice never costs
+// a file on either side.
+#include "engine/RcloneEngine.h"
+#include "platform/InotifyFileEventService.h"
+#include "platform/MemorySettingsStore.h"
+#include "support/RcloneSandbox.h"
+#include "support/TestFiles.h"
+#include "sync/RemovedFiles.h"
+#include "sync/SyncManager.h"
+#include "sync/SyncReview.h"
+
+#include <QDirIterator>
+#include <QSignalSpy>
+
+namespace {
+
+void setAge(const QString &path, int seconds)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QVERIFY(file.setFileTime(QDateTime::currentDateTime().addSecs(-seconds), QFileDevice::FileModificationTime));
+}
+
+// Every file under `root` with its contents, the kept files' directory left out.
+QMap<QString, QByteArray> tree(const QString &root)
+{
+    QMap<QString, QByteArray> files;
+    QDirIterator it(root, QDir::Files | QDir::Hidden, QDirIterator::Subdirectories);
+    while (it.hasNext()) {
+        const QString path = QDir(root).relativeFilePath(it.next());
+        if (!path.startsWith(RemovedFiles::kDirectoryName))
+            files.insert(path, readFile(it.filePath()));
+    }
+    return files;
+}
+
+// One folder with one target, and what it takes to run it.
+struct World
+{
+    RcloneSandbox sandbox;
+    QString remote; // the target's directory on disk
+    QString local;
+    MemorySettingsStore settings;
+    RcloneEngine engine{RcloneSandbox::rclone()};
+    InotifyFileEventService fileEvents;
+    std::unique_ptr<SyncManager> manager;
+    SyncFolder folder;
+
+    explicit World(const QString &kind)
+    {
+        const QString served = sandbox.makeDirectory("remote");
+        if (kind == u"webdav")
+            sandbox.addWebDav("backup", served);
+        else
+            sandbox.addAlias("backup", served);
+        remote = served + "/Docs";
+        QDir().mkpath(remote);
+        local = sandbox.makeDirectory("Docs");
+        manager = std::make_unique<SyncManager>(
+            SyncEnvironment{settings, engine, fileEvents, {}, &QDateTime::currentDateTimeUtc, 2, false});
+        folder.name = "Docs";
+        folder.localPath = local;
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", false}};
+    }
+
+    void add() { manager->addFolder(folder); }
+
+    // Runs the folder once; its problems afterwards (none: it succeeded).
+    QList<SyncProblem> sync()
+    {
+        QSignalSpy completed(manager.get(), &SyncManager::runCompleted);
+        if (!manager->syncFolder(folder.id) || !completed.wait(60000))
+            qWarning("the run did not complete");
+        return manager->problems(folder.id);
+    }
+
+    void select(const std::function<void(FolderSelection &)> &change)
+    {
+        FolderSelection selection = manager->selection(folder.id);
+        change(selection);
+        manager->setSelection(folder.id, selection);
+    }
+};
+
+} // namespace
+
+class TestSelection : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    // Most of the folder's files lie in what is left out, so bisync finds
+    // most of its listing gone: nothing is deleted anywhere all the same.
+    // While left out, files change on either side; taken back in, the newer
+    // copy of each arrives, and two that differ are both kept, even under a
+    // policy that would delete the loser.
+    void changedChoiceLosesNothing_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<QString>("change");
+        QTest::newRow("skipped directory") << "local" << "skip";
+        QTest::newRow("skipped directory, WebDAV") << "webdav" << "skip";
+        QTest::newRow("ignore rule") << "local" << "ignore";
+        QTest::newRow("hidden files switch, WebDAV") << "webdav" << "hidden";
+    }
+
+    void changedChoiceLosesNothing()
+    {
+        QFETCH(QString, kind);
+        QFETCH(QString, change);
+        World world(kind);
+        const QString dir = change == u"hidden" ? ".cache" : "Videos";
+        for (const char *name : {"a.txt", "b.txt", "c.txt"})
+            writeFile(world.local + "/" + name, name);
+        for (const char *name : {"s1", "s2", "s3", "s4", "s5", "s6"}) {
+            writeFile(world.local + "/" + dir + "/" + name, name);
+            setAge(world.local + "/" + dir + "/" + name, 7200); // edits below are newer, also to the second
+        }
+        world.folder.conflictResolution = ConflictResolution::newerWins;
+        world.folder.filters.excludeHidden = false;
+        world.add();
+        QCOMPARE(world.sync(), {});
+        const auto leaveOut = [&](bool out) {
+            if (change == u"hidden") {
+                SyncFolder edited = *world.manager->folder(world.folder.id);
+                edited.filters.excludeHidden = out;
+                world.manager->updateFolder(edited);
+            } else {
+                world.select([&](FolderSelection &selection) {
+                    (change == u"skip" ? selection.skipped : selection.ignore) =
+                        out ? QStringList{change == u"skip" ? dir : "/" + dir + "/**"} : QStringList();
+                });
+            }
+        };
+
+        leaveOut(true);
+        QCOMPARE(world.sync(), {});
+        const QMap<QString, QByteArray> everything = tree(world.local);
+        QCOMPARE(everything.size(), 9);
+        QCOMPARE(tree(world.remote), everything);
+
+        // Changed while left out: newer there, newer here, and one on both sides.
+        writeFile(world.remote + "/" + dir + "/s1", "edited there");
+        writeFile(world.local + "/" + dir + "/s2", "edited here");
+        setAge(world.local + "/" + dir + "/s3", 3600);
+        writeFile(world.local + "/" + dir + "/s3", "older edit here");
+        setAge(world.local + "/" + dir + "/s3", 3600);
+        writeFile(world.remote + "/" + dir + "/s3", "newer edit there");
+        writeFile(world.local + "/a.txt", "still syncs");
+        QCOMPARE(world.sync(), {});
+        QCOMPARE(readFile(world.remote + "/a.txt"), "still syncs");
+        QCOMPARE(readFile(world.remote + "/" + dir + "/s2"), "s2");
+
+        leaveOut(false);
+        QCOMPARE(world.sync(), {});
+        const QMap<QString, QByteArray> local = tree(world.local);
+        QCOMPARE(tree(world.remote), local);
+        QCOMPARE(local.value(dir + "/s1"), "edited there");
+        QCOMPARE(local.value(dir + "/s2"), "edited here");
+        QCOMPARE(local.value(dir + "/s3"), "newer edit there");
+        // The older copies of the differing files are kept beside them.
+        const QList<QByteArray> contents = local.values();
+        QVERIFY(contents.contains("older edit here"));
+        QVERIFY(contents.contains("s1"));
+        QVERIFY(contents.contains("s2"));
+        QCOMPARE(local.value(dir + "/s4"), "s4");
+        // The next change of what syncs is again the only one that gets this care.
+        QVERIFY(!world.manager->preferences().followsSelectionChange(world.folder.id, world.folder.remoteTargets[0].id));
+    }
+
+    // *.tmp files stay on the side they were made on, both ways.
+    void ignoreRuleKeepsFilesOnTheirSide_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::newRow("local") << "local";
+        QTest::newRow("WebDAV") << "webdav";
+    }
+
+    void ignoreRuleKeepsFilesOnTheirSide()
+    {
+        QFETCH(QString, kind);
+        World world(kind);
+        writeFile(world.local + "/report.txt", "report");
+        writeFile(world.local + "/draft.tmp", "here");
+        writeFile(world.local + "/build/cache.tmp", "here");
+        writeFile(world.remote + "/upload.tmp", "there");
+        world.add();
+        world.select([](FolderSelection &selection) { selection.ignore = {"*.tmp"}; });
+        QCOMPARE(world.sync(), {});
+        writeFile(world.local + "/later.tmp", "here");
+        QCOMPARE(world.sync(), {});
+        QCOMPARE(tree(world.remote), (QMap<QString, QByteArray>{{"report.txt", "report"}, {"upload.tmp", "there"}}));
+        QCOMPARE(tree(world.local).keys(), (QStringList{"build/cache.tmp", "draft.tmp", "later.tmp", "report.txt"}));
+    }
+
+    // Upload only: the remote follows this computer, also where it was
+    // changed itself; what a run removes or replaces there is kept.
+    void uploadOnlyMakesTheRemoteEqual_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::newRow("local") << "local";
+        QTest::newRow("WebDAV") << "webdav";
+    }
+
+    void uploadOnlyMakesTheRemoteEqual()
+    {
+        QFETCH(QString, kind);
+        World world(kind);
+        for (const char *name : {"a.txt", "b.txt", "c.txt", "d/e.txt"})
+            writeFile(world.local + "/" + name, name);
+        world.add();
+        world.manager->preferences().setKeepsRemoved(world.folder.id, true);
+        world.select([](FolderSelection &selection) { selection.direction = SyncDirection::upload; });
+        QCOMPARE(world.sync(), {});
+        QCOMPARE(tree(world.remote), tree(world.local));
+
+        writeFile(world.remote + "/a.txt", "changed there");
+        writeFile(world.remote + "/only there.txt", "there");
+        QFile::remove(world.local + "/b.txt");
+        writeFile(world.local + "/new.txt", "new here");
+        QCOMPARE(world.sync(), {});
+        QCOMPARE(tree(world.remote), tree(world.local));
+        QCOMPARE(readFile(world.remote + "/a.txt"), "a.txt");
+        QStringList kept;
+        QDirIterator it(world.remote + "/" + RemovedFiles::kDirectoryName, QDir::Files, QDirIterator::Subdirectories);
+        while (it.hasNext())
+            kept.append(readFile(it.next()));
+        kept.sort();
+        QCOMPARE(kept, (QStringList{"b.txt", "changed there", "there"}));
+        QCOMPARE(tree(world.local).value("a.txt"), "a.txt"); // nothing came down
+    }
+
+    // Download only from an empty or missing remote deletes nothing here.
+    // A one-way run that would delete most of its destination stops before
+    // deleting, and the review carries it out.
+    void oneWayStopsBeforeLosingFiles_data()
+    {
+        QTest::addColumn<QString>("case_");
+        QTest::newRow("empty remote") << "empty";
+        QTest::newRow("missing remote") << "missing";
+        QTest::newRow("most deleted, then reviewed") << "most";
+    }
+
+    void oneWayStopsBeforeLosingFiles()
+    {
+        QFETCH(QString, case_);
+        World world("local");
+        for (const char *name : {"a.txt", "b.txt", "c.txt", "d.txt"})
+            writeFile(world.local + "/" + name, name);
+        if (case_ == u"missing")
+            QDir(world.remote).removeRecursively();
+        world.add();
+        const QMap<QString, QByteArray> before = tree(world.local);
+        if (case_ != u"most") {
+            world.select([](FolderSelection &selection) { selection.direction = SyncDirection::download; });
+            const QList<SyncProblem> problems = world.sync();
+            QCOMPARE(problems.size(), 1);
+            QCOMPARE(problems[0].kind, SyncProblem::Kind::sourceEmpty);
+            QCOMPARE(problems[0].side, SyncProblem::Side::remote);
+            QCOMPARE(tree(world.local), before);
+            return;
+        }
+        world.select([](FolderSelection &selection) { selection.direction = SyncDirection::upload; });
+        QCOMPARE(world.sync(), {});
+        for (const char *name : {"a.txt", "b.txt", "c.txt"})
+            QFile::remove(world.local + "/" + name);
+        const QList<SyncProblem> problems = world.sync();
+        QCOMPARE(problems.size(), 1);
+        QCOMPARE(problems[0].kind, SyncProblem::Kind::tooManyDeletes);
+        QCOMPARE(problems[0].sentence(), "Stopped before deleting 3 of 4 files on backup:Docs. Review them before "
+                                         "anything is deleted.");
+        QCOMPARE(tree(world.remote), before);
+
+        SyncReview review(*world.manager, world.engine);
+        QVERIFY(review.preview(world.folder.id, world.folder.remoteTargets[0].id, SyncReview::Kind::deletions));
+        QTRY_COMPARE_WITH_TIMEOUT(review.state(), SyncReview::State::ready, 60000);
+        QCOMPARE(review.changes().size(), 3);
+        QCOMPARE(review.changes()[0].group, BisyncPlan::Group::deletedRemote);
+        QSignalSpy completed(world.manager.get(), &SyncManager::runCompleted);
+        QVERIFY(review.apply());
+        QVERIFY(completed.wait(60000));
+        QCOMPARE(world.manager->problems(world.folder.id), {});
+        QCOMPARE(tree(world.remote), tree(world.local));
+    }
+
+    // A folder that synced two ways, turned download only: the first run
+    // that would delete or replace anything here waits for a review.
+    void changedDirectionWaitsForAReview()
+    {
+        World world("webdav");
+        for (const char *name : {"a.txt", "b.txt", "c.txt"})
+            writeFile(world.local + "/" + name, name);
+        world.add();
+        QCOMPARE(world.sync(), {});
+        writeFile(world.local + "/mine.txt", "only here");
+        writeFile(world.remote + "/theirs.txt", "only there");
+        world.select([](FolderSelection &selection) { selection.direction = SyncDirection::download; });
+        const QList<SyncProblem> problems = world.sync();
+        QCOMPARE(problems.size(), 1);
+        QCOMPARE(problems[0].kind, SyncProblem::Kind::firstOneWay);
+        QCOMPARE(problems[0].sentence(), "Download only makes this computer follow backup:Docs: its first sync "
+                                         "would delete 1 file here and replace 0. Review them before anything changes.");
+        QCOMPARE(readFile(world.local + "/mine.txt"), "only here");
+        QCOMPARE(readFile(world.local + "/theirs.txt"), "<missing>");
+
+        SyncReview review(*world.manager, world.engine);
+        QVERIFY(review.preview(world.folder.id, world.folder.remoteTargets[0].id, SyncReview::Kind::deletions));
+        QTRY_COMPARE_WITH_TIMEOUT(review.state(), SyncReview::State::ready, 60000);
+        QSignalSpy completed(world.manager.get(), &SyncManager::runCompleted);
+        QVERIFY(review.apply());
+        QVERIFY(completed.wait(60000));
+        QCOMPARE(world.manager->problems(world.folder.id), {});
+        QCOMPARE(tree(world.local), tree(world.remote));
+        // From then on it runs by itself.
+        writeFile(world.remote + "/more.txt", "more");
+        QCOMPARE(world.sync(), {});
+        QCOMPARE(readFile(world.local + "/more.txt"), "more");
+    }
+};
+
+QTEST_GUILESS_MAIN(TestSelection)
+#include "tst_selection.moc"
