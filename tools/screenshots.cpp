@@ -185,6 +185,11 @@ void writeFixture(const QString &root)
     kept(keptThere, 20 * 60, "Figures/diagram 🖼.png", 734003);
     kept(keptThere, 26 * 3600, "chapter 9.txt", 9120);
     kept(keptHere, 3 * 86400, "notes/outline.md", 2048);
+    // Book's directories, here and on its remote, for "Choose Folders…".
+    for (const char *directory : {"Drafts", "Figures/Diagrams", "Figures/Photos", "Notes/2025", "Notes/2026", "Videos/Raw"})
+        QDir().mkpath(book.localPath + u'/' + QString::fromLatin1(directory));
+    for (const char *directory : {"Drafts", "Figures/Diagrams", "Notes/2025", "Archive"})
+        QDir().mkpath(scratchBook.remotePath + u'/' + QString::fromLatin1(directory));
     const SyncFolder thesis = failing("Thesis", "Thesis",
                                       RemoteTarget{QUuid::createUuid(), QStringLiteral("scratch"), root + QStringLiteral("/scratch/thesis"), false}, {});
     const SyncFolder mail = failing("Mail", "Mail", target("gdrive", "Mail"),
@@ -324,11 +329,41 @@ void shoot(const QString &appearance, bool withData)
     invoke(main, "folderEditor", "start");
     scrollTo(main, "editKeepRemoved", 200);
     save(main, QStringLiteral("folder-safety-control") + suffix);
+    // What of Book syncs: its folder tree with two skipped, a rule rclone refuses, the direction.
+    QObject *choices = main->findChild<QObject *>(QStringLiteral("folderChoices"));
+    QObject *editor = main->findChild<QObject *>(QStringLiteral("folderEditor"));
+    app.syncManager()->setSelection(app.syncManager()->folders().at(5).id, FolderSelection{{QStringLiteral("Videos"), QStringLiteral("Notes/2025")}, {}, {}});
+    QMetaObject::invokeMethod(editor, "load");
+    QMetaObject::invokeMethod(choices, "chooseFolders", Q_ARG(QString, editor->property("localPath").toString()),
+                              Q_ARG(QVariantList, editor->property("targets").toList()));
+    invoke(main, "chooseFoldersSheet", "open");
+    QObject *tree = choices->property("tree").value<QObject *>();
+    waitFor([tree] { return !tree->property("loading").toBool(); });
+    if (QObject *view = main->findChild<QObject *>(QStringLiteral("folderTree"))) {
+        QMetaObject::invokeMethod(view, "expand", Q_ARG(int, 3)); // Notes
+        QMetaObject::invokeMethod(view, "expand", Q_ARG(int, 2)); // Figures
+    }
+    waitFor([tree] { return !tree->property("loading").toBool(); });
+    save(main, QStringLiteral("folder-choose-folders") + suffix);
+    invoke(main, "chooseFoldersSheet", "close");
+    choices->setProperty("ignoreText", QStringLiteral("*.tmp\n/build/**\n[draft\n**/.cache/**"));
+    waitFor([choices] { return !choices->property("checking").toBool(); });
+    scrollTo(main, "ignoreRules", 240);
+    save(main, QStringLiteral("folder-ignore-rules") + suffix);
+    choices->setProperty("direction", 1);
+    scrollTo(main, "direction", 120);
+    save(main, QStringLiteral("folder-direction") + suffix);
     invoke(main, "folderEditor", "cancel");
     app.navigation()->showFolder(uuidStringOf(app, 6));
     wait(100);
     review(QStringLiteral("review-deletions"));
 
+    // Documents only uploads: its row and pane show which way.
+    app.syncManager()->setSelection(app.syncManager()->folders().at(0).id, FolderSelection{{}, {}, SyncDirection::upload});
+    app.syncManager()->setSelection(app.syncManager()->folders().at(3).id, FolderSelection{{}, {}, SyncDirection::download});
+    app.navigation()->showFolder(uuidStringOf(app, 0));
+    wait(100);
+    save(main, QStringLiteral("sidebar-one-way") + suffix);
     app.navigation()->showRemote(QStringLiteral("gdrive"));
     save(main, QStringLiteral("remote-loading") + suffix);
     waitForRemotePane(main);

@@ -99,6 +99,8 @@ QVariantMap FolderDetailController::folderMap() const
         {QStringLiteral("targets"), targets},
         {QStringLiteral("isWaiting"), m_app && m_app->syncManager()->runs().isWaiting(f->id)},
         {QStringLiteral("paused"), m_app && m_app->syncManager()->automatic().isPaused(f->id)},
+        {QStringLiteral("direction"), FolderSelection::directionName(m_app ? m_app->syncManager()->selection(f->id).direction
+                                                                            : SyncDirection::twoWay)},
         {QStringLiteral("hasKeptRemoved"), m_app && m_app->syncManager()->preferences().hasKept(f->id)},
         {QStringLiteral("keepDays"), m_app ? m_app->syncManager()->preferences().keepDays(f->id) : 0},
     };

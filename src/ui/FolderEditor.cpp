@@ -15,6 +15,9 @@ FolderEditor::FolderEditor(FolderDetailController &pane)
 {
     setObjectName(QStringLiteral("folderEditor"));
     m_options.setParent(this);
+    m_choices.setParent(this);
+    m_choices.setObjectName(QStringLiteral("folderChoices"));
+    connect(&m_choices, &FolderChoices::checkedChanged, this, &FolderEditor::changed);
 }
 
 void FolderEditor::setEditing(bool editing)
@@ -54,7 +57,7 @@ bool FolderEditor::canConfirm() const
 {
     // The raw rows count: a row with an empty path still enables the button
     // (and is dropped when saving).
-    return !m_name.isEmpty() && !m_localPath.isEmpty() && !m_targets.isEmpty();
+    return !m_name.isEmpty() && !m_localPath.isEmpty() && !m_targets.isEmpty() && m_choices.isValid();
 }
 
 QString FolderEditor::pathWarning() const
@@ -78,6 +81,8 @@ void FolderEditor::load()
     m_localPath = f ? f->localPath : QString();
     m_targets = f ? f->remoteTargets : QList<RemoteTarget>{};
     m_options.load(f ? &*f : nullptr, m_pane.app() ? m_pane.app()->syncManager() : nullptr);
+    m_choices.setEngine(m_pane.app() ? m_pane.app()->engine() : nullptr);
+    m_choices.load(f ? f->id : QUuid(), m_pane.app() ? m_pane.app()->syncManager() : nullptr);
     emit changed();
     emit targetsChanged();
 }
@@ -130,6 +135,7 @@ void FolderEditor::save()
         f->conflictResolution = m_options.conflictResolution();
         manager->updateFolder(*f);
         m_options.applyTo(f->id, *manager);
+        m_choices.applyTo(f->id, *manager);
         setEditing(false);
         return;
     }
@@ -145,6 +151,7 @@ void FolderEditor::save()
     created.filters = SyncFilterOptions();
     manager->addFolder(created);
     m_options.applyTo(created.id, *manager);
+    m_choices.applyTo(created.id, *manager);
     app->navigation()->setSelection(SidebarSelection::syncFolder(created.id));
 }
 

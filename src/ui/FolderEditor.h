@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/RemoteTarget.h"
+#include "ui/FolderChoices.h"
 #include "ui/FolderOptions.h"
 
 #include <QObject>
@@ -21,6 +22,7 @@ class FolderEditor : public QObject
     Q_PROPERTY(QString localPath READ localPath WRITE setLocalPath NOTIFY changed)
     Q_PROPERTY(QVariantList targets READ targets NOTIFY targetsChanged)
     Q_PROPERTY(FolderOptions *options READ options CONSTANT)
+    Q_PROPERTY(FolderChoices *choices READ choices CONSTANT)
     Q_PROPERTY(bool canConfirm READ canConfirm NOTIFY changed)
     Q_PROPERTY(QString pathWarning READ pathWarning NOTIFY changed)
 
@@ -35,7 +37,9 @@ public:
     QVariantList targets() const;
     const QList<RemoteTarget> &targetList() const { return m_targets; }
     FolderOptions *options() { return &m_options; }
-    // Whether "Create"/"Save" is enabled: a name, a path and at least one target row.
+    FolderChoices *choices() { return &m_choices; }
+    // Whether "Create"/"Save" is enabled: a name, a path, at least one target
+    // row, and no ignore rule that rclone refuses (or is still checking).
     bool canConfirm() const;
     // A note under the path field about a path that cannot be synced as typed.
     QString pathWarning() const;
@@ -71,4 +75,5 @@ private:
     QString m_localPath;
     QList<RemoteTarget> m_targets;
     FolderOptions m_options;
+    FolderChoices m_choices;
 };

@@ -59,6 +59,8 @@ QVariant FolderListModel::data(const QModelIndex &index, int role) const
         return int(m_manager.conflicts().of(folder.id).size());
     case PausedRole:
         return m_manager.automatic().isPaused(folder.id);
+    case DirectionRole:
+        return FolderSelection::directionName(m_manager.selection(folder.id).direction);
     default:
         return {};
     }
@@ -70,6 +72,7 @@ QHash<int, QByteArray> FolderListModel::roleNames() const
         {IdRole, "folderId"},   {NameRole, "name"},         {StatusRole, "status"},       {RemoteCountRole, "remoteCount"},
         {LastSyncRole, "lastSync"}, {ProgressRole, "progress"}, {LocalPathRole, "localPath"},
         {ConflictsRole, "conflicts"}, {PausedRole, "paused"},
+        {DirectionRole, "direction"},
     };
 }
 

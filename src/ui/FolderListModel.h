@@ -37,6 +37,7 @@ public:
         LocalPathRole,
         ConflictsRole, // open conflicts
         PausedRole,
+        DirectionRole, // "two-way", "upload", "download"
     };
 
     // What the dashboard's "System Status" says: errors first, then running syncs.

@@ -15,6 +15,7 @@ ItemDelegate {
     required property var lastSync
     required property int conflicts
     required property bool paused
+    required property string direction
     property bool selected: false
     property bool showsFocus: false
 
@@ -47,6 +48,26 @@ ItemDelegate {
                 // An idle folder's grey is the dark theme's light one: on the light tile, a darker grey.
                 color: row.highlighted && row.status === "idle" ? "#6E6E73" : row.statusColor
                 size: 16
+            }
+            // A one-way folder: which way its changes go, on the tile's corner.
+            Rectangle {
+                objectName: "directionMark"
+                visible: row.direction !== "two-way"
+                anchors.right: parent.right
+                anchors.bottom: parent.bottom
+                anchors.margins: -3
+                width: 14
+                height: 14
+                radius: 7
+                color: row.app.theme.card
+                border.color: row.app.theme.separator
+                Accessible.name: row.direction === "upload" ? "Upload only" : "Download only"
+                Icon {
+                    anchors.centerIn: parent
+                    name: row.direction === "upload" ? "arrow.up" : "arrow.down"
+                    color: row.app.theme.secondary
+                    size: 10
+                }
             }
         }
         ColumnLayout {

@@ -82,14 +82,31 @@ Item {
                     font.pixelSize: 13
                     color: app.theme.secondary
                 }
-                Label {
+                RowLayout {
                     visible: !controller.editor.isEditing
                     Layout.fillWidth: true
-                    text: folder.name || ""
-                    textFormat: Text.PlainText
-                    elide: Text.ElideRight
-                    font.pixelSize: 22
-                    font.bold: true
+                    spacing: 8
+                    Label {
+                        Layout.maximumWidth: parent.width - 30
+                        text: folder.name || ""
+                        textFormat: Text.PlainText
+                        elide: Text.ElideRight
+                        font.pixelSize: 22
+                        font.bold: true
+                    }
+                    // A one-way folder: which way its changes go.
+                    Icon {
+                        objectName: "paneDirectionMark"
+                        visible: !!folder.direction && folder.direction !== "two-way"
+                        name: folder.direction === "upload" ? "arrow.up" : "arrow.down"
+                        color: app.theme.secondary
+                        size: 18
+                        Accessible.name: folder.direction === "upload" ? "Upload only" : "Download only"
+                        ToolTip.visible: directionHover.hovered
+                        ToolTip.text: Accessible.name
+                        HoverHandler { id: directionHover }
+                    }
+                    Item { Layout.fillWidth: true }
                 }
                 Label {
                     objectName: "lastSynced"
@@ -330,7 +347,12 @@ Item {
                     Layout.rightMargin: 24
                     app: pane.app
                     options: controller.editor.options
+                    choices: controller.editor.choices
                     editing: controller.editor.isEditing
+                    onChooseFoldersRequested: {
+                        controller.editor.choices.chooseFolders(controller.editor.localPath, controller.editor.targets)
+                        chooseFoldersSheet.open()
+                    }
                 }
                 SafetyCard {
                     visible: controller.editor.isEditing
@@ -354,6 +376,12 @@ Item {
         keepDays: pane.folder.keepDays || 30
     }
 
+    ChooseFoldersSheet {
+        id: chooseFoldersSheet
+        app: pane.app
+        choices: controller.editor.choices
+        parent: Overlay.overlay
+    }
     ReviewSheet {
         app: pane.app
         controller: controller.recovery
