@@ -176,6 +176,21 @@ private Q_SLOTS:
                                    "c:z", "--rename", "Papers", "--local-path", "/p", "--exclude-node-modules"}
                               << int(Kind::folderEdit) << L{"Docs"}
                               << "add=a:x,b:y remove=c:z rename=Papers local=/p modules=1";
+        QTest::newRow("what syncs") << L{"folders", "edit", "Docs", "--skip", "./Videos/", "--unskip=Photos//2019", "--ignore",
+                                         " *.tmp ", "--unignore", "/build/**", "--direction", "upload"}
+                                    << int(Kind::folderEdit) << L{"Docs"}
+                                    << "skip=Videos unskip=Photos/2019 ignore=*.tmp unignore=/build/** direction=upload";
+        QTest::newRow("a skip out of the folder") << L{"folders", "edit", "Docs", "--skip", "../etc"} << -1 << L{}
+                                                  << "--skip takes a directory inside the folder";
+        QTest::newRow("a skip of the folder itself") << L{"folders", "edit", "Docs", "--skip", "."} << -1 << L{}
+                                                     << "--skip takes a directory inside the folder";
+        QTest::newRow("an absolute skip") << L{"folders", "edit", "Docs", "--unskip", "/home/x"} << -1 << L{}
+                                          << "--unskip takes a directory inside the folder";
+        QTest::newRow("a blank pattern") << L{"folders", "edit", "Docs", "--ignore", " "} << -1 << L{} << "--ignore needs a pattern";
+        QTest::newRow("no such direction") << L{"folders", "edit", "Docs", "--direction", "sideways"} << -1 << L{}
+                                           << "--direction takes two-way, upload or download, not 'sideways'";
+        QTest::newRow("not an option of add either") << L{"folders", "add", "D", "/d", "a:x", "--skip", "x"} << -1 << L{}
+                                                     << "folders add does not take '--skip'";
         QTest::newRow("a value is needed") << L{"folders", "edit", "Docs", "--rename"} << -1 << L{} << "--rename needs a value";
         QTest::newRow("not an option of add") << L{"folders", "add", "D", "/d", "a:x", "--rename", "x"} << -1 << L{}
                                               << "folders add does not take '--rename'";
@@ -220,9 +235,16 @@ private Q_SLOTS:
             shown.append("rename=" + *command.rename);
         if (command.localPath)
             shown.append("local=" + *command.localPath);
+        for (const auto &[name, list] : {std::pair{"skip", &command.skip}, {"unskip", &command.unskip},
+                                         {"ignore", &command.ignore}, {"unignore", &command.unignore}}) {
+            if (!list->isEmpty())
+                shown.append(QString(name) + '=' + list->join(','));
+        }
+        if (command.direction)
+            shown.append("direction=" + *command.direction);
         std::sort(shown.begin(), shown.end(), [](const QString &a, const QString &b) {
             static const QStringList order{"keep", "interactive", "force", "conflict", "add", "remove", "rename", "local",
-                                           "git", "hidden", "modules"};
+                                           "git", "hidden", "modules", "skip", "unskip", "ignore", "unignore", "direction"};
             return order.indexOf(a.section('=', 0, 0)) < order.indexOf(b.section('=', 0, 0));
         });
         QCOMPARE(shown.join(' '), options);

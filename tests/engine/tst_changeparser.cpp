@@ -1,4 +1,5 @@
 // What a real bisync run changed, read from its recorded output.
+#include "engine/Bisync.h"
 #include "engine/ChangeParser.h"
 #include "support/TestFiles.h"
 
@@ -13,9 +14,11 @@ Q_DECLARE_METATYPE(QList<Change>)
 Q_DECLARE_METATYPE(QList<Conflict>)
 
 namespace {
-ChangeParser parsed(const QString &file)
+ChangeParser parsed(const QString &file, std::optional<bool> oneWayToRemote = std::nullopt)
 {
     ChangeParser parser;
+    if (oneWayToRemote)
+        parser.readOneWay(*oneWayToRemote);
     const QString text = QString::fromUtf8(readFile(QStringLiteral(TEST_DATA_DIR "/") + file));
     for (QStringView line : QStringView(text).split(u'\n'))
         parser.addLine(line);
@@ -99,6 +102,29 @@ private Q_SLOTS:
         QTest::newRow("a download found older") << "changes/time-older.log" << QList<Change>{} << QList<Conflict>{}
             << QList<Skipped>{};
     }
+    // An upload-only run's `rclone sync` output: every change lands on the
+    // remote; a file moved into the backup directory and copied again was
+    // replaced, one moved there alone deleted.
+    void oneWayRun()
+    {
+        QCOMPARE(parsed("changes/oneway-upload-keep.log", true).changes(), (QList<Change>{{"c.txt", A::added, true}, {"a.txt", A::updated, true},
+                                                  {"gone.txt", A::deleted, true}}));
+    }
+
+    // Files newly left out of the sync look deleted on both sides; only a
+    // file deleted on one side is a deletion bisync would carry out.
+    void deletionsFoundOnEachSide()
+    {
+        const ChangeParser parser = parsed("changes/left-out.log");
+        QCOMPARE(parser.foundDeleted(1), 8);
+        QCOMPARE(parser.foundDeleted(2), 7);
+        QCOMPARE(parser.foundDeletedOnlyOn(1), 1);
+        QCOMPARE(parser.foundDeletedOnlyOn(2), 0);
+        // Against the 10 entries of the listing before: 1 deletion to carry out.
+        QCOMPARE(Bisync::listedBeforeTooManyDeletes(QString::fromUtf8(readFile(TEST_DATA_DIR "/changes/left-out.log"))), 10);
+        QCOMPARE(Bisync::listedBeforeTooManyDeletes("NOTICE: Failed to bisync: too many deletes"), 0);
+    }
+
     void recordedRuns()
     {
         QFETCH(QString, file);

@@ -1,5 +1,6 @@
 #include "model/CloudRemote.h"
 #include "model/ConflictResolution.h"
+#include "model/FolderSelection.h"
 #include "model/SyncFolder.h"
 #include "model/SyncStatus.h"
 
@@ -11,6 +12,50 @@ class TestSyncModel : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // A directory as typed, in its one form, or refused.
+    void directoriesToSkip_data()
+    {
+        QTest::addColumn<QString>("typed");
+        QTest::addColumn<QString>("normalized"); // "-": refused
+        QTest::newRow("plain") << "Videos" << "Videos";
+        QTest::newRow("dots and slashes") << "./Photos//2019/" << "Photos/2019";
+        QTest::newRow("blanks and accents") << "Été 2026/ raw " << "Été 2026/ raw ";
+        QTest::newRow("the folder itself") << "./" << "-";
+        QTest::newRow("climbing out") << "a/../../etc" << "-";
+        QTest::newRow("absolute") << "/home/ann" << "-";
+        QTest::newRow("a line break") << "a\nb" << "-";
+    }
+    void directoriesToSkip()
+    {
+        QFETCH(QString, typed);
+        QFETCH(QString, normalized);
+        QCOMPARE(FolderSelection::normalizedDirectory(typed).value_or("-"), normalized);
+    }
+
+    // Skipped names are taken literally by rclone's globs, anchored at the
+    // folder's root; the rules follow as typed.
+    void selectionArguments()
+    {
+        const FolderSelection selection{{"Videos", "a[1]/b{c}*?\\"}, {"*.tmp", "/build/**"}, SyncDirection::twoWay};
+        QCOMPARE(selection.filterArguments(),
+                 (QStringList{"--exclude", "/Videos/**", "--exclude", "/a\\[1\\]/b\\{c\\}\\*\\?\\\\/**",
+                              "--exclude", "*.tmp", "--exclude", "/build/**"}));
+        QCOMPARE(FolderSelection().filterArguments(), QStringList());
+        QVERIFY(selection.isSkipped("Videos") && selection.isSkipped("Videos/2019/x"));
+        QVERIFY(!selection.isSkipped("Videos2") && !selection.isSkipped(""));
+        const FolderSelection deeper{{"a/b"}, {}, {}}, similar{{"ab"}, {}, {}};
+        QVERIFY(deeper.holdsSkipped("a") && !deeper.holdsSkipped("a/b") && !similar.holdsSkipped("a"));
+        // What a change lets back in, or leaves out.
+        const FolderSelection fewer{{"Videos"}, {"/build/**"}, SyncDirection::upload};
+        QVERIFY(fewer.reveals(selection) && !fewer.hides(selection));
+        QVERIFY(selection.hides(fewer) && !selection.reveals(fewer));
+        const FolderSelection upload{{}, {}, SyncDirection::upload};
+        QVERIFY(!upload.reveals(FolderSelection()) && !upload.hides(FolderSelection()));
+        for (const SyncDirection direction : {SyncDirection::twoWay, SyncDirection::upload, SyncDirection::download})
+            QCOMPARE(FolderSelection::directionFromName(FolderSelection::directionName(direction)), direction);
+        QCOMPARE(FolderSelection::directionFromName("Upload"), std::nullopt);
+    }
+
     // Raw values as the store writes them; unknown ones are refused, not guessed.
     void rawValuesAndLabels()
     {

@@ -78,6 +78,22 @@ inline QQuickItem *item(QQuickWindow *window, const char *name)
     return found;
 }
 
+// Scrolls the flickable that holds `target` until it shows, as a user would.
+inline void scrollIntoView(QQuickWindow *window, QQuickItem *target)
+{
+    for (QQuickItem *up = target->parentItem(); up; up = up->parentItem()) {
+        if (!up->inherits("QQuickFlickable"))
+            continue;
+        const qreal top = target->mapToItem(up, QPointF()).y();
+        if (top < 0 || top + target->height() > up->height()) {
+            const qreal contentY = up->property("contentY").toReal() + top - up->height() / 3;
+            up->setProperty("contentY", std::max<qreal>(0, contentY));
+            QVERIFY(QQuickTest::qWaitForPolish(window));
+        }
+        return;
+    }
+}
+
 inline void click(QQuickWindow *window, QQuickItem *target)
 {
     QVERIFY(target);
@@ -86,6 +102,7 @@ inline void click(QQuickWindow *window, QQuickItem *target)
     // polished: until then its controls are not where they will be drawn.
     QVERIFY(QQuickTest::qWaitForPolish(window));
     QTRY_VERIFY(target->width() > 0 && target->height() > 0);
+    scrollIntoView(window, target);
     const auto center = [&] { return target->mapToScene(QPointF(target->width() / 2, target->height() / 2)); };
     QTRY_VERIFY(QRectF(0, 0, window->width(), window->height()).contains(center()));
     QTest::mouseClick(window, Qt::LeftButton, {}, center().toPoint());

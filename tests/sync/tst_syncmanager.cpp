@@ -380,6 +380,43 @@ private Q_SLOTS:
         QCOMPARE(readFile(storePath()), before);
     }
 
+    // What syncs is kept beside the folder store, whose bytes do not change;
+    // a change that leaves files out or lets them back in marks each target
+    // for its next run, a change of direction alone does not, and a new
+    // direction forgets which targets made a one-way run.
+    void selectionIsKeptAndMarksTargets()
+    {
+        SyncFolder folder = makeFolder("Docs");
+        folder.remoteTargets = {{QUuid::createUuid(), "a", "x", true}, {QUuid::createUuid(), "b", "y", true}};
+        const QUuid &first = folder.remoteTargets[0].id, &second = folder.remoteTargets[1].id;
+        {
+            SyncManager manager(environment());
+            manager.addFolder(folder);
+            const QByteArray store = readFile(storePath());
+            manager.setSelection(folder.id, {{}, {}, SyncDirection::upload});
+            QVERIFY(!manager.preferences().followsSelectionChange(folder.id, first));
+            manager.preferences().setSyncedOneWay(folder.id, first);
+            const FolderSelection chosen{{"Videos", "Photos/2019 [raw]"}, {"*.tmp", "a, b = \"c\"", "#x;y"}, SyncDirection::download};
+            manager.setSelection(folder.id, chosen);
+            QCOMPARE(readFile(storePath()), store);
+            QVERIFY(manager.preferences().followsSelectionChange(folder.id, first));
+            QVERIFY(manager.preferences().followsSelectionChange(folder.id, second));
+            QVERIFY(!manager.preferences().hasSyncedOneWay(folder.id, first));
+        }
+        SyncManager manager(environment());
+        const FolderSelection read = manager.selection(folder.id);
+        QCOMPARE(read.skipped, (QStringList{"Videos", "Photos/2019 [raw]"}));
+        QCOMPARE(read.ignore, (QStringList{"*.tmp", "a, b = \"c\"", "#x;y"}));
+        QCOMPARE(read.direction, SyncDirection::download);
+        // A switch turned on or off is as much a change of what syncs.
+        manager.preferences().setFollowsSelectionChange(folder.id, {first, second}, false);
+        SyncFolder edited = manager.folders().at(0);
+        edited.filters.excludeHidden = true;
+        manager.updateFolder(edited);
+        QVERIFY(manager.preferences().followsSelectionChange(folder.id, second));
+        manager.deleteFolder(folder.id);
+        QCOMPARE(manager.selection(folder.id), FolderSelection());
+    }
 };
 
 QTEST_GUILESS_MAIN(TestSyncManager)

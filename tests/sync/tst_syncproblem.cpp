@@ -148,6 +148,19 @@ private Q_SLOTS:
         QTest::newRow("webdav 507") << "ERROR : a.bin: Failed to copy: unchunked simple update failed: Insufficient "
                                        "Storage: 507 Insufficient Storage"
                                     << Kind::quotaExceeded;
+        // A one-way run's own stops, with the side they name.
+        QTest::newRow("one-way source empty") << "One-way sync withheld: the source holds no files (dav:Docs). Syncing "
+                                                 "would delete all 12 files on this computer (/home/user/Docs)."
+                                              << Kind::sourceEmpty;
+        QTest::newRow("one-way source missing") << "One-way sync withheld: the source is missing (dav:Docs). Syncing "
+                                                   "would delete every file on this computer (/home/user/Docs)."
+                                                << Kind::sourceEmpty;
+        QTest::newRow("one-way too many deletes") << "Safety abort: one-way sync would delete 6 of 10 files on the "
+                                                     "remote (dav:Docs)."
+                                                  << Kind::tooManyDeletes;
+        QTest::newRow("first one-way run") << "Review first: the first upload-only sync would delete 3 and replace 1 of "
+                                              "10 files on the remote (dav:Docs)."
+                                           << Kind::firstOneWay;
         QTest::newRow("rate limit is no sign-in") << "ERROR : a: Failed to copy: googleapi: Error 403: User Rate Limit "
                                                      "Exceeded, userRateLimitExceeded"
                                                   << Kind::other;

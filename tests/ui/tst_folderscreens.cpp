@@ -17,6 +17,7 @@
 #include "ui/FolderListModel.h"
 #include "ui/NavigationState.h"
 #include "ui/NimbrellApp.h"
+#include "ui/FolderTreeModel.h"
 #include "ui/RemoteListModel.h"
 #include "ui/TrayMenu.h"
 
@@ -449,6 +450,68 @@ private Q_SLOTS:
         QTRY_COMPARE(readFile(local + "/plan.txt"), "mine");
         QTRY_VERIFY(item(main, "restore_plan.txt")); // the copy set aside
         QTRY_COMPARE(missing(main, {"Notes · This computer · 6 B"}), QStringList());
+    }
+
+    // What syncs, chosen in the editor: the folder tree of both sides with a
+    // directory unchecked, an ignore rule rclone refuses (which keeps Save
+    // off, with rclone's reason) and then one it takes, and a direction.
+    // Saved, the pane lists the skipped directory and the sidebar marks the
+    // folder one-way.
+    void choosingWhatSyncs()
+    {
+        const QString local = m_sandbox->makeDirectory("home/Docs");
+        const QString remote = m_sandbox->makeDirectory("backup/Docs");
+        m_sandbox->addAlias("backup", m_sandbox->root() + "/backup");
+        for (const char *directory : {"Videos/raw", "Notes", "Here only"})
+            QDir().mkpath(local + "/" + directory);
+        for (const char *directory : {"Videos", "Notes", "There only"})
+            QDir().mkpath(remote + "/" + directory);
+        const SyncFolder docs = folder("Docs", local, {"backup:Docs"});
+        QQuickWindow *main = startApp({docs});
+        m_app->navigation()->showFolder(uuidString(docs.id));
+        QTRY_VERIFY(item(main, "editFolder"));
+        click(main, item(main, "editFolder"));
+        QTRY_VERIFY(item(main, "chooseFolders"));
+        click(main, item(main, "chooseFolders"));
+        auto *tree = main->findChild<QObject *>("folderChoices")->property("tree").value<FolderTreeModel *>();
+        QVERIFY(tree);
+        QTRY_VERIFY(!tree->isLoading() && tree->rowCount() == 4);
+        QStringList rows;
+        for (int row = 0; row < tree->rowCount(); ++row) {
+            const QModelIndex index = tree->index(row, 0);
+            rows.append(index.data(FolderTreeModel::NameRole).toString() + "|" + index.data(FolderTreeModel::WhereRole).toString());
+        }
+        QCOMPARE(rows, (QStringList{"Here only|This computer only", "Notes|", "There only|Remote only", "Videos|"}));
+        // A level is read when it is opened: Videos' own, then its check box.
+        QVERIFY(tree->canFetchMore(tree->index(3, 0)));
+        tree->fetchMore(tree->index(3, 0));
+        QTRY_COMPARE(tree->rowCount(tree->index(3, 0)), 1);
+        tree->toggle("Videos/raw");
+        QCOMPARE(tree->index(3, 0).data(FolderTreeModel::CheckStateRole).toInt(), int(Qt::PartiallyChecked));
+        tree->toggle("Videos");
+        QCOMPARE(tree->skipped(), QStringList{"Videos"});
+        QCOMPARE(tree->index(0, 0, tree->index(3, 0)).data(FolderTreeModel::CheckableRole).toBool(), false);
+        click(main, item(main, "doneFolders"));
+        QTRY_VERIFY(visibleTexts(main).contains("1 folder not synced"));
+
+        QQuickItem *rules = item(main, "ignoreRules");
+        QVERIFY(rules);
+        rules->setProperty("text", "*.tmp\n[draft");
+        QTRY_VERIFY_WITH_TIMEOUT(textItem(main, "“[draft” is not saved: mismatched '[' and ']'"), 20000);
+        QVERIFY(!item(main, "confirmEdit")->isEnabled());
+        rules->setProperty("text", "*.tmp\n[d]raft");
+        QTRY_VERIFY_WITH_TIMEOUT(item(main, "confirmEdit")->isEnabled(), 20000);
+        QVERIFY(!textItem(main, "“[draft”"));
+        item(main, "direction")->setProperty("currentIndex", 1);
+        QMetaObject::invokeMethod(item(main, "direction"), "activated", Q_ARG(int, 1));
+        QTRY_VERIFY(textItem(main, "The remote follows this computer"));
+        click(main, item(main, "confirmEdit"));
+
+        QTRY_COMPARE(m_app->syncManager()->selection(docs.id),
+                     (FolderSelection{{"Videos"}, {"*.tmp", "[d]raft"}, SyncDirection::upload}));
+        QTRY_COMPARE(missing(main, {"1 folder not synced", "Videos"}), QStringList());
+        QTRY_VERIFY(item(main, "directionMark"));
+        QVERIFY(item(main, "paneDirectionMark"));
     }
 
     void createSyncEditAbortDelete()

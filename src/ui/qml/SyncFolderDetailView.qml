@@ -82,22 +82,23 @@ Item {
                     font.pixelSize: 13
                     color: app.theme.secondary
                 }
-                RowLayout {
+                Label {
+                    id: title
+                    readonly property bool oneWay: !!folder.direction && folder.direction !== "two-way"
                     visible: !controller.editor.isEditing
                     Layout.fillWidth: true
-                    spacing: 8
-                    Label {
-                        Layout.maximumWidth: parent.width - 30
-                        text: folder.name || ""
-                        textFormat: Text.PlainText
-                        elide: Text.ElideRight
-                        font.pixelSize: 22
-                        font.bold: true
-                    }
-                    // A one-way folder: which way its changes go.
+                    rightPadding: oneWay ? 28 : 0
+                    text: folder.name || ""
+                    textFormat: Text.PlainText
+                    elide: Text.ElideRight
+                    font.pixelSize: 22
+                    font.bold: true
+                    // A one-way folder: which way its changes go, after its name.
                     Icon {
                         objectName: "paneDirectionMark"
-                        visible: !!folder.direction && folder.direction !== "two-way"
+                        visible: title.oneWay
+                        x: Math.min(title.contentWidth, title.width - title.rightPadding) + 8
+                        anchors.verticalCenter: parent.verticalCenter
                         name: folder.direction === "upload" ? "arrow.up" : "arrow.down"
                         color: app.theme.secondary
                         size: 18
@@ -106,7 +107,6 @@ Item {
                         ToolTip.text: Accessible.name
                         HoverHandler { id: directionHover }
                     }
-                    Item { Layout.fillWidth: true }
                 }
                 Label {
                     objectName: "lastSynced"
