@@ -23,7 +23,8 @@ struct FolderSelection
 
     // The "--exclude" pairs of the skipped directories and the ignore rules,
     // in that order; the skipped directories are anchored at the folder's
-    // root, their names taken literally.
+    // root, their names taken literally, and the rules merged where rclone
+    // matches the merged rule exactly as the separate ones.
     QStringList filterArguments() const;
     // Whether `path` (relative to the folder) is a skipped directory or lies
     // inside one.

@@ -40,6 +40,10 @@ private Q_SLOTS:
         QCOMPARE(selection.filterArguments(),
                  (QStringList{"--exclude", "/Videos/**", "--exclude", "/a\\[1\\]/b\\{c\\}\\*\\?\\\\/**",
                               "--exclude", "*.tmp", "--exclude", "/build/**"}));
+        const FolderSelection many{{}, {"*.tmp", "/build/**", "**/.cache/**", "/out", "{a,b}.log", "logs/", "x\\*"}, {}};
+        QCOMPARE(many.filterArguments(),
+                 (QStringList{"--exclude", "{a,b}.log", "--exclude", "logs/", "--exclude", "x\\*", "--exclude",
+                              "{*.tmp,**/.cache/**}", "--exclude", "/{build/**,out}"}));
         QCOMPARE(FolderSelection().filterArguments(), QStringList());
         QVERIFY(selection.isSkipped("Videos") && selection.isSkipped("Videos/2019/x"));
         QVERIFY(!selection.isSkipped("Videos2") && !selection.isSkipped(""));

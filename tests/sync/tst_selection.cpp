@@ -12,6 +12,7 @@
 #include "sync/SyncReview.h"
 
 #include <QDirIterator>
+#include <QProcess>
 #include <QSignalSpy>
 
 namespace {
@@ -91,6 +92,47 @@ class TestSelection : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    // The rules as the runs pass them (merged) leave out exactly what each
+    // rule alone would, files and directories, as the real rclone lists them.
+    void mergedRulesMatchTheSameFiles_data()
+    {
+        QTest::addColumn<QStringList>("rules");
+        QTest::newRow("of every kind") << QStringList{"*.tmp", "/build/**", "**/.cache/**", "/out", "{a,b}.log", "logs/",
+                                                      "x\\*", "/notes/*/er/**", "?.log"};
+        // Without a "**" among them, a merged rule would be no directory rule.
+        QTest::newRow("a directory rule among file rules") << QStringList{"*.tmp", "logs/", "?.log", "/out", "/build/"};
+    }
+
+    void mergedRulesMatchTheSameFiles()
+    {
+        QFETCH(QStringList, rules);
+        RcloneSandbox sandbox;
+        const QString root = sandbox.makeDirectory("tree");
+        for (const char *path : {"a.tmp", "b.txt", "sub/c.tmp", "sub/.cache/x", ".cache/y", "build/z", "sub/build/keep",
+                                 "out", "sub/out", "Été/ü.tmp", "logs/l.txt", "sub/logs/m.txt", "a.log", "c.log",
+                                 "x*", "x1", "notes/deep/er/file.md", "notes/file.md", "space dir/f g.txt"})
+            writeFile(root + "/" + path, "x");
+        const FolderSelection selection{{"space dir"}, rules, {}};
+        const auto listing = [&](const QStringList &filters) {
+            QProcess rclone;
+            rclone.start(RcloneSandbox::rclone(), QStringList{"lsf", "-R", root} + filters);
+            rclone.waitForFinished();
+            QStringList lines = QString::fromUtf8(rclone.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+            lines.sort();
+            return lines;
+        };
+        QStringList separate;
+        for (const QString &directory : selection.skipped)
+            separate << "--exclude" << "/" + directory + "/**";
+        for (const QString &rule : selection.ignore)
+            separate << "--exclude" << rule;
+        QVERIFY(selection.filterArguments() != separate);
+        const QStringList expected = listing(separate);
+        QVERIFY(expected.contains("b.txt") && !expected.contains("a.tmp") && expected.contains("sub/build/keep")
+                && !expected.contains("logs/l.txt"));
+        QCOMPARE(listing(selection.filterArguments()), expected);
+    }
+
     // Most of the folder's files lie in what is left out, so bisync finds
     // most of its listing gone: nothing is deleted anywhere all the same.
     // While left out, files change on either side; taken back in, the newer
