@@ -1,7 +1,9 @@
 #include "engine/RemoteCommands.h"
 
 #include "engine/RcloneOutput.h"
+#include "model/RelativePath.h"
 
+#include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
 
@@ -61,6 +63,35 @@ RcloneJob *getVersion(RcloneEngine &engine, const QObject *context, RcloneEngine
 {
     return runAndParse(engine, {QStringLiteral("version")}, context, std::move(done),
                        [](const QString &output) { return RcloneResult<QString>(parseVersion(output)); });
+}
+
+RcloneJob *listDirectories(RcloneEngine &engine, const QString &location, const QObject *context,
+                           RcloneEngine::Done<QStringList> done)
+{
+    return engine.run({QStringLiteral("lsjson"), QStringLiteral("--dirs-only"), QStringLiteral("--no-modtime"),
+                       QStringLiteral("--no-mimetype"), location},
+                      context, [done = std::move(done)](const RcloneResult<QString> &result) {
+                          // rclone's "directory not found"
+                          if (!result.ok() && result.error().kind == RcloneError::Kind::exitStatus && result.error().code == 3)
+                              return done(QStringList());
+                          done(result.ok() ? parseDirectoryNames(result.value()) : RcloneResult<QStringList>(result.error()));
+                      });
+}
+
+RcloneResult<QStringList> parseDirectoryNames(const QString &output)
+{
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(output.toUtf8(), &error);
+    if (error.error != QJsonParseError::NoError || !document.isArray())
+        return RcloneError{RcloneError::Kind::badOutput, 0, QStringLiteral("rclone's listing could not be read")};
+    QStringList names;
+    for (const QJsonValue &entry : document.array()) {
+        const QString name = entry.toObject().value(QStringLiteral("Name")).toString();
+        // A name is one path segment; anything else is not listed.
+        if (!name.isEmpty() && !name.contains(u'/') && RelativePath::isSafe(name))
+            names.append(name);
+    }
+    return names;
 }
 
 QList<CloudRemote> parseRemoteList(const QString &output)

@@ -15,8 +15,13 @@ RcloneJob *reconnectRemote(RcloneEngine &engine, const QString &name, const QObj
 RcloneJob *getSpaceInfo(RcloneEngine &engine, const QString &name, const QObject *context,
                         RcloneEngine::Done<RemoteSpaceInfo> done);
 RcloneJob *getVersion(RcloneEngine &engine, const QObject *context, RcloneEngine::Done<QString> done);
+// The names of the directories right inside `location` ("remote:path"), one
+// level; a location that does not exist has none.
+RcloneJob *listDirectories(RcloneEngine &engine, const QString &location, const QObject *context,
+                           RcloneEngine::Done<QStringList> done);
 
 QList<CloudRemote> parseRemoteList(const QString &output);
 RcloneResult<RemoteSpaceInfo> parseSpaceInfo(const QString &output);
 QString parseVersion(const QString &output);
+RcloneResult<QStringList> parseDirectoryNames(const QString &output);
 } // namespace RemoteCommands

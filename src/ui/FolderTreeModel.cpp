@@ -1,14 +1,12 @@
 #include "ui/FolderTreeModel.h"
 
 #include "engine/RcloneEngine.h"
+#include "engine/RemoteCommands.h"
 #include "model/FolderSelection.h"
 #include "model/Formatting.h"
 #include "sync/RemovedFiles.h"
 
 #include <QDir>
-#include <QJsonArray>
-#include <QJsonDocument>
-#include <QJsonObject>
 
 #include <algorithm>
 
@@ -116,21 +114,17 @@ void FolderTreeModel::fetchMore(const QModelIndex &parent)
             continue;
         }
         const QString location = node->path.isEmpty() ? spec : spec + (spec.endsWith(u':') ? QString() : QStringLiteral("/")) + node->path;
-        m_engine->run({QStringLiteral("lsjson"), QStringLiteral("--dirs-only"), QStringLiteral("--no-modtime"),
-                       QStringLiteral("--no-mimetype"), location},
-                      this, [this, node, location, generation = m_generation](const RcloneResult<QString> &result) {
-                          if (generation != m_generation)
-                              return;
-                          QStringList names;
-                          if (result.ok()) {
-                              for (const QJsonValue &entry : QJsonDocument::fromJson(result.value().toUtf8()).array())
-                                  names.append(entry.toObject().value(QStringLiteral("Name")).toString());
-                          } else if (result.error().code != 3) { // a directory only this computer has
-                              m_error = QStringLiteral("Could not list %1: %2").arg(location, result.error().description.trimmed());
-                              emit errorChanged();
-                          }
-                          listed(node, names, true);
-                      });
+        RemoteCommands::listDirectories(*m_engine, location, this,
+                                        [this, node, location, generation = m_generation](const RcloneResult<QStringList> &result) {
+                                            if (generation != m_generation)
+                                                return;
+                                            if (!result.ok()) {
+                                                m_error = QStringLiteral("Could not list %1: %2")
+                                                              .arg(location, result.error().description.trimmed());
+                                                emit errorChanged();
+                                            }
+                                            listed(node, result.ok() ? result.value() : QStringList(), true);
+                                        });
     }
     const QDir directory(node->path.isEmpty() ? m_localPath : m_localPath + u'/' + node->path);
     listed(node, directory.entryList(QDir::Dirs | QDir::NoDotAndDotDot | QDir::Hidden | QDir::NoSymLinks), false);

@@ -469,7 +469,8 @@ private Q_SLOTS:
         const SyncFolder docs = folder("Docs", local, {"backup:Docs"});
         QQuickWindow *main = startApp({docs});
         m_app->navigation()->showFolder(uuidString(docs.id));
-        QTRY_VERIFY(item(main, "editFolder"));
+        QTRY_COMPARE(main->findChild<QObject *>("detail")->property("status").toInt(), 1); // Loader.Ready
+        QTRY_VERIFY(visibleTexts(main).contains("Never synced"));
         click(main, item(main, "editFolder"));
         QTRY_VERIFY(item(main, "chooseFolders"));
         click(main, item(main, "chooseFolders"));
