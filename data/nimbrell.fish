@@ -28,4 +28,9 @@ complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_su
 complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l add-target -x -a "(nimbrell --complete remotes 2>/dev/null | string replace -r '\$' ':')"
 complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l remove-target -x
 complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l rename -x
+complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l skip -x
+complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l unskip -x
+complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l ignore -x
+complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l unignore -x
+complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l direction -x -a "two-way upload download"
 complete -c nimbrell -n "__fish_seen_subcommand_from folders; and __fish_seen_subcommand_from edit" -l local-path -r -a "(__fish_complete_directories)"
