@@ -5,12 +5,16 @@
 #include "engine/BackendCatalog.h"
 #include "engine/RemoteCommands.h"
 #include "engine/RcloneOutput.h"
+#include "engine/Bisync.h"
 #include "engine/BisyncLocks.h"
+#include "engine/FilterCheck.h"
+#include "engine/OneWaySync.h"
 #include "engine/BisyncPlan.h"
 #include "engine/ChangeParser.h"
 #include "engine/ProgressParser.h"
 #include "engine/RcloneEngine.h"
 #include "engine/RemoteConfig.h"
+#include "model/FolderSelection.h"
 #include "model/FolderStore.h"
 #include "platform/InstanceChannel.h"
 #include "sync/ActivityLog.h"
@@ -51,15 +55,28 @@ const std::pair<const char *, Reader> kReaders[] = {
      [](const QByteArray &b) {
          ChangeParser parser;
          parser.watch({QStringLiteral("x.bin"), QStringLiteral("a b/x é.txt"), QStringLiteral("file1.txt")});
-         lines(b, [&](const QByteArray &l) { parser.addLine(text(l)); });
+         ChangeParser oneWay;
+         oneWay.readOneWay(true);
+         lines(b, [&](const QByteArray &l) {
+             parser.addLine(text(l));
+             oneWay.addLine(text(l));
+         });
          (void)parser.changes();
          (void)parser.skippedCopies();
          (void)parser.settled();
+         (void)parser.foundDeleted(1);
+         (void)parser.foundDeletedOnlyOn(2);
+         (void)oneWay.changes();
      }},
     {"bisyncplan",
      [](const QByteArray &b) {
          BisyncPlan plan;
-         lines(b, [&](const QByteArray &l) { plan.addLine(text(l)); });
+         OneWayPlan report;
+         lines(b, [&](const QByteArray &l) {
+             plan.addLine(text(l));
+             plan.addReportLine(text(l), l.size() % 2 == 0);
+             report.addReportLine(l);
+         });
          (void)plan.changes(QStringLiteral("/nonexistent"));
      }},
     {"problem",
@@ -106,6 +123,22 @@ const std::pair<const char *, Reader> kReaders[] = {
          (void)RemoteCommands::parseVersion(text(b));
          (void)BisyncLocks::lockFileIn(text(b));
          (void)RcloneOutput::stripAnsi(text(b));
+         (void)RemoteCommands::parseDirectoryNames(text(b));
+         (void)FilterCheck::reasonIn(text(b));
+         (void)Bisync::listedBeforeTooManyDeletes(text(b));
+     }},
+    // What a user types as skipped directories and ignore rules, a line each.
+    {"selection",
+     [](const QByteArray &b) {
+         FolderSelection selection;
+         lines(b, [&](const QByteArray &l) {
+             if (const std::optional<QString> directory = FolderSelection::normalizedDirectory(text(l)))
+                 selection.skipped.append(*directory);
+             selection.ignore.append(text(l).trimmed());
+         });
+         (void)selection.filterArguments();
+         (void)selection.isSkipped(selection.ignore.value(0));
+         (void)selection.holdsSkipped(selection.ignore.value(0));
      }},
 };
 
