@@ -3,7 +3,7 @@
 #include "engine/BisyncLocks.h"
 #include "engine/ChangeParser.h"
 #include "engine/LocalRoot.h"
-#include "engine/ProgressParser.h"
+#include "engine/PairJob.h"
 #include "engine/RcloneJob.h"
 #include "engine/RcloneOutput.h"
 #include "engine/RcloneProcess.h"
@@ -38,17 +38,13 @@ bool reportsEmptySide(const QString &output)
 }
 
 // bisync: remote mkdir, then the sync itself, then at most one retry.
-class BisyncJob final : public RcloneJob
+class BisyncJob final : public PairJob
 {
 public:
     BisyncJob(RcloneEngine &engine, const BisyncRequest &request, const QObject *context,
               RcloneEngine::ProgressHandler onProgress, RcloneEngine::Done<std::monostate> done)
-        : RcloneJob(&engine)
-        , m_engine(engine)
+        : PairJob(engine, context, std::move(onProgress), std::move(done))
         , m_request(request)
-        , m_receiver(context)
-        , m_onProgress(std::move(onProgress))
-        , m_done(std::move(done))
     {
         QTimer::singleShot(0, this, [this] { attempt(m_request.isInitialSync, false); });
     }
@@ -83,15 +79,8 @@ private:
         // bisync would create a missing local folder and fill it from the
         // remote: an unplugged drive would fill the system disk, a folder the
         // user removed would come back.
-        if (!QFileInfo(m_request.localPath).isDir()) {
-            const QString message = QStringLiteral("Local folder not found: ") + m_request.localPath;
-            qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
-            return deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
-        }
-        if (const QString mountPoint = LocalRoot::mountPointOf(m_request.localPath);
-            !m_request.localMountPoint.isEmpty() && mountPoint != m_request.localMountPoint) {
-            const QString message = QStringLiteral("Local folder not mounted: %1 (its drive was at %2)")
-                                        .arg(m_request.localPath, m_request.localMountPoint);
+        if (const QString message = LocalRoot::unavailable(m_request.localPath, m_request.localMountPoint);
+            !message.isEmpty()) {
             qCCritical(lcEngine, "Bisync failed: %s", qUtf8Printable(message));
             return deliver(RcloneError{RcloneError::Kind::localFolderMissing, 0, message});
         }
@@ -226,10 +215,7 @@ private:
                 || line.contains(QLatin1String("Fatal error"))))
             m_notable.append(line.left(1024));
         Q_EMIT lineRead(line);
-        for (const QStringView piece : ProgressParser::splitStatistics(line)) {
-            if (const auto progress = ProgressParser::parseLine(piece); progress && m_onProgress && m_receiver.isAlive())
-                m_onProgress(*progress);
-        }
+        readProgress(line);
     }
 
     void exited(const RcloneProcess::Exit &exit)
@@ -371,22 +357,7 @@ private:
         });
     }
 
-    void deliverCancelled() { deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")}); }
-
-    void deliver(const RcloneStatus &result)
-    {
-        if (std::exchange(m_delivered, true))
-            return;
-        if (m_receiver.isAlive() && m_done)
-            m_done(result);
-        deleteLater();
-    }
-
-    RcloneEngine &m_engine;
     BisyncRequest m_request;
-    Receiver m_receiver;
-    RcloneEngine::ProgressHandler m_onProgress;
-    RcloneEngine::Done<std::monostate> m_done;
     QPointer<RcloneJob> m_command; // the listing or mkdir before the bisync, or a copy after it
     ChangeParser m_copies;         // of the attempt: what it queued and copied
     QStringList m_keepArguments;   // of the attempt
@@ -400,7 +371,6 @@ private:
     bool m_isInitialSync = false;
     bool m_isRetry = false;
     bool m_cancelled = false;
-    bool m_delivered = false;
 };
 
 } // namespace

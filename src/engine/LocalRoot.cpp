@@ -50,6 +50,15 @@ LocalRoot::LocalRoot(const QString &path, QObject *parent)
     });
 }
 
+QString LocalRoot::unavailable(const QString &path, const QString &mountPoint)
+{
+    if (!QFileInfo(path).isDir())
+        return QStringLiteral("Local folder not found: ") + path;
+    if (!mountPoint.isEmpty() && mountPointOf(path) != mountPoint)
+        return QStringLiteral("Local folder not mounted: %1 (its drive was at %2)").arg(path, mountPoint);
+    return {};
+}
+
 bool LocalRoot::isStillThere() const
 {
     struct stat status = {};

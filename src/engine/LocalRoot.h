@@ -25,6 +25,11 @@ public:
     static bool isEmptyDirectory(const QString &path);
     // Where the volume holding an existing directory is mounted, or "".
     static QString mountPointOf(const QString &path);
+    // Why no run may use the folder now, or "": it is not there ("Local
+    // folder not found: …"), or it lies on another volume than the one it
+    // was chosen on, `mountPoint` ("Local folder not mounted: …"; "" when
+    // not known).
+    static QString unavailable(const QString &path, const QString &mountPoint);
 
     // Whether the directory at the path is still the one the run began in.
     bool isStillThere() const;

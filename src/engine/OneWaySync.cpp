@@ -1,13 +1,10 @@
 #include "engine/OneWaySync.h"
 
 #include "engine/LocalRoot.h"
-#include "engine/ProgressParser.h"
-#include "engine/RcloneJob.h"
+#include "engine/PairJob.h"
 #include "engine/RcloneOutput.h"
-#include "engine/RcloneProcess.h"
 #include "platform/AppLogger.h"
 
-#include <QFileInfo>
 #include <QPointer>
 #include <QTimer>
 
@@ -15,17 +12,13 @@ namespace {
 
 constexpr qsizetype kTailLines = 15;
 
-class OneWayJob final : public RcloneJob
+class OneWayJob final : public PairJob
 {
 public:
     OneWayJob(RcloneEngine &engine, const OneWayRequest &request, const QObject *context,
               RcloneEngine::ProgressHandler onProgress, RcloneEngine::Done<std::monostate> done)
-        : RcloneJob(&engine)
-        , m_engine(engine)
+        : PairJob(engine, context, std::move(onProgress), std::move(done))
         , m_request(request)
-        , m_receiver(context)
-        , m_onProgress(std::move(onProgress))
-        , m_done(std::move(done))
     {
         QTimer::singleShot(0, this, [this] { plan(); });
     }
@@ -53,7 +46,7 @@ private:
             return deliverCancelled();
         qCInfo(lcEngine, "Starting one-way sync. Source: %s, Destination: %s", qUtf8Printable(source()),
                qUtf8Printable(destination()));
-        if (const QString missing = localFolderProblem(); !missing.isEmpty())
+        if (const QString missing = LocalRoot::unavailable(m_request.localPath, m_request.localMountPoint); !missing.isEmpty())
             return fail(RcloneError::Kind::localFolderMissing, missing);
         m_root = new LocalRoot(m_request.localPath, this);
         connect(m_root, &LocalRoot::gone, this, [this] {
@@ -70,17 +63,6 @@ private:
                 m_command = nullptr;
                 planned(result);
             });
-    }
-
-    QString localFolderProblem() const
-    {
-        if (!QFileInfo(m_request.localPath).isDir())
-            return QStringLiteral("Local folder not found: ") + m_request.localPath;
-        if (const QString mountPoint = LocalRoot::mountPointOf(m_request.localPath);
-            !m_request.localMountPoint.isEmpty() && mountPoint != m_request.localMountPoint)
-            return QStringLiteral("Local folder not mounted: %1 (its drive was at %2)")
-                .arg(m_request.localPath, m_request.localMountPoint);
-        return {};
     }
 
     void planned(const RcloneResult<QString> &result)
@@ -140,10 +122,7 @@ private:
             if (m_tail.size() > kTailLines)
                 m_tail.removeFirst();
             Q_EMIT lineRead(line);
-            for (const QStringView piece : ProgressParser::splitStatistics(line)) {
-                if (const auto progress = ProgressParser::parseLine(piece); progress && m_onProgress && m_receiver.isAlive())
-                    m_onProgress(*progress);
-            }
+            readProgress(line);
         };
         m_child->onExit = [this](const RcloneProcess::Exit &exit) { exited(exit); };
         Q_EMIT processStarted(m_child->process());
@@ -175,29 +154,13 @@ private:
         deliver(RcloneError{kind, 0, message});
     }
 
-    void deliverCancelled() { deliver(RcloneError{RcloneError::Kind::cancelled, 0, QStringLiteral("cancelled")}); }
-
-    void deliver(const RcloneStatus &result)
-    {
-        if (std::exchange(m_delivered, true))
-            return;
-        if (m_receiver.isAlive() && m_done)
-            m_done(result);
-        deleteLater();
-    }
-
-    RcloneEngine &m_engine;
     OneWayRequest m_request;
-    Receiver m_receiver;
-    RcloneEngine::ProgressHandler m_onProgress;
-    RcloneEngine::Done<std::monostate> m_done;
     QPointer<RcloneJob> m_command;
     RcloneProcess *m_child = nullptr;
     LocalRoot *m_root = nullptr;
     OneWayPlan m_plan;
     QStringList m_tail;
     bool m_cancelled = false;
-    bool m_delivered = false;
 };
 
 } // namespace
