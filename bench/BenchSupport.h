@@ -20,6 +20,15 @@ inline void wait(int ms)
     loop.exec();
 }
 
+// Writes a file; the benchmark stops when it cannot.
+inline void write(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::WriteOnly))
+        qFatal("cannot write %s", qPrintable(path));
+    file.write(content);
+}
+
 inline double percentile(std::vector<double> values, double p)
 {
     std::sort(values.begin(), values.end());

@@ -21,13 +21,6 @@
 
 namespace {
 
-void write(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
-        qFatal("cannot write %s", qPrintable(path));
-    file.write(content);
-}
 
 // Milliseconds until the tree's pending listings are all in.
 double timeToLoad(FolderTreeModel &tree, const std::function<void()> &open)

@@ -49,15 +49,6 @@ public:
         QTimer::singleShot(0, this, [this] { attempt(m_request.isInitialSync, false); });
     }
 
-    void cancel() override
-    {
-        m_cancelled = true;
-        if (m_command)
-            m_command->cancel();
-        if (m_child)
-            m_child->cancel();
-    }
-
 private:
     void attempt(bool isInitialSync, bool isRetry)
     {
@@ -358,19 +349,16 @@ private:
     }
 
     BisyncRequest m_request;
-    QPointer<RcloneJob> m_command; // the listing or mkdir before the bisync, or a copy after it
     ChangeParser m_copies;         // of the attempt: what it queued and copied
     QStringList m_keepArguments;   // of the attempt
     std::optional<SkippedCopies> m_noted;   // the lists as the attempt began (none for a dry run)
     std::optional<SkippedCopies> m_skipped;
     LocalRoot *m_root = nullptr;   // the folder the attempt began with
-    RcloneProcess *m_child = nullptr;
     QStringList m_tail;
     QStringList m_notable; // the first error lines of the attempt
     QString m_maxDelete;   // bisync's --max-delete percentage for a retry past files left out
     bool m_isInitialSync = false;
     bool m_isRetry = false;
-    bool m_cancelled = false;
 };
 
 } // namespace

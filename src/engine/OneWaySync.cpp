@@ -23,15 +23,6 @@ public:
         QTimer::singleShot(0, this, [this] { plan(); });
     }
 
-    void cancel() override
-    {
-        m_cancelled = true;
-        if (m_command)
-            m_command->cancel();
-        if (m_child)
-            m_child->cancel();
-    }
-
 private:
     QString destination() const { return m_request.toRemote ? m_request.remoteSpec : m_request.localPath; }
     QString source() const { return m_request.toRemote ? m_request.localPath : m_request.remoteSpec; }
@@ -155,12 +146,9 @@ private:
     }
 
     OneWayRequest m_request;
-    QPointer<RcloneJob> m_command;
-    RcloneProcess *m_child = nullptr;
     LocalRoot *m_root = nullptr;
     OneWayPlan m_plan;
     QStringList m_tail;
-    bool m_cancelled = false;
 };
 
 } // namespace

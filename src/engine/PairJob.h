@@ -5,6 +5,8 @@
 #include "engine/RcloneJob.h"
 #include "engine/RcloneProcess.h"
 
+#include <QPointer>
+
 #include <utility>
 
 // A run of one local folder and one remote location (a bisync, or a one-way
@@ -12,6 +14,16 @@
 // one result.
 class PairJob : public RcloneJob
 {
+public:
+    void cancel() override
+    {
+        m_cancelled = true;
+        if (m_command)
+            m_command->cancel();
+        if (m_child)
+            m_child->cancel();
+    }
+
 protected:
     PairJob(RcloneEngine &engine, const QObject *context, RcloneEngine::ProgressHandler onProgress,
             RcloneEngine::Done<std::monostate> done)
@@ -45,6 +57,9 @@ protected:
     }
 
     RcloneEngine &m_engine;
+    QPointer<RcloneJob> m_command; // a short rclone call around the sync itself
+    RcloneProcess *m_child = nullptr; // the sync's own rclone
+    bool m_cancelled = false;
 
 private:
     Receiver m_receiver;
