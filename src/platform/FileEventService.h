@@ -24,7 +24,9 @@ public:
     // Starts watching `path` and everything below it; `onChange` is called
     // once per batch. Changes to `ignored` paths, to what lies below them and
     // to their siblings that start with their name and a dot (temporary and
-    // backup copies of a file) are not reported. Returns a watch even when
+    // backup copies of a file) are not reported; an ignored path that ends
+    // in "/" is that directory and what lies below it, nothing else. Nothing
+    // ignored is watched. Returns a watch even when
     // nothing could be watched (the periodic sync still covers such a folder).
     virtual std::unique_ptr<FileWatch> watch(const QString &path, const QStringList &ignored,
                                              std::function<void()> onChange) = 0;

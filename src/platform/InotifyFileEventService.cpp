@@ -65,6 +65,8 @@ public:
     bool isIgnored(const QByteArray &path) const
     {
         return std::any_of(m_ignored.begin(), m_ignored.end(), [&path](const QByteArray &ignored) {
+            if (ignored.endsWith('/'))
+                return path.startsWith(ignored) || (path.size() + 1 == ignored.size() && ignored.startsWith(path));
             return path.startsWith(ignored)
                 && (path.size() == ignored.size() || path.at(ignored.size()) == '/' || path.at(ignored.size()) == '.');
         });

@@ -160,8 +160,12 @@ void AutomaticSync::updateWatchers()
     std::erase_if(m_watchers, [&ids](const auto &entry) { return !ids.contains(entry.first); });
 
     for (const SyncFolder &folder : folders) {
+        // Skipped directories are not watched: a change there starts no run.
+        QStringList ignored = ownPaths();
+        for (const QString &skipped : m_context.manager.selection(folder.id).skipped)
+            ignored.append(folder.localPath + u'/' + skipped + u'/');
         const auto it = m_watchers.find(folder.id);
-        if (it != m_watchers.end() && it->second->localPath() == folder.localPath)
+        if (it != m_watchers.end() && it->second->localPath() == folder.localPath && it->second->ignoredPaths() == ignored)
             continue;
         auto watcher =
             std::make_unique<FolderWatcher>(folder.id, folder.localPath, m_context.fileEvents, m_context.timings);
@@ -170,7 +174,7 @@ void AutomaticSync::updateWatchers()
         };
         // rclone's own writes during a run under way must not start another.
         watcher->setSyncing(m_context.manager.runs().isRunning(folder.id));
-        watcher->start(ownPaths());
+        watcher->start(ignored);
         m_watchers[folder.id] = std::move(watcher);
     }
 }

@@ -25,6 +25,7 @@ FolderWatcher::~FolderWatcher()
 
 void FolderWatcher::start(const QStringList &ignoredPaths)
 {
+    m_ignoredPaths = ignoredPaths;
     m_stream = m_fileEvents.watch(m_localPath, ignoredPaths, [this] { changesArrived(); });
 }
 

@@ -31,8 +31,10 @@ public:
     // Starts a run for the folder, false when none will run; set by the manager.
     std::function<bool()> onTriggerSync;
 
-    // Changes under `ignoredPaths` (the program's own files) are not changes.
+    // Changes under `ignoredPaths` (the program's own files, the folder's
+    // skipped directories) are not changes.
     void start(const QStringList &ignoredPaths = {});
+    const QStringList &ignoredPaths() const { return m_ignoredPaths; }
     void stop();
 
     bool isSyncing() const { return m_isSyncing; }
@@ -52,6 +54,7 @@ private:
 
     QUuid m_folderId;
     QString m_localPath;
+    QStringList m_ignoredPaths;
     FileEventService &m_fileEvents;
     SyncTimings m_timings;
     std::unique_ptr<FileWatch> m_stream;

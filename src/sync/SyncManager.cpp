@@ -164,6 +164,8 @@ void SyncManager::setSelection(const QUuid &id, const FolderSelection &selection
     m_preferences.setSelection(id, selection);
     if (selection.reveals(before) || selection.hides(before))
         m_preferences.setFollowsSelectionChange(id, targetIds(*folder), true);
+    if (selection.skipped != before.skipped)
+        m_automatic.updateWatchers();
     m_repository.touch(id);
 }
 

@@ -92,6 +92,28 @@ private Q_SLOTS:
         QTRY_COMPARE(service.watchCount(), 4);
     }
 
+    // A directory ignored as "dir/" is neither watched nor reported, nor is
+    // anything below it; a sibling whose name starts the same still is.
+    void ignoredDirectoriesAreNotWatched()
+    {
+        QTemporaryDir root;
+        QVERIFY(QDir().mkpath(root.filePath("Videos/raw")));
+        QVERIFY(QDir().mkpath(root.filePath("Videos.old")));
+        InotifyFileEventService service(kLatency);
+        Counter counter;
+        const auto watch = service.watch(root.path(), {root.filePath("Videos") + "/"}, counter.callback());
+        QCOMPARE(service.watchCount(), 2); // the root and Videos.old
+        writeFile(root.filePath("Videos/raw/take 1.mkv"), "x");
+        QVERIFY(QDir().mkpath(root.filePath("Videos/new")));
+        QTest::qWait(300);
+        QCOMPARE(counter.batches, 0);
+        QCOMPARE(service.watchCount(), 2);
+        writeFile(root.filePath("Videos.old/a.mkv"), "x");
+        QTRY_COMPARE(counter.batches, 1);
+        writeFile(root.filePath("notes.txt"), "x");
+        QTRY_COMPARE(counter.batches, 2);
+    }
+
     void overlappingTreesShareWatches()
     {
         QTemporaryDir root;

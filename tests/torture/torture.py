@@ -22,7 +22,18 @@ BREAKS = ["term", "kill", "killrclone", "server", "diskfull", "unmount", "away"]
 CONTROL = ["pause", "keep", "policy"]
 
 
-def step_list(seed, remote):
+def step_list(seed, remote, choices=False):
+    """The seed's steps; with choices, a directory skipped and taken back now and then, drawn from a
+    second stream so that the other steps stay those of the seed alone."""
+    steps = plain_steps(seed, remote)
+    if choices:
+        rng = random.Random("choices %d" % seed)
+        for at in sorted((rng.randrange(len(steps) + 1) for _ in range(rng.randint(1, 4))), reverse=True):
+            steps.insert(at, {"op": "skip", "pick": rng.random()})
+    return steps
+
+
+def plain_steps(seed, remote):
     rng = random.Random(seed)
     steps = []
     for _ in range(rng.randint(20, 100)):
@@ -82,6 +93,7 @@ class Episode:
         self.seed, self.remote, self.steps, self.stats, self.verbose = seed, remote, steps, stats, verbose
         self.program, self.rclone = program, rclone
         self.rng = random.Random(seed ^ 0x5EED)
+        self.skipped = False  # "sub" left out of the sync
         self.dir = tempfile.mkdtemp(prefix="torture-")
         self.home = os.path.join(self.dir, "home")
         self.local = os.path.join(self.home, "Sync")
@@ -342,6 +354,10 @@ class Episode:
             on = step["pick"] < 0.5
             self.nimbrell("folders", "edit", "Sync", "--keep-removed" if on else "--no-keep-removed")
             return
+        if op == "skip":  # "sub" left out of the sync, or taken back
+            self.skipped = not self.skipped
+            self.nimbrell("folders", "edit", "Sync", "--skip" if self.skipped else "--unskip", "sub")
+            return
         if op == "policy":
             self.policy = self.pick(["keepBoth", "newerWins", "localWins", "remoteWins"], step["pick"])
             self.nimbrell("folders", "edit", "Sync", "--conflict", self.policy)
@@ -481,6 +497,9 @@ class Episode:
         if not self.service or self.service.poll() is not None:
             self.start_service()
         self.nimbrell("resume", "Sync")
+        # Everything syncs again: what changed on either side while left out must agree now.
+        if self.skipped and self.nimbrell("folders", "edit", "Sync", "--unskip", "sub").returncode == 0:
+            self.skipped = False
         for attempt in range(12):
             if self.sync():
                 return attempt
@@ -655,6 +674,8 @@ def main():
     ap.add_argument("--rclone", default=os.path.join(ROOT, "build/libexec/nimbrell/rclone"))
     ap.add_argument("--steps", help="replay this step list (JSON, as a failure prints it) with the one --seed")
     ap.add_argument("--shrink-tries", type=int, default=30)
+    ap.add_argument("--choices", action="store_true",
+                    help="also leave a directory out of the sync and take it back now and then (a second random stream)")
     ap.add_argument("--jobs", type=int, default=1, help="episodes at once")
     ap.add_argument("--verbose", action="store_true")
     ap.add_argument("--log-rclone", action="store_true",
@@ -691,7 +712,7 @@ def main():
             if args.minutes is not None and time.time() - began > args.minutes * 60:
                 return
             seed, remote = (start + n // len(remotes), remotes[n % len(remotes)]) if fresh else replays[n % len(replays)]
-            steps = json.loads(args.steps) if args.steps else step_list(seed, remote)
+            steps = json.loads(args.steps) if args.steps else step_list(seed, remote, args.choices)
             t, mine = time.time(), new_stats()
             error = episode(seed, remote, steps, args, mine)
             lines = ["episode %d seed %d %s: %d steps, %.1f s, %s" % (n + 1, seed, remote, len(steps), time.time() - t,
@@ -700,7 +721,7 @@ def main():
                 mine["failures"] += 1
                 lines.append("  " + error.replace("\n", "\n  "))
                 small = shrink(seed, remote, steps, args, error)
-                lines.append("  replay: scripts/torture --remote %s --seed %d" % (remote, seed))
+                lines.append("  replay: scripts/torture --remote %s --seed %d%s" % (remote, seed, " --choices" if args.choices else ""))
                 if small != steps:
                     lines.append("  shrunk to %d steps (--steps): %s" % (len(small), json.dumps(small, ensure_ascii=False)))
             with lock:
