@@ -18,6 +18,13 @@ FolderEditor::FolderEditor(FolderDetailController &pane)
     m_choices.setParent(this);
     m_choices.setObjectName(QStringLiteral("folderChoices"));
     connect(&m_choices, &FolderChoices::checkedChanged, this, &FolderEditor::changed);
+    // What syncs, changed elsewhere (the command line) while the pane shows
+    // the folder, shows at once.
+    connect(&pane, &FolderDetailController::folderChanged, this, [this] {
+        const SyncManager *manager = m_pane.app() ? m_pane.app()->syncManager() : nullptr;
+        if (!m_isEditing && manager && !m_pane.id().isNull() && manager->selection(m_pane.id()) != m_choices.selection())
+            m_choices.load(m_pane.id(), manager);
+    });
 }
 
 void FolderEditor::setEditing(bool editing)

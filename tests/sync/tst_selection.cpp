@@ -359,6 +359,20 @@ private Q_SLOTS:
         writeFile(world.remote + "/more.txt", "more");
         QCOMPARE(world.sync(), {});
         QCOMPARE(readFile(world.local + "/more.txt"), "more");
+
+        // Two ways again, against listings from before the one-way runs:
+        // what changed since on either side arrives, and nothing is lost.
+        world.select([](FolderSelection &selection) { selection.direction = SyncDirection::twoWay; });
+        writeFile(world.local + "/a.txt", "edited here");
+        writeFile(world.remote + "/b.txt", "edited there");
+        QFile::remove(world.remote + "/c.txt");
+        QCOMPARE(world.sync(), {});
+        const QMap<QString, QByteArray> local = tree(world.local);
+        QCOMPARE(tree(world.remote), local);
+        QCOMPARE(local.value("a.txt"), "edited here");
+        QCOMPARE(local.value("b.txt"), "edited there");
+        QCOMPARE(local.value("theirs.txt"), "only there");
+        QVERIFY(!local.contains("c.txt"));
     }
 };
 

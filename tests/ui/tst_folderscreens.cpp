@@ -513,6 +513,10 @@ private Q_SLOTS:
         QTRY_COMPARE(missing(main, {"1 folder not synced", "Videos"}), QStringList());
         QTRY_VERIFY(item(main, "directionMark"));
         QVERIFY(item(main, "paneDirectionMark"));
+        // Changed from the command line meanwhile: the pane follows.
+        m_app->syncManager()->setSelection(docs.id, {{"Videos", "Notes"}, {}, SyncDirection::twoWay});
+        QTRY_COMPARE(missing(main, {"2 folders not synced", "Videos", "Notes"}), QStringList());
+        QTRY_VERIFY(!item(main, "directionMark"));
     }
 
     void createSyncEditAbortDelete()
