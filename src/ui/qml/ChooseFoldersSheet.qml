@@ -147,7 +147,7 @@ Dialog {
             AppButton {
                 objectName: "doneFolders"
                 text: "Done"
-                highlighted: true
+                kind: "primary"
                 onClicked: {
                     sheet.choices.acceptFolders()
                     sheet.close()
