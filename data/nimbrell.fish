@@ -1,5 +1,5 @@
 # fish completion for nimbrell
-set -l commands status sync cancel list remotes folders pause resume open quit
+set -l commands status sync cancel list remotes folders pause resume open quit review share
 set -l switches exclude-git no-exclude-git exclude-hidden no-exclude-hidden exclude-node-modules no-exclude-node-modules keep-removed no-keep-removed
 
 complete -c nimbrell -f
@@ -8,7 +8,11 @@ complete -c nimbrell -n "not __fish_seen_subcommand_from $commands" -l headless 
 complete -c nimbrell -l help -d "Show the help"
 complete -c nimbrell -n "not __fish_seen_subcommand_from $commands" -l version -d "Show the version"
 
-complete -c nimbrell -n "__fish_seen_subcommand_from status sync cancel open pause resume" -a "(nimbrell --complete folders 2>/dev/null)"
+complete -c nimbrell -n "__fish_seen_subcommand_from status sync cancel open pause resume review" -a "(nimbrell --complete folders 2>/dev/null)"
+complete -c nimbrell -n "__fish_seen_subcommand_from review" -l apply -l json
+complete -c nimbrell -n "__fish_seen_subcommand_from share" -F
+complete -c nimbrell -n "__fish_seen_subcommand_from share" -l expire -x
+complete -c nimbrell -n "__fish_seen_subcommand_from share" -l json
 complete -c nimbrell -n "__fish_seen_subcommand_from status list" -l json
 complete -c nimbrell -n "__fish_seen_subcommand_from sync cancel" -l all
 complete -c nimbrell -n "__fish_seen_subcommand_from sync" -l wait

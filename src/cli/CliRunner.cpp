@@ -131,6 +131,8 @@ int run(const CliCommand &command)
         return SyncCommands::sync(command);
     case Kind::review:
         return SyncCommands::review(command);
+    case Kind::share:
+        return ReportCommands::share(command);
     case Kind::remoteAdd:
     case Kind::remoteTest:
     case Kind::remoteRemove:

@@ -157,6 +157,35 @@ std::variant<CliCommand, QString> parseAction(const Action &action, const QStrin
     return command;
 }
 
+// share PATH [--expire DURATION] [--json]
+std::variant<CliCommand, QString> parseShare(const QStringList &arguments)
+{
+    CliCommand command;
+    command.kind = Kind::share;
+    bool optionsEnded = false;
+    for (qsizetype i = 0; i < arguments.size(); ++i) {
+        const QString &argument = arguments.at(i);
+        if (!optionsEnded && argument == u"--") {
+            optionsEnded = true;
+        } else if (!optionsEnded && argument == u"--json") {
+            command.json = true;
+        } else if (!optionsEnded && (argument == u"--expire" || argument.startsWith(QStringLiteral("--expire=")))) {
+            if (argument == u"--expire" && ++i >= arguments.size())
+                return QStringLiteral("--expire needs a value");
+            command.expire = argument == u"--expire" ? arguments.at(i) : argument.mid(9);
+            if (command.expire->isEmpty())
+                return QStringLiteral("--expire needs a value");
+        } else if (!optionsEnded && argument.startsWith(u'-') && argument.size() > 1) {
+            return QStringLiteral("share does not take %1").arg(quoted(argument));
+        } else {
+            command.words.append(argument);
+        }
+    }
+    if (command.words.size() != 1)
+        return QStringLiteral("usage: nimbrell share PATH [--expire DURATION] [--json]");
+    return command;
+}
+
 } // namespace
 
 namespace CommandLine {
@@ -201,6 +230,10 @@ Commands:
                                    folder, turn automatic sync off
   resume [FOLDER...]               resume those folders; without a folder, turn automatic
                                    sync on
+  share PATH [--expire DURATION] [--json]
+                                   a link to a file or folder of a sync folder, made
+                                   by rclone on the folder's first remote that makes
+                                   links; --expire as rclone takes it (1d, 2h30m)
   review FOLDER [--apply] [--json]
                                    what the recovery that the folder's failed run asks
                                    for would change (a resync, or past too many
@@ -283,6 +316,8 @@ std::variant<CliCommand, QString> parse(const QStringList &arguments)
     }
     if (first == u"folders")
         return parseAction(kActions[4], arguments.mid(1)); // "folders --json"
+    if (first == u"share")
+        return parseShare(arguments.mid(1));
 
     const auto subcommand = std::find_if(kSubcommands.begin(), kSubcommands.end(),
                                          [&first](const Subcommand &s) { return first == QLatin1String(s.name); });

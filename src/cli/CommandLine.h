@@ -13,7 +13,7 @@ struct CliCommand
 {
     enum class Kind {
         window, headless, help, version, status, sync, cancel, list, remotes, pause, resume, open, quit,
-        review, remoteAdd, remoteTest, remoteRemove, remoteTypes, folderAdd, folderEdit, folderRemove,
+        review, share, remoteAdd, remoteTest, remoteRemove, remoteTypes, folderAdd, folderEdit, folderRemove,
         complete, // one name a line, for the shell's completion: "remotes", "folders" or "types"
     };
     Kind kind = Kind::window;
@@ -42,6 +42,8 @@ struct CliCommand
     QStringList skip, unskip;     // directories relative to the folder
     QStringList ignore, unignore; // rclone filter patterns
     std::optional<QString> direction; // "two-way", "upload", "download"
+    // share: how long the link lasts, as rclone takes it ("1d", "2h30m").
+    std::optional<QString> expire;
     QStringList windowArguments; // a start of the window: Qt's own options, passed on
 };
 

@@ -10,6 +10,7 @@
 #include "sync/FolderReport.h"
 
 #include <QEventLoop>
+#include <QFileInfo>
 #include <QJsonArray>
 
 using namespace std::chrono_literals;
@@ -205,6 +206,34 @@ int report(const CliCommand &command)
         printList(document);
     else
         printRemotes(document);
+    return kOk;
+}
+
+int share(const CliCommand &command)
+{
+    if (!hasRclone())
+        return kFailed;
+    const QJsonObject request{{QStringLiteral("path"), QFileInfo(command.words.first()).absoluteFilePath()},
+                              {QStringLiteral("expire"), command.expire.value_or(QString())}};
+    std::optional<QJsonObject> reply = InstanceChannel::isHeld() ? ask(QStringLiteral("share"), request, 2min) : std::nullopt;
+    if (!reply) {
+        LocalInstance local(SyncService::Mode::offline, false);
+        QEventLoop loop;
+        local.service().shareLinks().handle(request, [&](const QJsonObject &answer) {
+            reply = answer;
+            loop.quit();
+        });
+        if (!reply)
+            loop.exec();
+    }
+    if (const QString error = errorOf(*reply); !error.isEmpty()) {
+        say(error);
+        return reply->value(QStringLiteral("usage")).toBool() ? kUsage : kFailed;
+    }
+    if (command.json)
+        printJson(*reply);
+    else
+        out(reply->value(QStringLiteral("link")).toString() + u'\n');
     return kOk;
 }
 

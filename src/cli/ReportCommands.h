@@ -7,5 +7,8 @@ struct CliCommand;
 namespace ReportCommands {
 
 int report(const CliCommand &command);
+// `nimbrell share PATH`: a link to a file of a sync folder, asked of the
+// running instance or, with none, made here.
+int share(const CliCommand &command);
 
 } // namespace ReportCommands

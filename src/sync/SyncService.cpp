@@ -77,6 +77,7 @@ SyncService::SyncService(SyncManager &manager, RcloneEngine &engine, Mode mode, 
     , m_engine(engine)
     , m_mode(mode)
     , m_folderCommands(manager, engine)
+    , m_shareLinks(manager, engine)
 {
 }
 
@@ -151,6 +152,9 @@ void SyncService::serve(InstanceChannel &channel)
     channel.setHandler(QStringLiteral("remotesChanged"), [this](const QJsonObject &) {
         Q_EMIT remotesChanged();
         return QJsonObject();
+    });
+    channel.setHandler(QStringLiteral("share"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
+        m_shareLinks.handle(request, reply);
     });
     channel.setHandler(QStringLiteral("review"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
         review(request, reply);

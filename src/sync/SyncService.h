@@ -5,6 +5,7 @@
 #include <QString>
 
 #include "sync/FolderCommands.h"
+#include "sync/ShareLinks.h"
 
 class InstanceChannel;
 class RcloneEngine;
@@ -26,6 +27,7 @@ class SyncReview;
 //                                failed run asks for (resync, deletions or
 //                                changes): its plan, and with "apply" the run
 //                                that carries it out, started
+//   share {"path", "expire"?}    a share link, see ShareLinks
 class SyncService final : public QObject
 {
     Q_OBJECT
@@ -51,6 +53,7 @@ public:
     void quit();
     bool isQuitting() const { return m_isQuitting; }
     FolderCommands &folderCommands() { return m_folderCommands; }
+    ShareLinks &shareLinks() { return m_shareLinks; }
 
 Q_SIGNALS:
     // The command line asked the instance to quit; whoever owns the way out
@@ -66,6 +69,7 @@ private:
     RcloneEngine &m_engine;
     Mode m_mode;
     FolderCommands m_folderCommands;
+    ShareLinks m_shareLinks;
     SyncReview *m_review = nullptr;
     bool m_isQuitting = false;
 };

@@ -4,6 +4,7 @@
 #include "cli/CommandLine.h"
 #include "model/FolderStore.h"
 #include "platform/InstanceChannel.h"
+#include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
 
 #include <QJsonArray>
@@ -14,6 +15,8 @@
 #include <QTemporaryDir>
 #include <QTest>
 #include <QLocalSocket>
+#include <QNetworkAccessManager>
+#include <QNetworkReply>
 #include <QSysInfo>
 
 using Kind = CliCommand::Kind;
@@ -283,6 +286,51 @@ private Q_SLOTS:
     }
 
     // Every subcommand against a running headless instance whose rclone is scripted.
+    // A share link from the folder's first target whose remote makes links
+    // (an alias makes none; S3 signs one), by itself and through a running
+    // instance; the link serves the file.
+    void shareLinks()
+    {
+        prepare(RCLONE_PATH);
+        RcloneSandbox servers; // only its S3 server
+        const QString endpoint = servers.serveS3(servers.makeDirectory("s3"));
+        if (endpoint.isEmpty())
+            QSKIP("no S3 server (scripts/setup installs it)");
+        QDir().mkpath(servers.root() + "/s3/bucket");
+        QFile config(path("rclone.conf"));
+        QVERIFY(config.open(QIODevice::Append));
+        config.write("\n[s3]\ntype = s3\nprovider = Other\nendpoint = " + endpoint.toUtf8()
+                     + "\naccess_key_id = S3RVER\nsecret_access_key = S3RVER\nforce_path_style = true\n");
+        config.close();
+        QCOMPARE(nimbrell({"folders", "edit", "Documents", "--add-target", "s3:bucket/docs"}).exitCode, 0);
+        QCOMPARE(nimbrell({"sync", "--wait", "Documents"}, 60000).exitCode, 0);
+
+        const Result shared = nimbrell({"share", path("Documents/report.txt"), "--expire", "1h", "--json"});
+        QCOMPARE(shared.exitCode, 0);
+        QCOMPARE(shared.json().value("target").toString(), "s3:bucket/docs/report.txt");
+        const QString link = shared.json().value("link").toString();
+        QVERIFY2(link.startsWith(endpoint + "/bucket/docs/report.txt?") && link.contains("X-Amz-Expires=3600"), qPrintable(link));
+        QNetworkAccessManager network;
+        QNetworkReply *fetched = network.get(QNetworkRequest(QUrl(link)));
+        QTRY_VERIFY(fetched->isFinished());
+        QCOMPARE(fetched->readAll(), "report");
+        delete fetched;
+
+        const Result outside = nimbrell({"share", path("rclone.conf")});
+        QCOMPARE(outside.exitCode, 2);
+        QCOMPARE(outside.err, "nimbrell: " + path("rclone.conf") + " is not in a sync folder\n");
+        QProcess service;
+        startHeadless(service);
+        const Result noLinks = nimbrell({"share", path("Photos/-cat ü.jpg")});
+        QCOMPARE(noLinks.exitCode, 1);
+        QCOMPARE(noLinks.err, "nimbrell: This remote cannot make share links\n");
+        const Result plain = nimbrell({"share", path("Documents/report.txt")});
+        QCOMPARE(plain.exitCode, 0);
+        QVERIFY(plain.out.startsWith(endpoint + "/bucket/docs/report.txt?") && plain.out.endsWith("\n"));
+        QCOMPARE(nimbrell({"quit"}).exitCode, 0);
+        QVERIFY(service.waitForFinished(20000));
+    }
+
     void againstHeadlessInstance()
     {
         prepare(FAKE_RCLONE_PATH);

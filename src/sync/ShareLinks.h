@@ -1,0 +1,53 @@
+#pragma once
+
+#include "model/SyncFolder.h"
+
+#include <QJsonObject>
+#include <QList>
+#include <QObject>
+#include <QString>
+
+#include <functional>
+#include <optional>
+
+class RcloneEngine;
+class SyncManager;
+
+// Where a local path lies among the sync folders: the folder whose local
+// directory holds it (the innermost, when folders nest), and the path
+// relative to that directory ("" for the directory itself). Symbolic links
+// in either are followed where the path exists.
+struct FolderLocation
+{
+    SyncFolder folder;
+    QString relative;
+
+    static std::optional<FolderLocation> of(const QList<SyncFolder> &folders, const QString &absolutePath);
+};
+
+// "Copy Share Link": a link to a file or directory of a sync folder, made
+// by `rclone link` on the folder's first target whose remote makes links.
+//   share {"path": absolute path, "expire"?: rclone duration ("1d", "2h")}
+//     -> {"path", "target": "remote:path", "link"}, or {"error", "usage"?}
+class ShareLinks final : public QObject
+{
+    Q_OBJECT
+
+public:
+    using Reply = std::function<void(const QJsonObject &reply)>;
+
+    // What the answer says when no target's remote makes links.
+    static inline const QString kNoLinks = QStringLiteral("This remote cannot make share links");
+
+    ShareLinks(const SyncManager &manager, RcloneEngine &engine, QObject *parent = nullptr);
+
+    void handle(const QJsonObject &request, const Reply &reply);
+    // rclone's answer when a backend makes no links at all.
+    static bool refusesLinks(const QString &rcloneError);
+
+private:
+    void tryTarget(const FolderLocation &location, qsizetype index, const QString &expire, const Reply &reply);
+
+    const SyncManager &m_manager;
+    RcloneEngine &m_engine;
+};
