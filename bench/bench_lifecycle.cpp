@@ -24,7 +24,7 @@ namespace {
 class NoFileEvents final : public FileEventService
 {
 public:
-    std::unique_ptr<FileWatch> watch(const QString &, const QStringList &, std::function<void()>) override
+    std::unique_ptr<FileWatch> watch(const QString &, const QStringList &, Changes) override
     {
         return std::make_unique<FileWatch>();
     }

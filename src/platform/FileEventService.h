@@ -21,6 +21,10 @@ class FileEventService
 public:
     virtual ~FileEventService() = default;
 
+    // What changed in a batch: the paths (files or directories, absolute),
+    // or none when they are not known (too many, or events were lost).
+    using Changes = std::function<void(const QStringList &paths)>;
+
     // Starts watching `path` and everything below it; `onChange` is called
     // once per batch. Changes to `ignored` paths, to what lies below them and
     // to their siblings that start with their name and a dot (temporary and
@@ -28,6 +32,5 @@ public:
     // in "/" is that directory and what lies below it, nothing else. Nothing
     // ignored is watched. Returns a watch even when
     // nothing could be watched (the periodic sync still covers such a folder).
-    virtual std::unique_ptr<FileWatch> watch(const QString &path, const QStringList &ignored,
-                                             std::function<void()> onChange) = 0;
+    virtual std::unique_ptr<FileWatch> watch(const QString &path, const QStringList &ignored, Changes onChange) = 0;
 };

@@ -28,7 +28,7 @@ class InotifyWatch final : public FileWatch
 {
 public:
     InotifyWatch(InotifyFileEventService *service, const QByteArray &root, const QStringList &ignored,
-                 std::function<void()> onChange)
+                 FileEventService::Changes onChange)
         : m_service(service)
         , m_root(root)
         , m_onChange(std::move(onChange))
@@ -38,8 +38,16 @@ public:
         m_batch.setSingleShot(true);
         m_batch.setInterval(service->m_latency);
         m_batch.callOnTimeout([this] {
+            QStringList paths;
+            if (!m_unknown) {
+                paths.reserve(m_changed.size());
+                for (const QByteArray &path : std::as_const(m_changed))
+                    paths.append(QFile::decodeName(path));
+            }
+            m_changed.clear();
+            m_unknown = false;
             if (m_onChange)
-                m_onChange();
+                m_onChange(paths);
         });
         m_service->m_watches.insert(this);
         addTree(root);
@@ -55,9 +63,13 @@ public:
     }
 
     // The first event of a batch starts it; the batch is delivered once the
-    // latency has passed.
-    void noteChange()
+    // latency has passed. Without a path, what changed is not known.
+    void noteChange(const QByteArray &path = {})
     {
+        if (path.isEmpty() || m_changed.size() >= kMaxBatchPaths)
+            m_unknown = true;
+        else if (!m_unknown)
+            m_changed.insert(path);
         if (!m_batch.isActive())
             m_batch.start();
     }
@@ -135,7 +147,12 @@ private:
 
     QPointer<InotifyFileEventService> m_service;
     QByteArray m_root;
-    std::function<void()> m_onChange;
+    // A batch names at most this many paths; beyond, it names none.
+    static constexpr qsizetype kMaxBatchPaths = 10000;
+
+    FileEventService::Changes m_onChange;
+    QSet<QByteArray> m_changed; // of the batch under way
+    bool m_unknown = false;
     QList<QByteArray> m_ignored;
     QSet<int> m_wds;
     QTimer m_batch;
@@ -165,7 +182,7 @@ InotifyFileEventService::~InotifyFileEventService()
 }
 
 std::unique_ptr<FileWatch> InotifyFileEventService::watch(const QString &path, const QStringList &ignored,
-                                                          std::function<void()> onChange)
+                                                          Changes onChange)
 {
     return std::make_unique<InotifyWatch>(this, QFile::encodeName(path), ignored, std::move(onChange));
 }
@@ -236,7 +253,7 @@ void InotifyFileEventService::readEvents()
             const QByteArray child = event->len > 0 ? directory + '/' + QByteArray(event->name) : directory;
             for (InotifyWatch *owner : owners) {
                 if (!owner->isIgnored(child))
-                    owner->noteChange();
+                    owner->noteChange(child);
             }
             if ((event->mask & IN_ISDIR) && event->len > 0) {
                 for (InotifyWatch *owner : owners) {

@@ -33,7 +33,7 @@ public:
     ~InotifyFileEventService() override;
 
     std::unique_ptr<FileWatch> watch(const QString &path, const QStringList &ignored,
-                                     std::function<void()> onChange) override;
+                                     Changes onChange) override;
 
     // Directories watched for all trees together.
     int watchCount() const { return int(m_directories.size()); }

@@ -1,4 +1,5 @@
 #include "sync/AutomaticSync.h"
+#include "engine/Bisync.h"
 #include "engine/BisyncLocks.h"
 
 #include "engine/RcloneEngine.h"
@@ -164,9 +165,14 @@ void AutomaticSync::updateWatchers()
         QStringList ignored = ownPaths();
         for (const QString &skipped : m_context.manager.selection(folder.id).skipped)
             ignored.append(folder.localPath + u'/' + skipped + u'/');
+        const FolderSelection selection = m_context.manager.selection(folder.id);
+        const FilterRules exclusions =
+            FilterRules::fromArguments(Bisync::switchArguments(folder.filters) + selection.filterArguments());
         const auto it = m_watchers.find(folder.id);
-        if (it != m_watchers.end() && it->second->localPath() == folder.localPath && it->second->ignoredPaths() == ignored)
+        if (it != m_watchers.end() && it->second->localPath() == folder.localPath && it->second->ignoredPaths() == ignored) {
+            it->second->setExclusions(exclusions);
             continue;
+        }
         auto watcher =
             std::make_unique<FolderWatcher>(folder.id, folder.localPath, m_context.fileEvents, m_context.timings);
         watcher->onTriggerSync = [this, id = folder.id] {
@@ -174,6 +180,7 @@ void AutomaticSync::updateWatchers()
         };
         // rclone's own writes during a run under way must not start another.
         watcher->setSyncing(m_context.manager.runs().isRunning(folder.id));
+        watcher->setExclusions(exclusions);
         watcher->start(ignored);
         m_watchers[folder.id] = std::move(watcher);
     }

@@ -1,5 +1,9 @@
 #include "sync/FolderWatcher.h"
 
+#include <QFileInfo>
+
+#include <algorithm>
+
 #include "platform/FileEventService.h"
 
 FolderWatcher::FolderWatcher(const QUuid &folderId, const QString &localPath, FileEventService &fileEvents,
@@ -26,7 +30,7 @@ FolderWatcher::~FolderWatcher()
 void FolderWatcher::start(const QStringList &ignoredPaths)
 {
     m_ignoredPaths = ignoredPaths;
-    m_stream = m_fileEvents.watch(m_localPath, ignoredPaths, [this] { changesArrived(); });
+    m_stream = m_fileEvents.watch(m_localPath, ignoredPaths, [this](const QStringList &paths) { changesArrived(paths); });
 }
 
 void FolderWatcher::stop()
@@ -36,8 +40,16 @@ void FolderWatcher::stop()
     m_followUpTimer.stop();
 }
 
-void FolderWatcher::changesArrived()
+void FolderWatcher::changesArrived(const QStringList &paths)
 {
+    // Only files the runs leave out changed (an editor's swap files, a build):
+    // nothing to sync.
+    const QString root = m_localPath.endsWith(u'/') ? m_localPath : m_localPath + u'/';
+    const bool onlyExcluded = !paths.isEmpty() && std::all_of(paths.begin(), paths.end(), [&](const QString &path) {
+        return path.startsWith(root) && m_exclusions.excludes(path.mid(root.size()), QFileInfo(path).isDir());
+    });
+    if (onlyExcluded)
+        return;
     // A burst of changes gives one run, `debounce` after its last batch.
     m_debounceTimer.start();
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "model/FilterRules.h"
+
 #include "sync/SyncTimings.h"
 
 #include <QObject>
@@ -46,8 +48,13 @@ public:
     // The folder's run was cancelled: changes seen so far start nothing.
     void syncWasCancelled();
 
-    // A batch of changes arrived (the file-event service calls this).
-    void changesArrived();
+    // Files the folder's runs leave out (its switches and ignore rules):
+    // changes to them alone start no run.
+    void setExclusions(const FilterRules &rules) { m_exclusions = rules; }
+
+    // A batch of changes arrived (the file-event service calls this): the
+    // paths, or none when they are not known.
+    void changesArrived(const QStringList &paths = {});
 
 private:
     void trigger();
@@ -62,4 +69,5 @@ private:
     QTimer m_followUpTimer;
     bool m_isSyncing = false;
     bool m_isDirty = false;
+    FilterRules m_exclusions;
 };

@@ -164,8 +164,7 @@ void SyncManager::setSelection(const QUuid &id, const FolderSelection &selection
     m_preferences.setSelection(id, selection);
     if (selection.reveals(before) || selection.hides(before))
         m_preferences.setFollowsSelectionChange(id, targetIds(*folder), true);
-    if (selection.skipped != before.skipped)
-        m_automatic.updateWatchers();
+    m_automatic.updateWatchers(); // what they watch, and what they let pass
     m_repository.touch(id);
 }
 

@@ -13,11 +13,11 @@ public:
     struct Stream
     {
         QString path;
-        std::function<void()> onChange;
+        Changes onChange;
     };
 
     std::unique_ptr<FileWatch> watch(const QString &path, const QStringList &ignored,
-                                     std::function<void()> onChange) override
+                                     Changes onChange) override
     {
         ++m_created;
         lastIgnored = ignored;
@@ -25,12 +25,13 @@ public:
         return std::make_unique<Handle>(*this, std::prev(m_streams.end()));
     }
 
-    // Delivers a batch of changes to every watch of `path`.
-    void change(const QString &path)
+    // Delivers a batch of changes to every watch of `path`: these paths, or
+    // none known.
+    void change(const QString &path, const QStringList &changed = {})
     {
         for (const Stream &stream : m_streams) {
             if (stream.path == path && stream.onChange)
-                stream.onChange();
+                stream.onChange(changed);
         }
     }
 

@@ -16,9 +16,14 @@ namespace {
 struct Counter
 {
     int batches = 0;
-    std::function<void()> callback()
+    QStringList paths; // of the last batch
+    FileEventService::Changes callback()
     {
-        return [this] { ++batches; };
+        return [this](const QStringList &changed) {
+            ++batches;
+            paths = changed;
+            paths.sort();
+        };
     }
 };
 
@@ -110,6 +115,7 @@ private Q_SLOTS:
         QCOMPARE(service.watchCount(), 2);
         writeFile(root.filePath("Videos.old/a.mkv"), "x");
         QTRY_COMPARE(counter.batches, 1);
+        QCOMPARE(counter.paths, QStringList{root.filePath("Videos.old/a.mkv")}); // what changed, named
         writeFile(root.filePath("notes.txt"), "x");
         QTRY_COMPARE(counter.batches, 2);
     }

@@ -3,6 +3,7 @@
 // rules and the switches, and one-way folders. A changed choice never costs
 // a file on either side.
 #include "engine/RcloneEngine.h"
+#include "model/FilterRules.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/MemorySettingsStore.h"
 #include "support/RcloneSandbox.h"
@@ -94,6 +95,50 @@ class TestSelection : public QObject
 private Q_SLOTS:
     // The rules as the runs pass them (merged) leave out exactly what each
     // rule alone would, files and directories, as the real rclone lists them.
+    // The program's own reading of the exclusions leaves out exactly the
+    // files the real rclone leaves out.
+    void rulesReadAsRcloneReadsThem_data()
+    {
+        QTest::addColumn<QStringList>("rules");
+        QTest::newRow("the switches") << QStringList{".git/**", ".*/**", "**/.*", "node_modules/**"};
+        QTest::newRow("skipped, escaped") << QStringList{"/space dir/**", "/a\\[1\\]/**", "/notes/deep/**"};
+        QTest::newRow("ignore rules") << QStringList{"*.tmp", "/build/**", "**/.cache/**", "/out", "logs/", "?.log",
+                                                     "[ab]*.md", "sub/*.txt", "**/er/**", "Été/*"};
+        QTest::newRow("merged") << QStringList{"{*.tmp,**/.cache/**,?.log}", "/{build/**,out}"};
+    }
+
+    void rulesReadAsRcloneReadsThem()
+    {
+        QFETCH(QStringList, rules);
+        RcloneSandbox sandbox;
+        const QString root = sandbox.makeDirectory("tree");
+        const QStringList files{"a.tmp", "b.txt", "sub/c.tmp", "sub/.cache/x", ".cache/y", "build/z", "sub/build/keep",
+                                "out", "sub/out", "Été/ü.tmp", "Été/deeper/v", "logs/l.txt", "sub/logs/m.txt", "a.log",
+                                "cc.log", "a.md", "b.md", "c.md", "sub/a.md", "sub/t.txt", "sub/deep/t.txt",
+                                "notes/deep/er/file.md", "notes/file.md", "space dir/f g.txt", "a[1]/x", "a1/x",
+                                ".git/config", "src/.git/HEAD", ".hidden", "src/.env", "node_modules/p/i.js",
+                                "web/node_modules/q.js", "x.tmp/inside"};
+        for (const QString &file : files)
+            writeFile(root + "/" + file, "x");
+        QStringList arguments;
+        for (const QString &rule : rules)
+            arguments << "--exclude" << rule;
+        QProcess rclone;
+        rclone.start(RcloneSandbox::rclone(), QStringList{"lsf", "-R", "--files-only", root} + arguments);
+        rclone.waitForFinished();
+        QStringList listed = QString::fromUtf8(rclone.readAllStandardOutput()).split('\n', Qt::SkipEmptyParts);
+        listed.sort();
+        const FilterRules read = FilterRules::fromArguments(arguments);
+        QStringList kept;
+        for (const QString &file : files) {
+            if (!read.excludes(file))
+                kept.append(file);
+        }
+        kept.sort();
+        QVERIFY(listed.size() < files.size());
+        QCOMPARE(kept, listed);
+    }
+
     void mergedRulesMatchTheSameFiles_data()
     {
         QTest::addColumn<QStringList>("rules");

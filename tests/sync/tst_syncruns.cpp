@@ -373,6 +373,34 @@ private Q_SLOTS:
 
     // ---- watching -------------------------------------------------------
 
+    // Changes to files the runs leave out (the switches' .git, an ignore
+    // rule's *.tmp) start no run; one other file among them, or a batch
+    // whose paths are not known, does. A changed rule applies at once.
+    void changesToExcludedFilesStartNoRun()
+    {
+        const SyncFolder folder = makeFolder("Docs", 1);
+        SyncManager manager(environment({1h, 100ms, 100ms}));
+        manager.addFolder(folder);
+        manager.setSelection(folder.id, {{"Videos"}, {"*.tmp"}, {}});
+        manager.automatic().setGlobalSyncEnabled(true);
+        QTRY_COMPARE(bisyncRemotes().size(), 1); // turning automatic sync on syncs all
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        const QString root = folder.localPath + "/";
+        QVERIFY(m_fileEvents.lastIgnored.contains(root + "Videos/"));
+        m_fileEvents.change(folder.localPath, {root + "draft.tmp", root + "sub/x.tmp", root + ".git/index"});
+        QTest::qWait(400);
+        QCOMPARE(bisyncRemotes().size(), 1);
+        m_fileEvents.change(folder.localPath, {root + "draft.tmp", root + "notes.txt"});
+        QTRY_COMPARE(bisyncRemotes().size(), 2);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        m_fileEvents.change(folder.localPath);
+        QTRY_COMPARE(bisyncRemotes().size(), 3);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        manager.setSelection(folder.id, {{"Videos"}, {}, {}});
+        m_fileEvents.change(folder.localPath, {root + "draft.tmp"});
+        QTRY_COMPARE(bisyncRemotes().size(), 4);
+    }
+
     // A watcher made during a run knows of it: its changes wait for the run,
     // and an abort drops them. A burst of changes gives one run once it has
     // settled; changes during a run, however many, give exactly one more run
