@@ -1,5 +1,5 @@
 # fish completion for nimbrell
-set -l commands status sync cancel list remotes folders pause resume open quit review share
+set -l commands status sync cancel list remotes folders pause resume open quit review share file-status
 set -l switches exclude-git no-exclude-git exclude-hidden no-exclude-hidden exclude-node-modules no-exclude-node-modules keep-removed no-keep-removed
 
 complete -c nimbrell -f
@@ -10,7 +10,8 @@ complete -c nimbrell -n "not __fish_seen_subcommand_from $commands" -l version -
 
 complete -c nimbrell -n "__fish_seen_subcommand_from status sync cancel open pause resume review" -a "(nimbrell --complete folders 2>/dev/null)"
 complete -c nimbrell -n "__fish_seen_subcommand_from review" -l apply -l json
-complete -c nimbrell -n "__fish_seen_subcommand_from share" -F
+complete -c nimbrell -n "__fish_seen_subcommand_from share file-status" -F
+complete -c nimbrell -n "__fish_seen_subcommand_from file-status" -l json
 complete -c nimbrell -n "__fish_seen_subcommand_from share" -l expire -x
 complete -c nimbrell -n "__fish_seen_subcommand_from share" -l json
 complete -c nimbrell -n "__fish_seen_subcommand_from status list" -l json

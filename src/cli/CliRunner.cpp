@@ -133,6 +133,8 @@ int run(const CliCommand &command)
         return SyncCommands::review(command);
     case Kind::share:
         return ReportCommands::share(command);
+    case Kind::fileStatus:
+        return ReportCommands::fileStatus(command);
     case Kind::remoteAdd:
     case Kind::remoteTest:
     case Kind::remoteRemove:

@@ -26,6 +26,7 @@ constexpr std::array kSubcommands{
     Subcommand{"remotes", Kind::remotes, "--json", 0},  Subcommand{"pause", Kind::pause, "", -1},
     Subcommand{"resume", Kind::resume, "", -1},          Subcommand{"open", Kind::open, "", 1},
     Subcommand{"quit", Kind::quit, "", 0},               Subcommand{"review", Kind::review, "--apply --json", 1},
+    Subcommand{"file-status", Kind::fileStatus, "--json", -1},
 };
 
 QString quoted(const QString &text)
@@ -230,6 +231,9 @@ Commands:
                                    folder, turn automatic sync off
   resume [FOLDER...]               resume those folders; without a folder, turn automatic
                                    sync on
+  file-status PATH... [--json]     each path's state in its sync folder: synced, pending,
+                                   syncing, error, conflict, excluded or paused (exit 2
+                                   when one is in no sync folder)
   share PATH [--expire DURATION] [--json]
                                    a link to a file or folder of a sync folder, made
                                    by rclone on the folder's first remote that makes
@@ -348,6 +352,8 @@ std::variant<CliCommand, QString> parse(const QStringList &arguments)
         return QStringLiteral("name folders or use --all, not both");
     if (command.kind == Kind::review && command.folders.isEmpty())
         return QStringLiteral("usage: nimbrell review FOLDER [--apply] [--json]");
+    if (command.kind == Kind::fileStatus && command.folders.isEmpty())
+        return QStringLiteral("usage: nimbrell file-status PATH... [--json]");
     if ((command.kind == Kind::sync || command.kind == Kind::cancel) && command.folders.isEmpty())
         command.all = true;
     return command;

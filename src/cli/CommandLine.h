@@ -13,7 +13,7 @@ struct CliCommand
 {
     enum class Kind {
         window, headless, help, version, status, sync, cancel, list, remotes, pause, resume, open, quit,
-        review, share, remoteAdd, remoteTest, remoteRemove, remoteTypes, folderAdd, folderEdit, folderRemove,
+        review, share, fileStatus, remoteAdd, remoteTest, remoteRemove, remoteTypes, folderAdd, folderEdit, folderRemove,
         complete, // one name a line, for the shell's completion: "remotes", "folders" or "types"
     };
     Kind kind = Kind::window;

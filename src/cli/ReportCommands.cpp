@@ -7,6 +7,7 @@
 #include "model/ConflictResolution.h"
 #include "model/Formatting.h"
 #include "platform/InstanceChannel.h"
+#include "sync/FileStates.h"
 #include "sync/FolderReport.h"
 
 #include <QEventLoop>
@@ -235,6 +236,34 @@ int share(const CliCommand &command)
     else
         out(reply->value(QStringLiteral("link")).toString() + u'\n');
     return kOk;
+}
+
+int fileStatus(const CliCommand &command)
+{
+    QJsonArray paths;
+    for (const QString &path : command.folders)
+        paths.append(QFileInfo(path).absoluteFilePath());
+    const QJsonObject request{{QStringLiteral("paths"), paths}};
+    std::optional<QJsonObject> reply = InstanceChannel::isHeld() ? ask(QStringLiteral("fileStatus"), request) : std::nullopt;
+    if (!reply) {
+        LocalInstance local(SyncService::Mode::offline, false);
+        reply = FileStates::answer(local.manager(), request);
+    }
+    const QJsonArray files = reply->value(QStringLiteral("files")).toArray();
+    bool outside = files.size() != paths.size();
+    for (const QJsonValue &value : files)
+        outside |= value.toObject().value(QStringLiteral("state")).isNull();
+    if (command.json) {
+        printJson(*reply);
+    } else {
+        for (const QJsonValue &value : files) {
+            const QJsonObject file = value.toObject();
+            const QJsonValue state = file.value(QStringLiteral("state"));
+            out(QStringLiteral("%1: %2\n").arg(file.value(QStringLiteral("path")).toString(),
+                                               state.isNull() ? QStringLiteral("not in a sync folder") : state.toString()));
+        }
+    }
+    return outside ? kUsage : kOk;
 }
 
 } // namespace ReportCommands

@@ -50,8 +50,38 @@ void FolderWatcher::changesArrived(const QStringList &paths)
     });
     if (onlyExcluded)
         return;
+    if (paths.isEmpty())
+        m_pending.everything = true;
+    for (const QString &path : paths) {
+        if (m_pending.everything || m_pending.paths.size() >= kMaxPending) {
+            m_pending.everything = true;
+            break;
+        }
+        if (path.startsWith(root) && !m_exclusions.excludes(path.mid(root.size()), QFileInfo(path).isDir()))
+            m_pending.paths.insert(path.mid(root.size()));
+    }
     // A burst of changes gives one run, `debounce` after its last batch.
     m_debounceTimer.start();
+}
+
+bool FolderWatcher::Changed::holds(const QString &path, bool isDirectory) const
+{
+    if (everything || paths.contains(path))
+        return true;
+    if (!isDirectory)
+        return false;
+    const QString inside = path.isEmpty() ? QString() : path + u'/';
+    return std::any_of(paths.begin(), paths.end(), [&inside](const QString &changed) { return changed.startsWith(inside); });
+}
+
+bool FolderWatcher::isPending(const QString &relativePath, bool isDirectory) const
+{
+    return m_pending.holds(relativePath, isDirectory);
+}
+
+bool FolderWatcher::isCarried(const QString &relativePath, bool isDirectory) const
+{
+    return m_isSyncing && m_carried.holds(relativePath, isDirectory);
 }
 
 void FolderWatcher::trigger()
@@ -60,14 +90,29 @@ void FolderWatcher::trigger()
         m_isDirty = true;
         return;
     }
-    m_isSyncing = true;
+    setSyncing(true);
     m_isDirty = false;
     if (onTriggerSync && !onTriggerSync())
         m_isSyncing = false;
 }
 
-void FolderWatcher::syncDidFinish()
+void FolderWatcher::setSyncing(bool syncing)
 {
+    if (syncing && !m_isSyncing)
+        m_carried = m_pending;
+    m_isSyncing = syncing;
+}
+
+void FolderWatcher::syncDidFinish(bool succeeded)
+{
+    // What changed during the run stays pending: the run may have missed it.
+    // (After a run that carried everything, what came meanwhile is not told
+    // apart.)
+    if (succeeded && m_carried.everything)
+        m_pending = {};
+    else if (succeeded)
+        m_pending.paths -= m_carried.paths;
+    m_carried = {};
     m_isSyncing = false;
     if (!m_isDirty)
         return;
@@ -79,6 +124,7 @@ void FolderWatcher::syncDidFinish()
 void FolderWatcher::syncWasCancelled()
 {
     m_isSyncing = false;
+    m_carried = {};
     m_isDirty = false;
     m_debounceTimer.stop();
     m_followUpTimer.stop();

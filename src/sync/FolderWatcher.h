@@ -2,6 +2,8 @@
 
 #include "model/FilterRules.h"
 
+#include <QSet>
+
 #include "sync/SyncTimings.h"
 
 #include <QObject>
@@ -40,11 +42,13 @@ public:
     void stop();
 
     bool isSyncing() const { return m_isSyncing; }
-    void setSyncing(bool syncing) { m_isSyncing = syncing; }
+    // A run starts (true): what was pending until now is what it carries.
+    void setSyncing(bool syncing);
     bool isDirty() const { return m_isDirty; }
 
-    // A run of the folder ended.
-    void syncDidFinish();
+    // A run of the folder ended; one that succeeded carried what was pending
+    // when it started.
+    void syncDidFinish(bool succeeded = false);
     // The folder's run was cancelled: changes seen so far start nothing.
     void syncWasCancelled();
 
@@ -55,6 +59,13 @@ public:
     // A batch of changes arrived (the file-event service calls this): the
     // paths, or none when they are not known.
     void changesArrived(const QStringList &paths = {});
+
+    // What changed here since the last run that succeeded (relative paths),
+    // and of it what the run under way carries. More than kMaxPending paths,
+    // or a batch that named none, make everything pending.
+    static constexpr qsizetype kMaxPending = 10000;
+    bool isPending(const QString &relativePath, bool isDirectory) const;
+    bool isCarried(const QString &relativePath, bool isDirectory) const;
 
 private:
     void trigger();
@@ -70,4 +81,12 @@ private:
     bool m_isSyncing = false;
     bool m_isDirty = false;
     FilterRules m_exclusions;
+    struct Changed
+    {
+        QSet<QString> paths;
+        bool everything = false;
+        bool holds(const QString &path, bool isDirectory) const;
+    };
+    Changed m_pending;
+    Changed m_carried; // by the run under way
 };

@@ -338,7 +338,7 @@ void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QSt
         emit runCompleted(id, run->conflictCount());
     }
     if (FolderWatcher *watcher = m_automatic.watcher(id))
-        watcher->syncDidFinish();
+        watcher->syncDidFinish(errors.isEmpty());
     if (m_runs.takeFollowUp(id))
         syncFolder(id, SyncTrigger::automatic);
 }

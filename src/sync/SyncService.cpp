@@ -1,4 +1,5 @@
 #include "sync/SyncService.h"
+#include "sync/FileStates.h"
 #include "engine/RemoteCommands.h"
 
 #include "engine/RcloneEngine.h"
@@ -153,6 +154,8 @@ void SyncService::serve(InstanceChannel &channel)
         Q_EMIT remotesChanged();
         return QJsonObject();
     });
+    channel.setHandler(QStringLiteral("fileStatus"),
+                       [this](const QJsonObject &request) { return FileStates::answer(m_manager, request); });
     channel.setHandler(QStringLiteral("share"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
         m_shareLinks.handle(request, reply);
     });

@@ -28,6 +28,7 @@ class SyncReview;
 //                                changes): its plan, and with "apply" the run
 //                                that carries it out, started
 //   share {"path", "expire"?}    a share link, see ShareLinks
+//   fileStatus {"paths": [...]}  each path's state, see FileStates
 class SyncService final : public QObject
 {
     Q_OBJECT

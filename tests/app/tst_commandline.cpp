@@ -331,6 +331,29 @@ private Q_SLOTS:
         QVERIFY(service.waitForFinished(20000));
     }
 
+    // Each path's state, by itself and through a running instance; a path
+    // in no sync folder is said so, with exit 2.
+    void fileStates()
+    {
+        prepare(RCLONE_PATH);
+        writeFile(path("Documents/.git/HEAD"), "ref");
+        const QStringList paths{path("Documents/report.txt"), path("Documents/.git/HEAD"), path("rclone.conf")};
+        const Result offline = nimbrell(QStringList{"file-status"} + paths);
+        QCOMPARE(offline.exitCode, 2);
+        QCOMPARE(offline.out, paths[0] + ": synced\n" + paths[1] + ": excluded\n" + paths[2] + ": not in a sync folder\n");
+        QProcess service;
+        startHeadless(service);
+        QCOMPARE(nimbrell({"pause", "Documents"}).exitCode, 0);
+        const Result paused = nimbrell({"file-status", "--json", paths[0]});
+        QCOMPARE(paused.exitCode, 0);
+        const QJsonObject file = paused.json().value("files").toArray().first().toObject();
+        QCOMPARE(file.value("state").toString(), "paused");
+        QCOMPARE(file.value("folder").toString(), m_documents.id.toString(QUuid::WithoutBraces).toUpper());
+        QCOMPARE(nimbrell({"file-status"}).exitCode, 2);
+        QCOMPARE(nimbrell({"quit"}).exitCode, 0);
+        QVERIFY(service.waitForFinished(20000));
+    }
+
     void againstHeadlessInstance()
     {
         prepare(FAKE_RCLONE_PATH);

@@ -3,11 +3,13 @@
 // rules and the switches, and one-way folders. A changed choice never costs
 // a file on either side.
 #include "engine/RcloneEngine.h"
+#include "sync/ActivityLog.h"
 #include "model/FilterRules.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/MemorySettingsStore.h"
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
+#include "sync/FileStates.h"
 #include "sync/RemovedFiles.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncReview.h"
@@ -255,6 +257,80 @@ private Q_SLOTS:
         QCOMPARE(local.value(dir + "/s4"), "s4");
         // The next change of what syncs is again the only one that gets this care.
         QVERIFY(!world.manager->preferences().followsSelectionChange(world.folder.id, world.folder.remoteTargets[0].id));
+    }
+
+    // What a file manager shows, through runs with the real rclone and real
+    // file events: pending after an edit here, syncing while a run carries
+    // it, synced after; excluded in a skipped directory; conflict for both
+    // copies of a conflict (and the directory that holds them); error after
+    // a failed run; paused.
+    void fileStatesThroughRuns()
+    {
+        RcloneSandbox sandbox;
+        sandbox.addAlias("backup", sandbox.makeDirectory("remote"));
+        const QString remote = sandbox.root() + "/remote/Docs";
+        const QString local = sandbox.makeDirectory("Docs");
+        writeFile(local + "/a.txt", "a");
+        writeFile(local + "/sub/b.txt", "b");
+        writeFile(local + "/Videos/v.mkv", "v");
+        MemorySettingsStore settings;
+        settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
+        RcloneEngine engine(RcloneSandbox::rclone());
+        InotifyFileEventService fileEvents;
+        ActivityLog activity(sandbox.makeDirectory("share") + "/activity.jsonl");
+        // Changes wait for the test: the watcher starts no run by itself.
+        SyncManager manager({settings, engine, fileEvents, {std::chrono::hours(1), std::chrono::hours(1), std::chrono::hours(1)},
+                             &QDateTime::currentDateTimeUtc, 2, true, &activity});
+        SyncFolder folder;
+        folder.name = "Docs";
+        folder.localPath = local;
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), "backup", "Docs", false}};
+        manager.addFolder(folder);
+        manager.setSelection(folder.id, {{"Videos"}, {}, {}});
+        const auto state = [&](const QString &path) {
+            const FileStates::Answer answer = FileStates::of(manager, {local + (path.isEmpty() ? "" : "/" + path)}).first();
+            return answer.state ? FileStates::name(*answer.state) : QString("none");
+        };
+        const auto run = [&] {
+            QSignalSpy completed(&manager, &SyncManager::runCompleted);
+            QVERIFY(manager.syncFolder(folder.id));
+            QVERIFY(completed.wait(60000));
+        };
+        run();
+        QCOMPARE(state("a.txt"), "synced");
+        QCOMPARE(state("Videos/v.mkv"), "excluded");
+        QCOMPARE(state("Videos"), "excluded");
+        QCOMPARE(FileStates::of(manager, {sandbox.root() + "/elsewhere"}).first().state, std::nullopt);
+
+        writeFile(local + "/a.txt", "edited");
+        QTRY_COMPARE(state("a.txt"), "pending");
+        QCOMPARE(state(""), "pending");
+        QCOMPARE(state("sub"), "synced");
+        QSignalSpy completed(&manager, &SyncManager::runCompleted);
+        QVERIFY(manager.syncFolder(folder.id));
+        QCOMPARE(state("a.txt"), "syncing");
+        QCOMPARE(state("sub/b.txt"), "synced");
+        QVERIFY(completed.wait(60000));
+        QCOMPARE(state("a.txt"), "synced");
+
+        writeFile(local + "/sub/b.txt", "here");
+        setAge(local + "/sub/b.txt", 60);
+        writeFile(remote + "/sub/b.txt", "there");
+        run();
+        QVERIFY(QFile::exists(local + "/sub/b.txt.conflict1"));
+        QCOMPARE(state("sub/b.txt"), "conflict");
+        QCOMPARE(state("sub/b.txt.conflict1"), "conflict");
+        QCOMPARE(state("sub"), "conflict");
+        QCOMPARE(state("a.txt"), "synced");
+
+        manager.automatic().setPaused(folder.id, true);
+        QCOMPARE(state("a.txt"), "paused");
+        SyncFolder broken = *manager.folder(folder.id);
+        broken.remoteTargets[0].remoteName = "gone";
+        manager.updateFolder(broken);
+        run();
+        QCOMPARE(state("a.txt"), "error");
+        QCOMPARE(state("Videos"), "excluded");
     }
 
     // *.tmp files stay on the side they were made on, both ways.

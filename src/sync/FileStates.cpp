@@ -1,0 +1,101 @@
+#include "sync/FileStates.h"
+
+#include "engine/Bisync.h"
+#include "model/FilterRules.h"
+#include "model/UuidString.h"
+#include "sync/FolderWatcher.h"
+#include "sync/RemovedFiles.h"
+#include "sync/ShareLinks.h"
+#include "sync/SyncManager.h"
+
+#include <QFileInfo>
+#include <QHash>
+#include <QJsonArray>
+
+namespace FileStates {
+
+namespace {
+
+bool holds(const QString &path, bool isDirectory, const QString &candidate)
+{
+    return candidate == path || (isDirectory && (path.isEmpty() || candidate.startsWith(path + u'/')));
+}
+
+State stateOf(const SyncManager &manager, const FolderLocation &location, const FilterRules &exclusions)
+{
+    const SyncFolder &folder = location.folder;
+    const QString &path = location.relative;
+    const bool isDirectory = QFileInfo(folder.localPath + (path.isEmpty() ? QString() : u'/' + path)).isDir();
+    if (!path.isEmpty() && exclusions.excludes(path, isDirectory))
+        return State::excluded;
+    if (folder.status == SyncStatus::error)
+        return State::error;
+    for (const ActivityRecord &conflict : manager.conflicts().of(folder.id)) {
+        if (holds(path, isDirectory, conflict.path) || holds(path, isDirectory, conflict.renamed))
+            return State::conflict;
+    }
+    const FolderWatcher *watcher = manager.automatic().watcher(folder.id);
+    if (watcher && manager.runs().isRunning(folder.id) && watcher->isCarried(path, isDirectory))
+        return State::syncing;
+    if (manager.automatic().isPaused(folder.id))
+        return State::paused;
+    if (watcher && watcher->isPending(path, isDirectory))
+        return State::pending;
+    return State::synced;
+}
+
+} // namespace
+
+QString name(State state)
+{
+    switch (state) {
+    case State::synced: return QStringLiteral("synced");
+    case State::pending: return QStringLiteral("pending");
+    case State::syncing: return QStringLiteral("syncing");
+    case State::error: return QStringLiteral("error");
+    case State::conflict: return QStringLiteral("conflict");
+    case State::excluded: return QStringLiteral("excluded");
+    case State::paused: return QStringLiteral("paused");
+    }
+    return {};
+}
+
+QList<Answer> of(const SyncManager &manager, const QStringList &paths)
+{
+    QList<Answer> answers;
+    answers.reserve(paths.size());
+    QHash<QUuid, FilterRules> exclusions; // read once per folder
+    for (const QString &path : paths) {
+        const std::optional<FolderLocation> location = FolderLocation::of(manager.folders(), path);
+        if (!location) {
+            answers.append({path, std::nullopt, {}});
+            continue;
+        }
+        const QUuid &id = location->folder.id;
+        if (!exclusions.contains(id)) {
+            // The kept files' hidden directory is the runs' own, never the folder's.
+            exclusions.insert(id, FilterRules::fromArguments(
+                                      Bisync::switchArguments(location->folder.filters)
+                                      + manager.selection(id).filterArguments()
+                                      + QStringList{QStringLiteral("--exclude"), u'/' + RemovedFiles::kDirectoryName + QStringLiteral("/**")}));
+        }
+        answers.append({path, stateOf(manager, *location, exclusions.value(id)), id});
+    }
+    return answers;
+}
+
+QJsonObject answer(const SyncManager &manager, const QJsonObject &request)
+{
+    QStringList paths;
+    for (const QJsonValue &path : request.value(QStringLiteral("paths")).toArray())
+        paths.append(path.toString());
+    QJsonArray files;
+    for (const Answer &answer : of(manager, paths)) {
+        files.append(QJsonObject{{QStringLiteral("path"), answer.path},
+                                 {QStringLiteral("state"), answer.state ? QJsonValue(name(*answer.state)) : QJsonValue()},
+                                 {QStringLiteral("folder"), answer.state ? QJsonValue(uuidString(answer.folderId)) : QJsonValue()}});
+    }
+    return {{QStringLiteral("files"), files}};
+}
+
+} // namespace FileStates

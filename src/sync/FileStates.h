@@ -1,0 +1,45 @@
+#pragma once
+
+#include <QJsonObject>
+#include <QList>
+#include <QString>
+#include <QStringList>
+#include <QUuid>
+
+#include <optional>
+
+class SyncManager;
+
+// What a file manager shows on a file or directory of a sync folder. A
+// file's state, first that applies:
+//   excluded  its folder's runs leave it out (a switch, an ignore rule, a
+//             skipped directory)
+//   error     the folder's last run failed
+//   conflict  it is one of the two copies of an open conflict
+//   syncing   the folder's run under way carries its change
+//   paused    the folder syncs only when asked
+//   pending   it changed here since the folder's last run that succeeded
+//             (as the folder's watcher saw it: only while automatic sync is on)
+//   synced
+// A directory that is not excluded takes the first that applies to it or
+// to anything it holds.
+namespace FileStates {
+
+enum class State { synced, pending, syncing, error, conflict, excluded, paused };
+QString name(State state);
+
+struct Answer
+{
+    QString path;
+    std::optional<State> state; // none: in no sync folder
+    QUuid folderId;
+};
+
+// The states of these absolute paths, in their order.
+QList<Answer> of(const SyncManager &manager, const QStringList &paths);
+
+// The instance channel's "fileStatus" {"paths": [...]} and its answer
+// {"files": [{"path", "state" (null when in no folder), "folder" (id or null)}]}.
+QJsonObject answer(const SyncManager &manager, const QJsonObject &request);
+
+} // namespace FileStates
