@@ -200,6 +200,11 @@ void InstanceChannel::setHandler(const QString &command, AsyncHandler handler)
     m_handlers.insert(command, std::move(handler));
 }
 
+void InstanceChannel::setStreamHandler(const QString &command, StreamHandler handler)
+{
+    m_streamHandlers.insert(command, std::move(handler));
+}
+
 void InstanceChannel::release()
 {
     if (m_server && socketPath() == m_server->fullServerName())
@@ -249,8 +254,20 @@ void InstanceChannel::serve(QLocalSocket *socket)
             return;
         }
         deadline->stop();
+        const QByteArray line = socket->readLine(kMaxMessageBytes);
+        const QJsonObject request = QJsonDocument::fromJson(line).object();
+        const auto stream = m_streamHandlers.constFind(request.value(QStringLiteral("command")).toString());
+        if (stream != m_streamHandlers.cend() && request.value(QStringLiteral("nimbrell")).toInt() == kVersion) {
+            // The connection stays: each event is one more line on it.
+            disconnect(socket, &QLocalSocket::readyRead, this, nullptr);
+            (*stream)(request, [socket = QPointer(socket)](const QJsonObject &fields) {
+                if (socket)
+                    socket->write(QJsonDocument(reply(fields)).toJson(QJsonDocument::Compact) + '\n');
+            }, socket);
+            return;
+        }
         // A reply may come after the asker has gone.
-        answer(socket->readLine(kMaxMessageBytes), [socket = QPointer(socket)](const QJsonObject &message) {
+        answer(line, [socket = QPointer(socket)](const QJsonObject &message) {
             if (!socket)
                 return;
             socket->write(QJsonDocument(message).toJson(QJsonDocument::Compact) + '\n');

@@ -25,7 +25,9 @@ class QLocalSocket;
 //   {"nimbrell": 1, "command": "raise", ...}
 //   {"nimbrell": 1, "ok": true, ...}   or   {"nimbrell": 1, "ok": false, "error": "..."}
 // "nimbrell" is the version of this format; a request of another version is
-// answered with an error.
+// answered with an error. A stream command's connection stays open after
+// its reply: more lines of the same form follow, one per event, until the
+// client closes it.
 class InstanceChannel final : public QObject
 {
     Q_OBJECT
@@ -61,6 +63,10 @@ public:
     // (an "error" field makes "ok" false).
     void setHandler(const QString &command, Handler handler);
     void setHandler(const QString &command, AsyncHandler handler);
+    // A stream command: `send` may be called again and again, while
+    // `connection` exists (it goes when the client closes the connection).
+    using StreamHandler = std::function<void(const QJsonObject &request, Reply send, QObject *connection)>;
+    void setStreamHandler(const QString &command, StreamHandler handler);
     // How long a client may take to send its request.
     static constexpr std::chrono::milliseconds kRequestTimeout{10'000};
     void setRequestTimeout(std::chrono::milliseconds timeout) { m_requestTimeout = timeout; }
@@ -100,5 +106,6 @@ private:
     std::unique_ptr<QLockFile> m_lock;
     QLocalServer *m_server = nullptr;
     QHash<QString, AsyncHandler> m_handlers;
+    QHash<QString, StreamHandler> m_streamHandlers;
     std::chrono::milliseconds m_requestTimeout = kRequestTimeout;
 };

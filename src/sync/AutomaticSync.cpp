@@ -181,6 +181,7 @@ void AutomaticSync::updateWatchers()
         // rclone's own writes during a run under way must not start another.
         watcher->setSyncing(m_context.manager.runs().isRunning(folder.id));
         watcher->setExclusions(exclusions);
+        connect(watcher.get(), &FolderWatcher::pendingChanged, this, [this, id = folder.id] { Q_EMIT pendingChanged(id); });
         watcher->start(ignored);
         m_watchers[folder.id] = std::move(watcher);
     }

@@ -102,6 +102,8 @@ signals:
     void isGlobalSyncEnabledChanged(bool enabled);
     void globalSyncIntervalMinutesChanged(qint64 minutes);
     void holdChanged();
+    // What a folder's watcher holds as pending changed (see FolderWatcher).
+    void pendingChanged(const QUuid &id);
 
 private:
     void periodicCheck();

@@ -84,18 +84,68 @@ QList<Answer> of(const SyncManager &manager, const QStringList &paths)
     return answers;
 }
 
-QJsonObject answer(const SyncManager &manager, const QJsonObject &request)
+namespace {
+
+QStringList pathsOf(const QJsonObject &request)
 {
     QStringList paths;
     for (const QJsonValue &path : request.value(QStringLiteral("paths")).toArray())
         paths.append(path.toString());
+    return paths;
+}
+
+QJsonObject fileOf(const Answer &answer)
+{
+    return {{QStringLiteral("path"), answer.path},
+            {QStringLiteral("state"), answer.state ? QJsonValue(name(*answer.state)) : QJsonValue()},
+            {QStringLiteral("folder"), answer.state ? QJsonValue(uuidString(answer.folderId)) : QJsonValue()}};
+}
+
+} // namespace
+
+QJsonObject answer(const SyncManager &manager, const QJsonObject &request)
+{
     QJsonArray files;
-    for (const Answer &answer : of(manager, paths)) {
-        files.append(QJsonObject{{QStringLiteral("path"), answer.path},
-                                 {QStringLiteral("state"), answer.state ? QJsonValue(name(*answer.state)) : QJsonValue()},
-                                 {QStringLiteral("folder"), answer.state ? QJsonValue(uuidString(answer.folderId)) : QJsonValue()}});
-    }
+    for (const Answer &answer : of(manager, pathsOf(request)))
+        files.append(fileOf(answer));
     return {{QStringLiteral("files"), files}};
+}
+
+Subscription::Subscription(const SyncManager &manager, const QStringList &paths, Send send, QObject *connection)
+    : QObject(connection)
+    , m_manager(manager)
+    , m_paths(paths)
+    , m_send(std::move(send))
+{
+    m_coalesce.setSingleShot(true);
+    m_coalesce.setInterval(100);
+    connect(&m_coalesce, &QTimer::timeout, this, &Subscription::look);
+    const auto soon = [this] {
+        if (!m_coalesce.isActive())
+            m_coalesce.start();
+    };
+    const FolderRepository &folders = m_manager.repository();
+    for (const auto signal : {&FolderRepository::folderInserted, &FolderRepository::folderChanged, &FolderRepository::folderRemoved})
+        connect(&folders, signal, this, soon);
+    connect(&m_manager.conflicts(), &OpenConflicts::changed, this, soon);
+    connect(&m_manager.automatic(), &AutomaticSync::pendingChanged, this, soon);
+    look();
+}
+
+void Subscription::look()
+{
+    QJsonArray changed;
+    for (const Answer &answer : of(m_manager, m_paths)) {
+        const QString state = answer.state ? name(*answer.state) : QString();
+        const auto sent = m_sent.constFind(answer.path);
+        if (sent != m_sent.cend() && *sent == state)
+            continue;
+        m_sent.insert(answer.path, state);
+        changed.append(fileOf(answer));
+    }
+    // The first message answers with every path, even when there is none.
+    if (std::exchange(m_first, false) || !changed.isEmpty())
+        m_send({{QStringLiteral("files"), changed}});
 }
 
 } // namespace FileStates

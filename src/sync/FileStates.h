@@ -1,7 +1,10 @@
 #pragma once
 
+#include <QHash>
 #include <QJsonObject>
 #include <QList>
+#include <QObject>
+#include <QTimer>
 #include <QString>
 #include <QStringList>
 #include <QUuid>
@@ -41,5 +44,30 @@ QList<Answer> of(const SyncManager &manager, const QStringList &paths);
 // The instance channel's "fileStatus" {"paths": [...]} and its answer
 // {"files": [{"path", "state" (null when in no folder), "folder" (id or null)}]}.
 QJsonObject answer(const SyncManager &manager, const QJsonObject &request);
+
+// The instance channel's "subscribe" {"paths": [...]}: the first message is
+// the answer to "fileStatus"; then one more {"files": [...]} with the paths
+// whose state changed, each time some did, until the client goes. Changes
+// that come together (a run's progress) are sent together, at most ten
+// times a second; nothing is sent while nothing changes.
+class Subscription final : public QObject
+{
+    Q_OBJECT
+
+public:
+    using Send = std::function<void(const QJsonObject &fields)>;
+    // Goes with `connection`.
+    Subscription(const SyncManager &manager, const QStringList &paths, Send send, QObject *connection);
+
+private:
+    void look();
+
+    const SyncManager &m_manager;
+    QStringList m_paths;
+    Send m_send;
+    QHash<QString, QString> m_sent; // path -> the state last sent ("" in no folder)
+    QTimer m_coalesce;
+    bool m_first = true;
+};
 
 } // namespace FileStates

@@ -60,6 +60,7 @@ void FolderWatcher::changesArrived(const QStringList &paths)
         if (path.startsWith(root) && !m_exclusions.excludes(path.mid(root.size()), QFileInfo(path).isDir()))
             m_pending.paths.insert(path.mid(root.size()));
     }
+    Q_EMIT pendingChanged();
     // A burst of changes gives one run, `debounce` after its last batch.
     m_debounceTimer.start();
 }
@@ -98,9 +99,12 @@ void FolderWatcher::trigger()
 
 void FolderWatcher::setSyncing(bool syncing)
 {
-    if (syncing && !m_isSyncing)
+    const bool starts = syncing && !m_isSyncing;
+    if (starts)
         m_carried = m_pending;
     m_isSyncing = syncing;
+    if (starts)
+        Q_EMIT pendingChanged();
 }
 
 void FolderWatcher::syncDidFinish(bool succeeded)
@@ -114,6 +118,7 @@ void FolderWatcher::syncDidFinish(bool succeeded)
         m_pending.paths -= m_carried.paths;
     m_carried = {};
     m_isSyncing = false;
+    Q_EMIT pendingChanged();
     if (!m_isDirty)
         return;
     // However many changes came during the run, they give one more run.
@@ -125,6 +130,7 @@ void FolderWatcher::syncWasCancelled()
 {
     m_isSyncing = false;
     m_carried = {};
+    Q_EMIT pendingChanged();
     m_isDirty = false;
     m_debounceTimer.stop();
     m_followUpTimer.stop();

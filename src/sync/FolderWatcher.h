@@ -67,6 +67,10 @@ public:
     bool isPending(const QString &relativePath, bool isDirectory) const;
     bool isCarried(const QString &relativePath, bool isDirectory) const;
 
+Q_SIGNALS:
+    // What is pending, or carried by the run under way, changed.
+    void pendingChanged();
+
 private:
     void trigger();
 

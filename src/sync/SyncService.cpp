@@ -156,6 +156,13 @@ void SyncService::serve(InstanceChannel &channel)
     });
     channel.setHandler(QStringLiteral("fileStatus"),
                        [this](const QJsonObject &request) { return FileStates::answer(m_manager, request); });
+    channel.setStreamHandler(QStringLiteral("subscribe"),
+                             [this](const QJsonObject &request, const InstanceChannel::Reply &send, QObject *connection) {
+                                 QStringList paths;
+                                 for (const QJsonValue &path : request.value(QStringLiteral("paths")).toArray())
+                                     paths.append(path.toString());
+                                 new FileStates::Subscription(m_manager, paths, send, connection);
+                             });
     channel.setHandler(QStringLiteral("share"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
         m_shareLinks.handle(request, reply);
     });

@@ -29,6 +29,8 @@ class SyncReview;
 //                                that carries it out, started
 //   share {"path", "expire"?}    a share link, see ShareLinks
 //   fileStatus {"paths": [...]}  each path's state, see FileStates
+//   subscribe {"paths": [...]}   a stream of their changes of state, see
+//                                FileStates::Subscription
 class SyncService final : public QObject
 {
     Q_OBJECT

@@ -7,6 +7,7 @@
 #include "support/RcloneSandbox.h"
 #include "support/TestFiles.h"
 
+#include <QDeadlineTimer>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -350,6 +351,61 @@ private Q_SLOTS:
         QCOMPARE(file.value("state").toString(), "paused");
         QCOMPARE(file.value("folder").toString(), m_documents.id.toString(QUuid::WithoutBraces).toUpper());
         QCOMPARE(nimbrell({"file-status"}).exitCode, 2);
+        QCOMPARE(nimbrell({"quit"}).exitCode, 0);
+        QVERIFY(service.waitForFinished(20000));
+    }
+
+    // A subscription to a file's state against the running instance, as a
+    // file manager holds one: its first answer, then one line per change,
+    // in order: pending after an edit here, syncing while a run carries it,
+    // synced after. A client of another version gets an error, not a hang.
+    void subscription()
+    {
+        prepare(RCLONE_PATH);
+        for (const char *other : {"a.txt", "b.txt", "c.txt"}) // one edit is not every file changed
+            writeFile(path("Documents/") + other, other);
+        QProcess service;
+        startHeadless(service);
+        QCOMPARE(nimbrell({"sync", "--wait", "Documents"}, 60000).exitCode, 0);
+        QCOMPARE(nimbrell({"resume"}).exitCode, 0); // automatic sync, and so the watchers
+        const QProcessEnvironment env = environment();
+        for (const char *name : {"HOME", "XDG_CONFIG_HOME", "XDG_RUNTIME_DIR"})
+            qputenv(name, env.value(name).toUtf8());
+        QLocalSocket socket;
+        socket.connectToServer(InstanceChannel::socketPath());
+        QVERIFY(socket.waitForConnected(5000));
+        const QString report = path("Documents/report.txt");
+        socket.write(QJsonDocument(QJsonObject{{"nimbrell", 1}, {"command", "subscribe"}, {"paths", QJsonArray{report}}})
+                         .toJson(QJsonDocument::Compact) + "\n");
+        // The next line, within 30 s; {} without one.
+        const auto next = [&socket] {
+            QDeadlineTimer deadline(30000);
+            while (!socket.canReadLine() && !deadline.hasExpired())
+                socket.waitForReadyRead(100);
+            return QJsonDocument::fromJson(socket.readLine()).object();
+        };
+        const auto stateIn = [&report](const QJsonObject &message) {
+            const QJsonArray files = message.value("files").toArray();
+            return files.size() == 1 && files[0]["path"].toString() == report ? files[0]["state"].toString() : QString("?");
+        };
+        const QJsonObject first = next();
+        QVERIFY(first.value("ok").toBool());
+        QCOMPARE(stateIn(first), "synced");
+        writeFile(report, "edited");
+        QCOMPARE(stateIn(next()), "pending");
+        QCOMPARE(nimbrell({"sync", "Documents"}).exitCode, 0);
+        QCOMPARE(stateIn(next()), "syncing");
+        QCOMPARE(stateIn(next()), "synced");
+        QVERIFY(!socket.waitForReadyRead(500)); // nothing while nothing changes
+        socket.disconnectFromServer();
+
+        QLocalSocket older;
+        older.connectToServer(InstanceChannel::socketPath());
+        QVERIFY(older.waitForConnected(5000));
+        older.write("{\"nimbrell\": 2, \"command\": \"subscribe\", \"paths\": []}\n");
+        QVERIFY(older.waitForReadyRead(5000));
+        QVERIFY(QJsonDocument::fromJson(older.readLine()).object().value("error").toString().startsWith("unsupported version 2"));
+        QTRY_COMPARE(older.state(), QLocalSocket::UnconnectedState);
         QCOMPARE(nimbrell({"quit"}).exitCode, 0);
         QVERIFY(service.waitForFinished(20000));
     }
