@@ -5,10 +5,10 @@
 #include "cli/SyncFollower.h"
 #include "model/UuidString.h"
 #include "platform/InstanceChannel.h"
+#include "sync/FileStates.h"
 
 #include <QCoreApplication>
 #include <QJsonArray>
-#include <QThread>
 
 #include <cstdio>
 
@@ -18,8 +18,6 @@ namespace SyncCommands {
 namespace {
 
 using namespace CliSupport;
-
-constexpr auto kPollInterval = 250ms;
 
 // Says which folders did not start, and why.
 bool reportNotStarted(const QJsonObject &reply, const QJsonObject &status)
@@ -74,19 +72,20 @@ int syncHere(const CliCommand &command, InstanceChannel &channel)
     }
     const bool allStarted = reportNotStarted({{QStringLiteral("notStarted"), notStarted}}, before);
     SyncFollower follower(startedFolders({{QStringLiteral("started"), started}}), stdout);
-    QTimer poll;
-    poll.setInterval(kPollInterval);
-    QObject::connect(&poll, &QTimer::timeout, &service, [&] {
-        if (follower.update(service.statusReport())) {
-            poll.stop();
-            service.quit();
-        }
-    });
-    if (follower.update(service.statusReport()))
-        service.quit();
-    else
-        poll.start();
-    QCoreApplication::exec();
+    // The same subscription a client of the channel gets, without the channel.
+    QObject following;
+    bool done = false;
+    new FileStates::Subscription(local.manager(), {}, [&service] { return service.statusReport(); },
+                                 [&](const QJsonObject &message) {
+                                     if (!done && message.contains(QStringLiteral("status"))
+                                         && follower.update(message.value(QStringLiteral("status")).toObject())) {
+                                         done = true;
+                                         service.quit();
+                                     }
+                                 },
+                                 &following);
+    if (!done)
+        QCoreApplication::exec();
     // Stopped by a signal: the runs were cancelled and say so.
     follower.update(service.statusReport());
     return follower.succeeded() && allStarted ? kOk : kFailed;
@@ -97,16 +96,12 @@ int syncHere(const CliCommand &command, InstanceChannel &channel)
 bool follow(const QList<QUuid> &folders, std::FILE *out)
 {
     SyncFollower follower(folders, out);
-    for (;;) {
-        const std::optional<QJsonObject> now = ask(QStringLiteral("status"));
-        if (!now) {
-            follower.abandon(QStringLiteral("Nimbrell quit before the sync ended"));
-            break;
-        }
-        if (follower.update(*now))
-            break;
-        QThread::msleep(std::chrono::milliseconds(kPollInterval).count());
-    }
+    // The instance tells what changed as it changes: nothing is asked again.
+    const bool followed = InstanceChannel::subscribe({{QStringLiteral("status"), true}}, [&](const QJsonObject &message) {
+        return message.contains(QStringLiteral("status")) && follower.update(message.value(QStringLiteral("status")).toObject());
+    });
+    if (!followed)
+        follower.abandon(QStringLiteral("Nimbrell quit before the sync ended"));
     return follower.succeeded();
 }
 

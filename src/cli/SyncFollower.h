@@ -8,7 +8,8 @@
 
 #include <cstdio>
 
-// Follows runs through snapshots of `status` and tells the user how they go:
+// Follows runs through the snapshots of `status` that a subscription sends
+// as they change, and tells the user how they go:
 // on a terminal one progress line that rewrites itself, elsewhere a plain
 // line whenever what a folder shows changes; and a last line per folder.
 class SyncFollower final

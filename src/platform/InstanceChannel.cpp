@@ -294,6 +294,31 @@ void InstanceChannel::answer(const QByteArray &line, Reply send) const
     (*handler)(request, [send](const QJsonObject &fields) { send(reply(fields)); });
 }
 
+bool InstanceChannel::subscribe(const QJsonObject &arguments, const std::function<bool(const QJsonObject &)> &onMessage,
+                                const QString &command)
+{
+    QJsonObject request = arguments;
+    request.insert(QStringLiteral("nimbrell"), kVersion);
+    request.insert(QStringLiteral("command"), command);
+    QLocalSocket socket;
+    socket.connectToServer(socketPath());
+    if (!socket.waitForConnected(int(std::chrono::milliseconds(kRequestTimeout).count())))
+        return false;
+    socket.write(QJsonDocument(request).toJson(QJsonDocument::Compact) + '\n');
+    for (;;) {
+        while (!socket.canReadLine()) {
+            if (socket.state() != QLocalSocket::ConnectedState && socket.bytesAvailable() == 0)
+                return false;
+            socket.waitForReadyRead(-1); // until a line comes or the instance goes
+        }
+        const QJsonObject message = QJsonDocument::fromJson(socket.readLine()).object();
+        if (!message.value(QStringLiteral("ok")).toBool())
+            return false;
+        if (onMessage(message))
+            return true;
+    }
+}
+
 std::optional<QJsonObject> InstanceChannel::send(const QString &command, const QJsonObject &arguments,
                                                  std::chrono::milliseconds timeout)
 {

@@ -83,6 +83,12 @@ public:
     static std::optional<QJsonObject> send(const QString &command, const QJsonObject &arguments,
                                            std::chrono::milliseconds timeout);
 
+    // Opens a stream command ("subscribe") on the running instance and hands
+    // each of its messages to `onMessage`, blocking, until it returns true
+    // (true), or the instance goes or answers with an error (false).
+    static bool subscribe(const QJsonObject &arguments, const std::function<bool(const QJsonObject &)> &onMessage,
+                          const QString &command = QStringLiteral("subscribe"));
+
     // Where this instance's socket is made: $XDG_RUNTIME_DIR/nimbrell, or
     // ~/.cache/nimbrell without one.
     static QString directory();

@@ -111,10 +111,12 @@ QJsonObject answer(const SyncManager &manager, const QJsonObject &request)
     return {{QStringLiteral("files"), files}};
 }
 
-Subscription::Subscription(const SyncManager &manager, const QStringList &paths, Send send, QObject *connection)
+Subscription::Subscription(const SyncManager &manager, const QStringList &paths, Status status, Send send,
+                           QObject *connection)
     : QObject(connection)
     , m_manager(manager)
     , m_paths(paths)
+    , m_status(std::move(status))
     , m_send(std::move(send))
 {
     m_coalesce.setSingleShot(true);
@@ -125,8 +127,12 @@ Subscription::Subscription(const SyncManager &manager, const QStringList &paths,
             m_coalesce.start();
     };
     const FolderRepository &folders = m_manager.repository();
-    for (const auto signal : {&FolderRepository::folderInserted, &FolderRepository::folderChanged, &FolderRepository::folderRemoved})
-        connect(&folders, signal, this, soon);
+    for (const auto signal : {&FolderRepository::folderInserted, &FolderRepository::folderChanged, &FolderRepository::folderRemoved}) {
+        connect(&folders, signal, this, [this, soon] {
+            m_foldersChanged = true;
+            soon();
+        });
+    }
     connect(&m_manager.conflicts(), &OpenConflicts::changed, this, soon);
     connect(&m_manager.automatic(), &AutomaticSync::pendingChanged, this, soon);
     look();
@@ -143,9 +149,12 @@ void Subscription::look()
         m_sent.insert(answer.path, state);
         changed.append(fileOf(answer));
     }
+    QJsonObject message{{QStringLiteral("files"), changed}};
+    if (m_status && std::exchange(m_foldersChanged, false))
+        message.insert(QStringLiteral("status"), m_status());
     // The first message answers with every path, even when there is none.
-    if (std::exchange(m_first, false) || !changed.isEmpty())
-        m_send({{QStringLiteral("files"), changed}});
+    if (std::exchange(m_first, false) || !changed.isEmpty() || message.contains(QStringLiteral("status")))
+        m_send(message);
 }
 
 } // namespace FileStates

@@ -45,26 +45,31 @@ QList<Answer> of(const SyncManager &manager, const QStringList &paths);
 // {"files": [{"path", "state" (null when in no folder), "folder" (id or null)}]}.
 QJsonObject answer(const SyncManager &manager, const QJsonObject &request);
 
-// The instance channel's "subscribe" {"paths": [...]}: the first message is
-// the answer to "fileStatus"; then one more {"files": [...]} with the paths
-// whose state changed, each time some did, until the client goes. Changes
-// that come together (a run's progress) are sent together, at most ten
-// times a second; nothing is sent while nothing changes.
+// The instance channel's "subscribe" {"paths": [...], "status"?: true}: the
+// first message is the answer to "fileStatus" (and with "status", the
+// answer to "status" as "status"); then one more {"files": [...]} with the
+// paths whose state changed, each time some did, with "status" when a
+// folder changed, until the client goes. Changes that come together (a
+// run's progress) are sent together, at most ten times a second; nothing is
+// sent while nothing changes.
 class Subscription final : public QObject
 {
     Q_OBJECT
 
 public:
     using Send = std::function<void(const QJsonObject &fields)>;
-    // Goes with `connection`.
-    Subscription(const SyncManager &manager, const QStringList &paths, Send send, QObject *connection);
+    using Status = std::function<QJsonObject()>;
+    // Goes with `connection`. Without `status`, no "status" is sent.
+    Subscription(const SyncManager &manager, const QStringList &paths, Status status, Send send, QObject *connection);
 
 private:
     void look();
 
     const SyncManager &m_manager;
     QStringList m_paths;
+    Status m_status;
     Send m_send;
+    bool m_foldersChanged = true;
     QHash<QString, QString> m_sent; // path -> the state last sent ("" in no folder)
     QTimer m_coalesce;
     bool m_first = true;

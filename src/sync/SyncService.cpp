@@ -161,7 +161,10 @@ void SyncService::serve(InstanceChannel &channel)
                                  QStringList paths;
                                  for (const QJsonValue &path : request.value(QStringLiteral("paths")).toArray())
                                      paths.append(path.toString());
-                                 new FileStates::Subscription(m_manager, paths, send, connection);
+                                 FileStates::Subscription::Status status;
+                                 if (request.value(QStringLiteral("status")).toBool())
+                                     status = [this] { return statusReport(); };
+                                 new FileStates::Subscription(m_manager, paths, status, send, connection);
                              });
     channel.setHandler(QStringLiteral("share"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
         m_shareLinks.handle(request, reply);
