@@ -5,7 +5,7 @@
 #include "model/UuidString.h"
 #include "sync/FolderWatcher.h"
 #include "sync/RemovedFiles.h"
-#include "sync/ShareLinks.h"
+#include "sync/FolderLocation.h"
 #include "sync/SyncManager.h"
 
 #include <QFileInfo>

@@ -10,15 +10,6 @@
 
 namespace {
 
-// The path as given and, where it exists, with its links resolved.
-QStringList formsOf(const QString &path)
-{
-    QStringList forms{QDir::cleanPath(path)};
-    if (const QString canonical = QFileInfo(path).canonicalFilePath(); !canonical.isEmpty() && canonical != forms.first())
-        forms.append(canonical);
-    return forms;
-}
-
 // rclone's reason, without its log line's date and level: "object not found".
 QString reasonIn(const QString &error)
 {
@@ -36,25 +27,6 @@ QString reasonIn(const QString &error)
 }
 
 } // namespace
-
-std::optional<FolderLocation> FolderLocation::of(const QList<SyncFolder> &folders, const QString &absolutePath)
-{
-    std::optional<FolderLocation> found;
-    qsizetype depth = -1;
-    const QStringList paths = formsOf(absolutePath);
-    for (const SyncFolder &folder : folders) {
-        for (const QString &root : formsOf(folder.localPath)) {
-            for (const QString &path : paths) {
-                const bool inside = path == root || path.startsWith(root.endsWith(u'/') ? root : root + u'/');
-                if (!inside || root.size() <= depth)
-                    continue;
-                depth = root.size();
-                found = FolderLocation{folder, path == root ? QString() : path.mid(root.size() + (root.endsWith(u'/') ? 0 : 1))};
-            }
-        }
-    }
-    return found;
-}
 
 ShareLinks::ShareLinks(const SyncManager &manager, RcloneEngine &engine, QObject *parent)
     : QObject(parent)

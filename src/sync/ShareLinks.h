@@ -1,6 +1,6 @@
 #pragma once
 
-#include "model/SyncFolder.h"
+#include "sync/FolderLocation.h"
 
 #include <QJsonObject>
 #include <QList>
@@ -12,18 +12,6 @@
 
 class RcloneEngine;
 class SyncManager;
-
-// Where a local path lies among the sync folders: the folder whose local
-// directory holds it (the innermost, when folders nest), and the path
-// relative to that directory ("" for the directory itself). Symbolic links
-// in either are followed where the path exists.
-struct FolderLocation
-{
-    SyncFolder folder;
-    QString relative;
-
-    static std::optional<FolderLocation> of(const QList<SyncFolder> &folders, const QString &absolutePath);
-};
 
 // "Copy Share Link": a link to a file or directory of a sync folder, made
 // by `rclone link` on the folder's first target whose remote makes links.
