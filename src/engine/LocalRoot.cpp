@@ -69,7 +69,9 @@ bool LocalRoot::isStillThere() const
 
 bool LocalRoot::madeSince(const QFileInfo &entry) const
 {
-    return entry.birthTime().isValid() && entry.birthTime() >= m_began;
+    // Strictly later: what was there a moment before the run began may carry
+    // the same millisecond, while rclone starts well after it.
+    return entry.birthTime().isValid() && entry.birthTime() > m_began;
 }
 
 void LocalRoot::clearStandIn(const QStringList &downloaded) const
