@@ -65,8 +65,9 @@ QList<Answer> of(const SyncManager &manager, const QStringList &paths)
     QList<Answer> answers;
     answers.reserve(paths.size());
     QHash<QUuid, FilterRules> exclusions; // read once per folder
+    const FolderLocator locator(manager.folders());
     for (const QString &path : paths) {
-        const std::optional<FolderLocation> location = FolderLocation::of(manager.folders(), path);
+        const std::optional<FolderLocation> location = locator.locate(path);
         if (!location) {
             answers.append({path, std::nullopt, {}});
             continue;

@@ -18,19 +18,35 @@ QStringList formsOf(const QString &path)
 
 std::optional<FolderLocation> FolderLocation::of(const QList<SyncFolder> &folders, const QString &absolutePath)
 {
-    std::optional<FolderLocation> found;
-    qsizetype depth = -1;
-    const QStringList paths = formsOf(absolutePath);
-    for (const SyncFolder &folder : folders) {
-        for (const QString &root : formsOf(folder.localPath)) {
-            for (const QString &path : paths) {
-                const bool inside = path == root || path.startsWith(root.endsWith(u'/') ? root : root + u'/');
-                if (!inside || root.size() <= depth)
-                    continue;
-                depth = root.size();
-                found = FolderLocation{folder, path == root ? QString() : path.mid(root.size() + (root.endsWith(u'/') ? 0 : 1))};
+    return FolderLocator(folders).locate(absolutePath);
+}
+
+FolderLocator::FolderLocator(const QList<SyncFolder> &folders)
+    : m_folders(folders)
+{
+    for (qsizetype i = 0; i < folders.size(); ++i) {
+        for (const QString &root : formsOf(folders.at(i).localPath))
+            m_roots.append({i, root.endsWith(u'/') ? root : root + u'/'});
+    }
+}
+
+std::optional<FolderLocation> FolderLocator::locate(const QString &absolutePath) const
+{
+    // The innermost folder wins, when folders nest.
+    const Root *best = nullptr;
+    QString bestPath;
+    for (const QString &path : formsOf(absolutePath)) {
+        const QString asDirectory = path.endsWith(u'/') ? path : path + u'/';
+        for (const Root &root : m_roots) {
+            if (asDirectory.startsWith(root.path) && (!best || root.path.size() > best->path.size())) {
+                best = &root;
+                bestPath = asDirectory;
             }
         }
     }
-    return found;
+    if (!best)
+        return std::nullopt;
+    QString relative = bestPath.mid(best->path.size());
+    relative.chop(relative.endsWith(u'/') ? 1 : 0);
+    return FolderLocation{m_folders.at(best->folder), relative};
 }

@@ -18,3 +18,20 @@ struct FolderLocation
 
     static std::optional<FolderLocation> of(const QList<SyncFolder> &folders, const QString &absolutePath);
 };
+
+// The same for many paths: the folders' directories are resolved once.
+class FolderLocator
+{
+public:
+    explicit FolderLocator(const QList<SyncFolder> &folders);
+    std::optional<FolderLocation> locate(const QString &absolutePath) const;
+
+private:
+    struct Root
+    {
+        qsizetype folder;
+        QString path; // with a trailing "/"
+    };
+    const QList<SyncFolder> &m_folders;
+    QList<Root> m_roots;
+};
