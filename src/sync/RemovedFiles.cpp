@@ -136,7 +136,7 @@ void ListingReader::addLine(QByteArrayView line)
                       qUtf8Printable(Formatting::printable(path)));
         return;
     }
-    m_files.append({m_target.id, path.left(slash), path.mid(slash + 1), qint64(entry[QLatin1String("Size")].toDouble()),
+    m_files.append({m_target.id, path.left(slash), path.mid(slash + 1), entry[QLatin1String("Size")].toInteger(),
                     *removed});
 }
 
