@@ -17,6 +17,7 @@ complete -c nimbrell -n "__fish_seen_subcommand_from share" -l json
 complete -c nimbrell -n "__fish_seen_subcommand_from status list" -l json
 complete -c nimbrell -n "__fish_seen_subcommand_from sync cancel" -l all
 complete -c nimbrell -n "__fish_seen_subcommand_from sync" -l wait
+complete -c nimbrell -n "__fish_seen_subcommand_from open" -l removed -d "At the folder's Recently Removed"
 
 complete -c nimbrell -n "__fish_seen_subcommand_from remotes; and not __fish_seen_subcommand_from add test remove types" -a "add test remove types"
 complete -c nimbrell -n "__fish_seen_subcommand_from remotes; and __fish_seen_subcommand_from add" -a "(nimbrell --complete types 2>/dev/null)"

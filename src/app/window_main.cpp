@@ -83,8 +83,10 @@ int main(int argc, char *argv[])
         if (nimbrell.isQuitting())
             return QJsonObject{{QStringLiteral("error"), QStringLiteral("quitting")}};
         const QUuid id = QUuid::fromString(request.value(QStringLiteral("folder")).toString());
-        if (!id.isNull() && nimbrell.syncManager()->folder(id))
+        if (!id.isNull() && nimbrell.syncManager()->folder(id)) {
             nimbrell.navigation()->setSelection(SidebarSelection::syncFolder(id));
+            nimbrell.navigation()->setSheet(request.value(QStringLiteral("sheet")).toString());
+        }
         nimbrell.openWindow(QStringLiteral("main"));
         return QJsonObject();
     });

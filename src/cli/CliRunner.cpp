@@ -56,6 +56,8 @@ int control(const CliCommand &command)
             arguments = folderArguments(command, *ids);
         else if (!command.folders.isEmpty())
             arguments.insert(QStringLiteral("folder"), uuidString(ids->first()));
+        if (command.removed)
+            arguments.insert(QStringLiteral("sheet"), QStringLiteral("removed"));
     }
     const std::optional<QJsonObject> reply = ask(commandName(command.kind), arguments);
     if (!reply) {

@@ -24,7 +24,7 @@ constexpr std::array kSubcommands{
     Subcommand{"status", Kind::status, "--json", -1},   Subcommand{"sync", Kind::sync, "--all --wait", -1},
     Subcommand{"cancel", Kind::cancel, "--all", -1},    Subcommand{"list", Kind::list, "--json", 0},
     Subcommand{"remotes", Kind::remotes, "--json", 0},  Subcommand{"pause", Kind::pause, "", -1},
-    Subcommand{"resume", Kind::resume, "", -1},          Subcommand{"open", Kind::open, "", 1},
+    Subcommand{"resume", Kind::resume, "", -1},          Subcommand{"open", Kind::open, "--removed", 1},
     Subcommand{"quit", Kind::quit, "", 0},               Subcommand{"review", Kind::review, "--apply --json", 1},
     Subcommand{"file-status", Kind::fileStatus, "--json", -1},
 };
@@ -243,7 +243,8 @@ Commands:
                                    for would change (a resync, or past too many
                                    deletions or changes); --apply carries it out and
                                    follows the run
-  open [FOLDER]                    show the window, at that folder
+  open [FOLDER] [--removed]        show the window, at that folder (--removed: at its
+                                   Recently Removed)
   quit                             quit the running Nimbrell once its syncs have stopped
 
 Folder options:
@@ -340,6 +341,7 @@ std::variant<CliCommand, QString> parse(const QStringList &arguments)
             command.all |= argument == u"--all";
             command.wait |= argument == u"--wait";
             command.apply |= argument == u"--apply";
+            command.removed |= argument == u"--removed";
         } else {
             command.folders.append(argument);
         }
@@ -350,6 +352,8 @@ std::variant<CliCommand, QString> parse(const QStringList &arguments)
         return QStringLiteral("%1 takes one folder").arg(first);
     if (command.all && !command.folders.isEmpty())
         return QStringLiteral("name folders or use --all, not both");
+    if (command.removed && command.folders.isEmpty())
+        return QStringLiteral("usage: nimbrell open FOLDER --removed");
     if (command.kind == Kind::review && command.folders.isEmpty())
         return QStringLiteral("usage: nimbrell review FOLDER [--apply] [--json]");
     if (command.kind == Kind::fileStatus && command.folders.isEmpty())

@@ -22,6 +22,7 @@ struct CliCommand
     bool all = false;    // sync and cancel: every folder (also when none is named)
     bool wait = false;
     bool apply = false; // review: runs what it shows
+    bool removed = false; // open: at the folder's Recently Removed
     // remotes and folders add, edit, test and remove: the words after the
     // action (NAME TYPE KEY=VALUE...; NAME LOCAL REMOTE:PATH...; FOLDER).
     QStringList words;

@@ -260,10 +260,21 @@ void InstanceChannel::serve(QLocalSocket *socket)
         if (stream != m_streamHandlers.cend() && request.value(QStringLiteral("nimbrell")).toInt() == kVersion) {
             // The connection stays: each event is one more line on it.
             disconnect(socket, &QLocalSocket::readyRead, this, nullptr);
-            (*stream)(request, [socket = QPointer(socket)](const QJsonObject &fields) {
+            const Lines lines = (*stream)(request, [socket = QPointer(socket)](const QJsonObject &fields) {
                 if (socket)
                     socket->write(QJsonDocument(reply(fields)).toJson(QJsonDocument::Compact) + '\n');
             }, socket);
+            const auto readLines = [socket, lines] {
+                while (socket->canReadLine()) {
+                    const QJsonObject line = QJsonDocument::fromJson(socket->readLine(kMaxMessageBytes)).object();
+                    if (lines && !line.isEmpty())
+                        lines(line);
+                }
+                if (socket->bytesAvailable() > kMaxMessageBytes)
+                    socket->abort();
+            };
+            connect(socket, &QLocalSocket::readyRead, socket, readLines);
+            readLines(); // what came with the request
             return;
         }
         // A reply may come after the asker has gone.

@@ -27,7 +27,8 @@ class QLocalSocket;
 // "nimbrell" is the version of this format; a request of another version is
 // answered with an error. A stream command's connection stays open after
 // its reply: more lines of the same form follow, one per event, until the
-// client closes it.
+// client closes it, and the client may send more lines on it (a
+// subscription's "watch").
 class InstanceChannel final : public QObject
 {
     Q_OBJECT
@@ -65,7 +66,10 @@ public:
     void setHandler(const QString &command, AsyncHandler handler);
     // A stream command: `send` may be called again and again, while
     // `connection` exists (it goes when the client closes the connection).
-    using StreamHandler = std::function<void(const QJsonObject &request, Reply send, QObject *connection)>;
+    // The client may send more lines on it; each goes to what the handler
+    // returns (when it returns nothing, they are read and dropped).
+    using Lines = std::function<void(const QJsonObject &line)>;
+    using StreamHandler = std::function<Lines(const QJsonObject &request, Reply send, QObject *connection)>;
     void setStreamHandler(const QString &command, StreamHandler handler);
     // How long a client may take to send its request.
     static constexpr std::chrono::milliseconds kRequestTimeout{10'000};

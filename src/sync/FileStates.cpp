@@ -87,10 +87,10 @@ QList<Answer> of(const SyncManager &manager, const QStringList &paths)
 
 namespace {
 
-QStringList pathsOf(const QJsonObject &request)
+QStringList pathsOf(const QJsonObject &request, const QString &key = QStringLiteral("paths"))
 {
     QStringList paths;
-    for (const QJsonValue &path : request.value(QStringLiteral("paths")).toArray())
+    for (const QJsonValue &path : request.value(key).toArray())
         paths.append(path.toString());
     return paths;
 }
@@ -112,37 +112,80 @@ QJsonObject answer(const SyncManager &manager, const QJsonObject &request)
     return {{QStringLiteral("files"), files}};
 }
 
-Subscription::Subscription(const SyncManager &manager, const QStringList &paths, Status status, Send send,
+Subscription::Subscription(const SyncManager &manager, const QJsonObject &request, Status status, Send send,
                            QObject *connection)
     : QObject(connection)
     , m_manager(manager)
-    , m_paths(paths)
     , m_status(std::move(status))
+    , m_wantsRoots(request.value(QStringLiteral("roots")).toBool())
     , m_send(std::move(send))
 {
+    for (const QString &path : pathsOf(request)) {
+        if (!m_watched.contains(path)) {
+            m_watched.insert(path);
+            m_paths.append(path);
+        }
+    }
     m_coalesce.setSingleShot(true);
     m_coalesce.setInterval(100);
     connect(&m_coalesce, &QTimer::timeout, this, &Subscription::look);
-    const auto soon = [this] {
+    const auto changed = [this] {
+        m_anyChanged = true;
         if (!m_coalesce.isActive())
             m_coalesce.start();
     };
     const FolderRepository &folders = m_manager.repository();
     for (const auto signal : {&FolderRepository::folderInserted, &FolderRepository::folderChanged, &FolderRepository::folderRemoved}) {
-        connect(&folders, signal, this, [this, soon] {
+        connect(&folders, signal, this, [this, changed] {
             m_foldersChanged = true;
-            soon();
+            changed();
         });
     }
-    connect(&m_manager.conflicts(), &OpenConflicts::changed, this, soon);
-    connect(&m_manager.automatic(), &AutomaticSync::pendingChanged, this, soon);
+    connect(&m_manager.conflicts(), &OpenConflicts::changed, this, changed);
+    connect(&m_manager.automatic(), &AutomaticSync::pendingChanged, this, changed);
     look();
+}
+
+void Subscription::read(const QJsonObject &line)
+{
+    for (const QString &path : pathsOf(line, QStringLiteral("watch"))) {
+        if (!m_watched.contains(path)) {
+            m_watched.insert(path);
+            m_paths.append(path);
+            m_added.append(path);
+        }
+    }
+    const QStringList dropped = pathsOf(line, QStringLiteral("unwatch"));
+    if (!dropped.isEmpty()) {
+        for (const QString &path : dropped) {
+            m_watched.remove(path);
+            m_sent.remove(path);
+        }
+        const auto gone = [this](const QString &path) { return !m_watched.contains(path); };
+        m_paths.removeIf(gone);
+        m_added.removeIf(gone);
+    }
+    if (!m_added.isEmpty() && !m_coalesce.isActive())
+        m_coalesce.start();
+}
+
+QJsonArray Subscription::roots() const
+{
+    QJsonArray roots;
+    for (const SyncFolder &folder : m_manager.folders()) {
+        roots.append(QJsonObject{{QStringLiteral("id"), uuidString(folder.id)},
+                                 {QStringLiteral("path"), folder.localPath},
+                                 {QStringLiteral("name"), folder.name}});
+    }
+    return roots;
 }
 
 void Subscription::look()
 {
+    // Only the paths just added, unless something may have changed the
+    // others' states too.
     QJsonArray changed;
-    for (const Answer &answer : of(m_manager, m_paths)) {
+    for (const Answer &answer : of(m_manager, std::exchange(m_anyChanged, false) ? m_paths : m_added)) {
         const QString state = answer.state ? name(*answer.state) : QString();
         const auto sent = m_sent.constFind(answer.path);
         if (sent != m_sent.cend() && *sent == state)
@@ -150,11 +193,21 @@ void Subscription::look()
         m_sent.insert(answer.path, state);
         changed.append(fileOf(answer));
     }
+    m_added.clear();
     QJsonObject message{{QStringLiteral("files"), changed}};
-    if (m_status && std::exchange(m_foldersChanged, false))
-        message.insert(QStringLiteral("status"), m_status());
+    if (std::exchange(m_foldersChanged, false)) {
+        if (m_status)
+            message.insert(QStringLiteral("status"), m_status());
+        if (m_wantsRoots) {
+            QJsonArray roots = this->roots();
+            if (roots != m_roots) {
+                m_roots = roots;
+                message.insert(QStringLiteral("roots"), roots);
+            }
+        }
+    }
     // The first message answers with every path, even when there is none.
-    if (std::exchange(m_first, false) || !changed.isEmpty() || message.contains(QStringLiteral("status")))
+    if (std::exchange(m_first, false) || message.size() > 1 || !changed.isEmpty())
         m_send(message);
 }
 

@@ -1,9 +1,11 @@
 #pragma once
 
 #include <QHash>
+#include <QJsonArray>
 #include <QJsonObject>
 #include <QList>
 #include <QObject>
+#include <QSet>
 #include <QTimer>
 #include <QString>
 #include <QStringList>
@@ -45,13 +47,17 @@ QList<Answer> of(const SyncManager &manager, const QStringList &paths);
 // {"files": [{"path", "state" (null when in no folder), "folder" (id or null)}]}.
 QJsonObject answer(const SyncManager &manager, const QJsonObject &request);
 
-// The instance channel's "subscribe" {"paths": [...], "status"?: true}: the
-// first message is the answer to "fileStatus" (and with "status", the
-// answer to "status" as "status"); then one more {"files": [...]} with the
-// paths whose state changed, each time some did, with "status" when a
-// folder changed, until the client goes. Changes that come together (a
-// run's progress) are sent together, at most ten times a second; nothing is
-// sent while nothing changes.
+// The instance channel's "subscribe" {"paths": [...], "status"?: true,
+// "roots"?: true}: the first message is the answer to "fileStatus" (with
+// "status", the answer to "status" as "status"; with "roots", the sync
+// folders as "roots": [{"id", "path", "name"}]); then one more {"files": [...]}
+// with the paths whose state changed, each time some did, with "status" when
+// a folder changed and "roots" when the folders or their directories did,
+// until the client goes. The client may send {"watch": [...]} and
+// {"unwatch": [...]} to follow more paths or fewer; the states of the paths
+// it adds come in the next message. Changes that come together (a run's
+// progress) are sent together, at most ten times a second; nothing is sent
+// while nothing changes.
 class Subscription final : public QObject
 {
     Q_OBJECT
@@ -60,14 +66,23 @@ public:
     using Send = std::function<void(const QJsonObject &fields)>;
     using Status = std::function<QJsonObject()>;
     // Goes with `connection`. Without `status`, no "status" is sent.
-    Subscription(const SyncManager &manager, const QStringList &paths, Status status, Send send, QObject *connection);
+    Subscription(const SyncManager &manager, const QJsonObject &request, Status status, Send send, QObject *connection);
+
+    // A line the client sent after its request.
+    void read(const QJsonObject &line);
 
 private:
     void look();
+    QJsonArray roots() const;
 
     const SyncManager &m_manager;
     QStringList m_paths;
+    QSet<QString> m_watched;
+    QStringList m_added; // watched since the last look
+    bool m_anyChanged = true; // the states of paths already sent may have changed
     Status m_status;
+    bool m_wantsRoots = false;
+    QJsonArray m_roots;
     Send m_send;
     bool m_foldersChanged = true;
     QHash<QString, QString> m_sent; // path -> the state last sent ("" in no folder)

@@ -8,13 +8,17 @@
 #include "platform/InstanceChannel.h"
 #include "platform/SessionInhibitor.h"
 #include "platform/UnixSignalNotifier.h"
+#include "sync/FolderLocation.h"
 #include "sync/FolderReport.h"
+#include "sync/OpenConflicts.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncProblem.h"
 #include "sync/SyncReview.h"
 
 #include <QCoreApplication>
+#include <QDir>
 #include <QJsonArray>
+#include <QPointer>
 #include <QTimer>
 
 #include <csignal>
@@ -158,19 +162,23 @@ void SyncService::serve(InstanceChannel &channel)
                        [this](const QJsonObject &request) { return FileStates::answer(m_manager, request); });
     channel.setStreamHandler(QStringLiteral("subscribe"),
                              [this](const QJsonObject &request, const InstanceChannel::Reply &send, QObject *connection) {
-                                 QStringList paths;
-                                 for (const QJsonValue &path : request.value(QStringLiteral("paths")).toArray())
-                                     paths.append(path.toString());
                                  FileStates::Subscription::Status status;
                                  if (request.value(QStringLiteral("status")).toBool())
                                      status = [this] { return statusReport(); };
-                                 new FileStates::Subscription(m_manager, paths, status, send, connection);
+                                 auto *subscription = new FileStates::Subscription(m_manager, request, status, send, connection);
+                                 return [subscription = QPointer(subscription)](const QJsonObject &line) {
+                                     if (subscription)
+                                         subscription->read(line);
+                                 };
                              });
     channel.setHandler(QStringLiteral("share"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
         m_shareLinks.handle(request, reply);
     });
     channel.setHandler(QStringLiteral("review"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
         review(request, reply);
+    });
+    channel.setHandler(QStringLiteral("resolve"), [this](const QJsonObject &request, const InstanceChannel::Reply &reply) {
+        resolve(request, reply);
     });
     channel.setHandler(QStringLiteral("quit"), [this](const QJsonObject &) {
         // After the reply has gone out.
@@ -184,6 +192,35 @@ void SyncService::serve(InstanceChannel &channel)
             return QJsonObject{{kError, m_isQuitting ? QStringLiteral("quitting") : windowless}};
         });
     }
+}
+
+// {"path": one copy of an open conflict, "choice": "keepThis" | "keepBoth"}:
+// keeps that copy under the original name (the other goes to the trash), or
+// both, the renamed one under a name a person can read.
+void SyncService::resolve(const QJsonObject &request, const std::function<void(const QJsonObject &)> &reply)
+{
+    const QString path = request.value(QStringLiteral("path")).toString();
+    const QString choice = request.value(QStringLiteral("choice")).toString();
+    if (choice != u"keepThis" && choice != u"keepBoth")
+        return reply({{kError, QStringLiteral("the choice is keepThis or keepBoth")}});
+    const std::optional<FolderLocation> location
+        = QDir::isAbsolutePath(path) ? FolderLocation::of(m_manager.folders(), path) : std::nullopt;
+    if (!location)
+        return reply({{kError, QStringLiteral("%1 is not in a sync folder").arg(path)}});
+    const QString &relative = location->relative;
+    for (const ActivityRecord &conflict : m_manager.conflicts().of(location->folder.id)) {
+        if (relative != conflict.path && relative != conflict.renamed)
+            continue;
+        const ConflictCopies::Choice settled = choice == u"keepBoth" ? ConflictCopies::Choice::keepBoth
+            : relative == conflict.path                              ? ConflictCopies::Choice::keepOriginal
+                                                                     : ConflictCopies::Choice::keepRenamed;
+        m_manager.conflicts().settle(location->folder.id, {conflict.path, conflict.renamed}, settled, this,
+                                     [reply](const QString &error) {
+                                         reply(error.isEmpty() ? QJsonObject() : QJsonObject{{kError, error}});
+                                     });
+        return;
+    }
+    reply({{kError, QStringLiteral("%1 is not a copy of an open conflict").arg(path)}});
 }
 
 QJsonObject SyncService::statusReport() const

@@ -67,6 +67,7 @@ Q_SIGNALS:
 
 private:
     void review(const QJsonObject &request, const std::function<void(const QJsonObject &)> &reply);
+    void resolve(const QJsonObject &request, const std::function<void(const QJsonObject &)> &reply);
 
     SyncManager &m_manager;
     RcloneEngine &m_engine;

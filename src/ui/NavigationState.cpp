@@ -43,3 +43,19 @@ const QString &NavigationState::remoteName() const
     static const QString none;
     return m_selection && m_selection->kind == SidebarSelection::Kind::remote ? m_selection->remoteName : none;
 }
+
+void NavigationState::setSheet(const QString &sheet)
+{
+    if (sheet == m_sheet)
+        return;
+    m_sheet = sheet;
+    Q_EMIT sheetChanged();
+}
+
+QString NavigationState::takeSheet()
+{
+    const QString sheet = std::exchange(m_sheet, QString());
+    if (!sheet.isEmpty())
+        Q_EMIT sheetChanged();
+    return sheet;
+}

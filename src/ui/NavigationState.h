@@ -34,6 +34,9 @@ class NavigationState : public QObject
     Q_PROPERTY(Page page READ page NOTIFY selectionChanged)
     Q_PROPERTY(QString folderId READ folderId NOTIFY selectionChanged)
     Q_PROPERTY(QString remoteName READ remoteName NOTIFY selectionChanged)
+    // A sheet asked for from outside the window ("removed": the selected
+    // folder's Recently Removed), until the pane that shows it takes it.
+    Q_PROPERTY(QString sheet READ sheet NOTIFY sheetChanged)
 
 public:
     enum class Page { None, Dashboard, SyncFolder, Remote, NewSyncFolder };
@@ -54,9 +57,15 @@ public:
     Q_INVOKABLE void showRemote(const QString &name) { setSelection(SidebarSelection::remote(name)); }
     Q_INVOKABLE void clear() { setSelection(std::nullopt); }
 
+    const QString &sheet() const { return m_sheet; }
+    void setSheet(const QString &sheet);
+    Q_INVOKABLE QString takeSheet();
+
 Q_SIGNALS:
     void selectionChanged();
+    void sheetChanged();
 
 private:
     std::optional<SidebarSelection> m_selection = SidebarSelection::dashboard();
+    QString m_sheet;
 };

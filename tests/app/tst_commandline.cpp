@@ -358,7 +358,8 @@ private Q_SLOTS:
     // A subscription to a file's state against the running instance, as a
     // file manager holds one: its first answer, then one line per change,
     // in order: pending after an edit here, syncing while a run carries it,
-    // synced after. A client of another version gets an error, not a hang.
+    // synced after; then paths added and dropped on the same connection. A
+    // client of another version gets an error, not a hang.
     void subscription()
     {
         prepare(RCLONE_PATH);
@@ -397,6 +398,15 @@ private Q_SLOTS:
         QCOMPARE(stateIn(next()), "syncing");
         QCOMPARE(stateIn(next()), "synced");
         QVERIFY(!socket.waitForReadyRead(500)); // nothing while nothing changes
+
+        // More paths and fewer on the same connection: the added one's state
+        // comes, the dropped one's changes no longer do.
+        const QString other = path("Documents/a.txt");
+        socket.write(QJsonDocument(QJsonObject{{"watch", QJsonArray{other}}, {"unwatch", QJsonArray{report}}})
+                         .toJson(QJsonDocument::Compact) + "\n");
+        QCOMPARE(next().value("files").toArray(), (QJsonArray{QJsonObject{{"path", other}, {"state", "synced"}, {"folder", first["files"][0]["folder"]}}}));
+        writeFile(report, "edited again");
+        QVERIFY(!socket.waitForReadyRead(1500));
         socket.disconnectFromServer();
 
         QLocalSocket older;

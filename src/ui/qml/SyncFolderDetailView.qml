@@ -367,6 +367,18 @@ Item {
         }
     }
 
+    // Recently Removed asked for from the file manager or `nimbrell open --removed`.
+    function openAskedSheet() {
+        if (app.navigation.sheet !== "" && app.navigation.folderId === pane.folderId
+                && app.navigation.takeSheet() === "removed")
+            removedSheet.open()
+    }
+    Connections {
+        target: pane.app.navigation
+        function onSheetChanged() { pane.openAskedSheet() }
+    }
+    Component.onCompleted: openAskedSheet()
+
     RemovedSheet {
         id: removedSheet
         app: pane.app
