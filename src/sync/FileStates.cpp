@@ -34,12 +34,14 @@ State stateOf(const SyncManager &manager, const FolderLocation &location, const 
         if (holds(path, isDirectory, conflict.path) || holds(path, isDirectory, conflict.renamed))
             return State::conflict;
     }
+    // Before the folder's first run, everything in it waits for one.
+    const bool neverSynced = !folder.lastSync;
     const FolderWatcher *watcher = manager.automatic().watcher(folder.id);
-    if (watcher && manager.runs().isRunning(folder.id) && watcher->isCarried(path, isDirectory))
+    if (manager.runs().isRunning(folder.id) && (neverSynced || (watcher && watcher->isCarried(path, isDirectory))))
         return State::syncing;
     if (manager.automatic().isPaused(folder.id))
         return State::paused;
-    if (watcher && watcher->isPending(path, isDirectory))
+    if (neverSynced || (watcher && watcher->isPending(path, isDirectory)))
         return State::pending;
     return State::synced;
 }

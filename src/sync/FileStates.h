@@ -21,10 +21,11 @@ class SyncManager;
 //             skipped directory)
 //   error     the folder's last run failed
 //   conflict  it is one of the two copies of an open conflict
-//   syncing   the folder's run under way carries its change
+//   syncing   the folder's run under way carries its change (or is its first)
 //   paused    the folder syncs only when asked
 //   pending   it changed here since the folder's last run that succeeded
-//             (as the folder's watcher saw it: only while automatic sync is on)
+//             (as the folder's watcher saw it: only while automatic sync is on),
+//             or the folder has never run
 //   synced
 // A directory that is not excluded takes the first that applies to it or
 // to anything it holds.

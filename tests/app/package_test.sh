@@ -54,10 +54,11 @@ complete_bash nimbrell folders edit Docs --conflict n | grep -qx newerWins
 # whose emblems they show.
 ls "$root/fs/usr/share/icons/hicolor/scalable/emblems/nimbrell-conflict-symbolic.svg" >/dev/null
 nautilus=$(ls "$root"/out/nimbrell-nautilus_*_all.deb)
-dpkg-deb -c "$nautilus" | grep -q './usr/share/nautilus-python/extensions/nimbrell.py$'
+grep -q './usr/share/nautilus-python/extensions/nimbrell.py$' <<<"$(dpkg-deb -c "$nautilus")"
 dpkg-deb -f "$nautilus" Depends | grep -q '^nimbrell (= [0-9.]*), python3-nautilus'
 if dolphin=$(ls "$root"/out/nimbrell-dolphin_*_amd64.deb 2>/dev/null); then
-  dpkg-deb -c "$dolphin" | grep -q 'kf5/overlayicon/.*\.so$'
+  contents=$(dpkg-deb -c "$dolphin")
+  grep -q 'kf5/overlayicon/.*\.so$' <<<"$contents" && grep -q 'kf5/kfileitemaction/.*\.so$' <<<"$contents"
   dpkg-deb -f "$dolphin" Depends | grep -q 'libkf5kiocore5'
 fi
 echo "package ok: $(basename "$deb")"

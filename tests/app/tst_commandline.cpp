@@ -341,7 +341,7 @@ private Q_SLOTS:
         const QStringList paths{path("Documents/report.txt"), path("Documents/.git/HEAD"), path("rclone.conf")};
         const Result offline = nimbrell(QStringList{"file-status"} + paths);
         QCOMPARE(offline.exitCode, 2);
-        QCOMPARE(offline.out, paths[0] + ": synced\n" + paths[1] + ": excluded\n" + paths[2] + ": not in a sync folder\n");
+        QCOMPARE(offline.out, paths[0] + ": pending\n" + paths[1] + ": excluded\n" + paths[2] + ": not in a sync folder\n");
         QProcess service;
         startHeadless(service);
         QCOMPARE(nimbrell({"pause", "Documents"}).exitCode, 0);

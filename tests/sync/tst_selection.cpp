@@ -260,7 +260,8 @@ private Q_SLOTS:
     }
 
     // What a file manager shows, through runs with the real rclone and real
-    // file events: pending after an edit here, syncing while a run carries
+    // file events: pending before the first run and syncing during it;
+    // pending after an edit here, syncing while a run carries
     // it, synced after; excluded in a skipped directory; conflict for both
     // copies of a conflict (and the directory that holds them); error after
     // a failed run; paused.
@@ -296,7 +297,15 @@ private Q_SLOTS:
             QVERIFY(manager.syncFolder(folder.id));
             QVERIFY(completed.wait(60000));
         };
-        run();
+        // Before the folder's first run all of it waits; during it, all of it syncs.
+        QCOMPARE(state("sub/b.txt"), "pending");
+        QCOMPARE(state("Videos"), "excluded");
+        {
+            QSignalSpy first(&manager, &SyncManager::runCompleted);
+            QVERIFY(manager.syncFolder(folder.id));
+            QCOMPARE(state("sub/b.txt"), "syncing");
+            QVERIFY(first.wait(60000));
+        }
         QCOMPARE(state("a.txt"), "synced");
         QCOMPARE(state("Videos/v.mkv"), "excluded");
         QCOMPARE(state("Videos"), "excluded");
