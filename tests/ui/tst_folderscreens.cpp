@@ -414,9 +414,10 @@ private Q_SLOTS:
         }
     }
 
-    // A file overwritten from the remote comes back from Recently Removed:
-    // the sheet asks before it replaces the copy that holds the name, which
-    // then is among the removed files itself.
+    // A file overwritten from the remote comes back from Recently Removed
+    // (opened as a file manager asks for it, and from its card): the sheet
+    // asks before it replaces the copy that holds the name, which then is
+    // among the removed files itself.
     void removedFileRestoredFromTheSheet()
     {
         const QString local = m_sandbox->makeDirectory("home/Notes"), remote = m_sandbox->makeDirectory("backup");
@@ -437,11 +438,22 @@ private Q_SLOTS:
         QCOMPARE(readFile(local + "/plan.txt"), "theirs");
 
         main->resize(main->width(), 1400); // the card is below Recent Changes
-        m_app->navigation()->showFolder(uuidString(notes.id));
+        // As a file manager's "Recently Removed…" asks for it: the folder's
+        // pane, still loading, opens the sheet once it has its folder.
+        m_app->navigation()->setSelection(SidebarSelection::syncFolder(notes.id));
+        m_app->navigation()->setSheet("removed");
+        const auto restorable = [&] {
+            QQuickItem *restore = item(main, "restore_plan.txt");
+            return restore && restore->isVisible() && restore->isEnabled();
+        };
+        QTRY_VERIFY(restorable());
+        QCOMPARE(m_app->navigation()->sheet(), QString());
+        click(main, item(main, "closeRemoved"));
+        QTRY_VERIFY(!item(main, "restore_plan.txt") || !item(main, "restore_plan.txt")->isVisible());
         // Recent Changes above the card fills in first, moving the card down.
         QTRY_VERIFY(item(main, "change_plan.txt") && item(main, "recentlyRemoved"));
         click(main, item(main, "recentlyRemoved"));
-        QTRY_VERIFY(item(main, "restore_plan.txt"));
+        QTRY_VERIFY(restorable());
         QCOMPARE(missing(main, {"Recently Removed from Notes", "Notes · This computer · 4 B"}), QStringList());
         click(main, item(main, "restore_plan.txt"));
         QTRY_VERIFY(item(main, "confirmReplace") && item(main, "confirmReplace")->isVisible());

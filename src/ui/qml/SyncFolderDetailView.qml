@@ -41,7 +41,10 @@ Item {
     }
     onSyncingChanged: buttonsSwapped()
     onPausedChanged: buttonsSwapped()
-    onFolderIdChanged: buttonsSwapped()
+    onFolderIdChanged: {
+        buttonsSwapped()
+        openAskedSheet()
+    }
     Connections {
         target: controller.editor
         function onIsEditingChanged() {
@@ -367,17 +370,17 @@ Item {
         }
     }
 
-    // Recently Removed asked for from the file manager or `nimbrell open --removed`.
+    // Recently Removed asked for from the file manager or `nimbrell open
+    // --removed`: now, or once this pane (loaded in the background) has its folder.
     function openAskedSheet() {
         if (app.navigation.sheet !== "" && app.navigation.folderId === pane.folderId
                 && app.navigation.takeSheet() === "removed")
-            removedSheet.open()
+            Qt.callLater(removedSheet.open) // once the sheet's own bindings have the new folder
     }
     Connections {
         target: pane.app.navigation
         function onSheetChanged() { pane.openAskedSheet() }
     }
-    Component.onCompleted: openAskedSheet()
 
     RemovedSheet {
         id: removedSheet
