@@ -18,6 +18,7 @@
 #include <QFile>
 #include <QLoggingCategory>
 #include <QProcess>
+#include <QQmlApplicationEngine>
 #include <QQuickWindow>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -25,6 +26,8 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <unistd.h>
+#include <utility>
 #include <vector>
 
 Q_IMPORT_QML_PLUGIN(NimbrellPlugin)
@@ -53,58 +56,148 @@ void writeStore(const QString &home, int count)
         store.write(FolderStore::encode(folders).value());
 }
 
-// Starts the program and waits until it has drawn its main window; seconds,
-// or -1 when it did not.
-double startProgram(QProcess &program, const QString &home)
+// One start of a contender: the time to its first frame, and at 10 s its
+// CPU (its own and its reaped children's) and resident memory.
+struct Start
 {
+    double firstFrame = -1;
+    double cpuSeconds = 0;
+    double residentMB = 0;
+};
+
+// user + system time of a process and of its reaped children, in seconds.
+double cpuOf(qint64 pid)
+{
+    QFile stat(QStringLiteral("/proc/%1/stat").arg(pid));
+    if (!stat.open(QIODevice::ReadOnly))
+        return 0;
+    const QByteArray line = stat.readAll();
+    const QList<QByteArray> fields = line.mid(line.lastIndexOf(')') + 2).split(' ');
+    // utime, stime, cutime, cstime are fields 14 to 17 of the line, 12 to 15 after the name.
+    double ticks = 0;
+    for (int i = 11; i <= 14; ++i)
+        ticks += fields.value(i).toDouble();
+    return ticks / double(sysconf(_SC_CLK_TCK));
+}
+
+// Starts `executable` in a fresh HOME holding `folders` sync folders, waits
+// for the line saying its main window has been drawn, then lets it run to 10 s.
+Start startOnce(const QString &executable, const QStringList &arguments, int folders)
+{
+    QTemporaryDir home;
+    writeStore(home.path(), folders);
+    QDir().mkpath(home.filePath(QStringLiteral("run")));
+    QFile::setPermissions(home.filePath(QStringLiteral("run")), QFileDevice::ReadOwner | QFileDevice::WriteOwner | QFileDevice::ExeOwner);
+    QProcess program;
     QProcessEnvironment env = QProcessEnvironment::systemEnvironment();
-    env.insert(QStringLiteral("HOME"), home);
-    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home + QStringLiteral("/.config"));
-    env.insert(QStringLiteral("RCLONE_CONFIG"), home + QStringLiteral("/rclone.conf"));
+    env.insert(QStringLiteral("HOME"), home.path());
+    env.insert(QStringLiteral("XDG_CONFIG_HOME"), home.path() + QStringLiteral("/.config"));
+    env.insert(QStringLiteral("XDG_CACHE_HOME"), home.path() + QStringLiteral("/.cache"));
+    env.insert(QStringLiteral("XDG_RUNTIME_DIR"), home.path() + QStringLiteral("/run"));
+    env.insert(QStringLiteral("RCLONE_CONFIG"), home.path() + QStringLiteral("/rclone.conf"));
     env.insert(QStringLiteral("NIMBRELL_REPORT_STARTUP"), QStringLiteral("1"));
+    env.insert(QStringLiteral("NIMBRELL_STALL_PROBE"), QStringLiteral("0"));
     env.insert(QStringLiteral("QT_LOGGING_RULES"), QStringLiteral("org.nimbrell.*=false"));
     program.setProcessEnvironment(env);
     QElapsedTimer timer;
     timer.start();
-    program.start(QStringLiteral(NIMBRELL_EXECUTABLE), {});
+    program.start(executable, arguments);
+    Start start;
     QByteArray log;
     while (program.state() != QProcess::NotRunning && timer.elapsed() < 20000) {
-        program.waitForReadyRead(20);
+        program.waitForReadyRead(5);
         log += program.readAllStandardError();
-        if (log.contains("nimbrell: main window shown"))
-            return double(timer.nsecsElapsed()) / 1e9;
+        if (log.contains("main window shown")) {
+            start.firstFrame = double(timer.nsecsElapsed()) / 1e9;
+            break;
+        }
     }
-    std::fprintf(stderr, "the program did not show its window:\n%s\n", log.constData());
-    return -1;
-}
-
-void measureStartup(int folders)
-{
-    QTemporaryDir home;
-    writeStore(home.path(), folders);
-    std::vector<double> times;
-    for (int run = 0; run < 7; ++run) {
-        QProcess program;
-        const double seconds = startProgram(program, home.path());
-        if (seconds < 0)
-            return;
-        times.push_back(seconds);
-        program.terminate();
-        program.waitForFinished();
-        wait(500); // the rclone it started at the end is gone before the next start
-    }
-    QProcess program;
-    startProgram(program, home.path());
-    wait(10000);
-    const long rss = residentKiB(QString::number(program.processId()));
+    if (start.firstFrame < 0)
+        std::fprintf(stderr, "%s did not show its window:\n%s\n", qPrintable(executable), log.constData());
+    wait(int(10000 - timer.elapsed()));
+    start.cpuSeconds = cpuOf(program.processId());
+    start.residentMB = double(residentKiB(QString::number(program.processId()))) / 1024.0;
     program.terminate();
     program.waitForFinished();
-    std::printf("  %3d folders: main window drawn after %.3f s (median of %zu starts, best %.3f s); "
-                "%.1f MB resident after 10 s idle\n",
-                folders, median(times), times.size(), *std::min_element(times.begin(), times.end()),
-                double(rss) / 1024.0);
+    return start;
 }
 
+// The first frame, CPU to 10 s and memory of the program against a bare Qt
+// Quick window with the same software renderer, started alternately.
+void measureStartup()
+{
+    struct Contender
+    {
+        const char *name;
+        QString executable;
+        QStringList arguments;
+        int folders;
+        std::vector<Start> starts;
+    };
+    std::vector<Contender> contenders{
+        {"floor: a bare Qt Quick window", QCoreApplication::applicationFilePath(), {QStringLiteral("--floor")}, 0, {}},
+        {"nimbrell, 0 folders", QStringLiteral(NIMBRELL_EXECUTABLE), {}, 0, {}},
+        {"nimbrell, 500 folders", QStringLiteral(NIMBRELL_EXECUTABLE), {}, 500, {}},
+        {"window program direct, 0 folders", QStringLiteral(NIMBRELL_WINDOW_EXECUTABLE), {}, 0, {}},
+    };
+    const int rounds = qEnvironmentVariableIntValue("BENCH_ROUNDS") > 0 ? qEnvironmentVariableIntValue("BENCH_ROUNDS") : 4;
+    for (int round = 0; round < rounds; ++round) {
+        for (Contender &contender : contenders)
+            contender.starts.push_back(startOnce(contender.executable, contender.arguments, contender.folders));
+    }
+    const auto medianOf = [](const std::vector<Start> &starts, double Start::*field) {
+        std::vector<double> values;
+        for (const Start &start : starts)
+            values.push_back(start.*field);
+        return median(values);
+    };
+    const Contender &floor = contenders.front();
+    const double floorFrame = medianOf(floor.starts, &Start::firstFrame);
+    const double floorCpu = medianOf(floor.starts, &Start::cpuSeconds);
+    const double floorMemory = medianOf(floor.starts, &Start::residentMB);
+    std::printf("  start-up, medians of %d rounds (a fresh HOME per start):\n", rounds);
+    std::printf("  %-34s %11s %7s %13s %7s %12s %7s\n", "", "first frame", "ratio", "CPU to 10 s", "ratio", "memory", "ratio");
+    for (const Contender &contender : contenders) {
+        const double frame = medianOf(contender.starts, &Start::firstFrame);
+        const double cpu = medianOf(contender.starts, &Start::cpuSeconds);
+        const double memory = medianOf(contender.starts, &Start::residentMB);
+        std::printf("  %-34s %9.3f s %6.2fx %11.3f s %6.2fx %9.1f MB %6.2fx\n", contender.name, frame, frame / floorFrame,
+                    cpu, cpu / floorCpu, memory, memory / floorMemory);
+    }
+}
+
+// The floor: a bare Qt Quick window of the main window's size, drawn with the
+// same software renderer, that says when its first frame is on screen.
+int runFloor(int argc, char *argv[])
+{
+    QGuiApplication application(argc, argv);
+    QQmlApplicationEngine engine;
+    engine.loadData("import QtQuick\nWindow { width: 980; height: 660; visible: true; title: \"Floor\"\n"
+                    "Text { anchors.centerIn: parent; text: \"Floor\" } }\n");
+    auto *window = qobject_cast<QQuickWindow *>(engine.rootObjects().value(0));
+    if (!window)
+        return 1;
+    QObject::connect(window, &QQuickWindow::frameSwapped, window, [] {
+        static bool said = false;
+        if (!std::exchange(said, true))
+            std::fputs("floor: main window shown\n", stderr);
+    });
+    return QGuiApplication::exec();
+}
+
+// Wake-ups of the main thread (voluntary context switches: each is a sleep
+// ended by something) per minute, with the window shown and hidden.
+long mainThreadSwitches()
+{
+    QFile status(QStringLiteral("/proc/self/task/%1/status").arg(QCoreApplication::applicationPid()));
+    if (!status.open(QIODevice::ReadOnly))
+        return 0;
+    for (const QByteArray &line : status.readAll().split('\n')) {
+        if (line.startsWith("voluntary_ctxt_switches:"))
+            return line.mid(24).trimmed().toLong();
+    }
+    return 0;
+}
 
 // Automatic sync on, so every folder syncs at start.
 MemorySettingsStore syncingSettings()
@@ -112,6 +205,48 @@ MemorySettingsStore syncingSettings()
     MemorySettingsStore settings;
     settings.values.insert(AutomaticSync::kGlobalSyncEnabledKey, true);
     return settings;
+}
+
+// `newest`: how long ago the most recent folder synced.
+double wakeUpsPerMinute(qint64 newestSecondsAgo, bool shown)
+{
+    QTemporaryDir home;
+    qputenv("HOME", QFile::encodeName(home.path()));
+    QList<SyncFolder> folders;
+    for (int i = 0; i < 20; ++i) {
+        SyncFolder folder;
+        folder.name = QStringLiteral("Folder %1").arg(i);
+        folder.localPath = home.filePath(QStringLiteral("folders/%1").arg(i));
+        QDir().mkpath(folder.localPath);
+        folder.remoteTargets = {RemoteTarget{QUuid::createUuid(), QStringLiteral("remote"), QStringLiteral("f%1").arg(i), true}};
+        folder.status = SyncStatus::success;
+        folder.lastSync = QDateTime::currentDateTimeUtc().addSecs(-newestSecondsAgo - 3600 * i);
+        folders.append(folder);
+    }
+    QDir().mkpath(home.filePath(QStringLiteral(".config/rclone")));
+    write(home.filePath(QStringLiteral(".config/rclone/rclone_sync_folders.json")), FolderStore::encode(folders).value());
+    MemorySettingsStore settings;
+    RcloneEngine engine(QStringLiteral(RCLONE_PATH));
+    InotifyFileEventService fileEvents;
+    NoLoginItem loginItem;
+    NimbrellApp app({settings, engine, fileEvents, loginItem});
+    app.start();
+    wait(3000); // the first frames, the remote list
+    if (!shown)
+        app.window(QStringLiteral("main"))->hide();
+    wait(500);
+    const int seconds = qEnvironmentVariableIntValue("BENCH_IDLE_SECONDS") > 0 ? qEnvironmentVariableIntValue("BENCH_IDLE_SECONDS") : 60;
+    const long before = mainThreadSwitches();
+    wait(seconds * 1000); // itself one wake-up
+    return double(mainThreadSwitches() - before - 1) * 60.0 / seconds;
+}
+
+void measureWakeUps()
+{
+    std::printf("  main-thread wake-ups per minute, idle with 20 folders (automatic sync off):\n");
+    std::printf("    window hidden:                                   %.1f\n", wakeUpsPerMinute(10, false));
+    std::printf("    window shown, newest sync 2 hours ago:           %.1f\n", wakeUpsPerMinute(7200, true));
+    std::printf("    window shown, newest sync 10 s ago (ticks at 1 s): %.1f\n", wakeUpsPerMinute(10, true));
 }
 
 void measureFrames()
@@ -172,13 +307,15 @@ void measureFrames()
 int main(int argc, char *argv[])
 {
     prepareGraphics();
+    if (argc > 1 && qstrcmp(argv[1], "--floor") == 0)
+        return runFloor(argc, argv);
     QApplication application(argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // figures show up as they come
     setUpApplication();
     QLoggingCategory::setFilterRules(QStringLiteral("org.nimbrell.*=false"));
     std::printf("application (platform: %s)\n", qPrintable(QGuiApplication::platformName()));
-    measureStartup(0);
-    measureStartup(500);
+    measureStartup();
+    measureWakeUps();
     measureFrames();
     return 0;
 }

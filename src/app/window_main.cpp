@@ -1,10 +1,10 @@
 #include "engine/RcloneEngine.h"
-#include "engine/RemoteCommands.h"
 #include "platform/AppLogger.h"
 #include "platform/DesktopAppearance.h"
 #include "platform/InotifyFileEventService.h"
 #include "platform/InstanceChannel.h"
 #include "platform/QSettingsStore.h"
+#include "platform/StallProbe.h"
 #include "platform/PowerAndNetwork.h"
 #include "platform/TrayHostWatcher.h"
 #include "platform/XdgAutostartLoginItem.h"
@@ -50,6 +50,7 @@ int main(int argc, char *argv[])
     prepareGraphics();
     QApplication app(argc, argv);
     setUpApplication();
+    StallProbe::startIfWanted(&app);
     // Closing the last window never ends the program behind the quit path's back.
     QApplication::setQuitOnLastWindowClosed(false);
 
@@ -95,13 +96,10 @@ int main(int argc, char *argv[])
     // Signals, logout, shutdown and sleep.
     nimbrell.service()->followSession();
 
-    QObject::connect(&nimbrell, &NimbrellApp::mainWindowShown, &app, [&engine, &app] {
+    QObject::connect(&nimbrell, &NimbrellApp::mainWindowShown, &app, [] {
         // For the start-up benchmark: say when the main window has been drawn.
         if (qEnvironmentVariableIsSet("NIMBRELL_REPORT_STARTUP"))
             std::fputs("nimbrell: main window shown\n", stderr);
-        RemoteCommands::getVersion(engine, &app, [](const RcloneResult<QString> &version) {
-            qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
-        });
     });
     nimbrell.start();
     // Without a tray icon, closing the main window ends the program; a tray

@@ -1,5 +1,4 @@
 #include "cli/CliRunner.h"
-#include "engine/RemoteCommands.h"
 
 #include "cli/CliSupport.h"
 #include "cli/CommandLine.h"
@@ -12,6 +11,7 @@
 #include "platform/DesktopNotifier.h"
 #include "platform/InstallLayout.h"
 #include "platform/InstanceChannel.h"
+#include "platform/StallProbe.h"
 #include "platform/UnixSignalNotifier.h"
 #include "sync/ProblemNotifier.h"
 
@@ -173,6 +173,7 @@ int runHeadless()
     }
     if (!hasRclone())
         return kFailed;
+    StallProbe::startIfWanted(QCoreApplication::instance());
     LocalInstance local(SyncService::Mode::headless, true);
     SyncService &service = local.service();
     local.serve(channel);
@@ -186,9 +187,6 @@ int runHeadless()
     QObject::connect(&notifier, &DesktopNotifier::activated, &service,
                      [] { QProcess::startDetached(InstallLayout::launcherPath(), {}); });
     ProblemNotifier problems(local.manager(), local.settings(), notifier);
-    RemoteCommands::getVersion(local.engine(), &service, [](const RcloneResult<QString> &version) {
-        qCInfo(lcGeneral, "Using %s", qUtf8Printable(version.ok() ? version.value() : version.error().description));
-    });
     return QCoreApplication::exec();
 }
 

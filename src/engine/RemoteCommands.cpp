@@ -3,9 +3,20 @@
 #include "engine/RcloneOutput.h"
 #include "model/RelativePath.h"
 
+#include "platform/AppLogger.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QHash>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QSaveFile>
+#include <QStandardPaths>
+
+#include <sys/stat.h>
 
 namespace RemoteCommands {
 namespace {
@@ -59,10 +70,81 @@ RcloneJob *getSpaceInfo(RcloneEngine &engine, const QString &name, const QObject
                        std::move(done), &parseSpaceInfo);
 }
 
+namespace {
+// What tells one rclone binary from another, for the kept version.
+QString binaryKey(const QString &path)
+{
+    struct stat info;
+    if (::stat(QFile::encodeName(path).constData(), &info) != 0)
+        return {};
+    return QStringLiteral("%1\n%2\n%3\n%4.%5")
+        .arg(path)
+        .arg(info.st_ino)
+        .arg(info.st_size)
+        .arg(info.st_ctim.tv_sec)
+        .arg(info.st_ctim.tv_nsec);
+}
+
+QString versionCachePath()
+{
+    return QStandardPaths::writableLocation(QStandardPaths::GenericCacheLocation) + QStringLiteral("/nimbrell/rclone-version");
+}
+
+QHash<QString, QString> &keptInMemory()
+{
+    static QHash<QString, QString> kept;
+    return kept;
+}
+
+// The kept version of the binary `key`, or none.
+QString keptVersion(const QString &key)
+{
+    QHash<QString, QString> &kept = keptInMemory();
+    if (const auto it = kept.constFind(key); it != kept.cend())
+        return *it;
+    QFile file(versionCachePath());
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QString text = QString::fromUtf8(file.read(64 * 1024));
+    const qsizetype split = text.lastIndexOf(u'\n');
+    if (split < 0 || text.left(split) != key)
+        return {};
+    kept.insert(key, text.mid(split + 1));
+    return text.mid(split + 1);
+}
+
+void keepVersion(const QString &key, const QString &version)
+{
+    keptInMemory().insert(key, version);
+    const QString path = versionCachePath();
+    QDir().mkpath(QFileInfo(path).path());
+    QSaveFile file(path);
+    if (file.open(QIODevice::WriteOnly)) {
+        file.write((key + u'\n' + version).toUtf8());
+        file.commit();
+    }
+}
+} // namespace
+
 RcloneJob *getVersion(RcloneEngine &engine, const QObject *context, RcloneEngine::Done<QString> done)
 {
-    return runAndParse(engine, {QStringLiteral("version")}, context, std::move(done),
-                       [](const QString &output) { return RcloneResult<QString>(parseVersion(output)); });
+    const QString key = binaryKey(engine.rclonePath());
+    if (const QString version = key.isEmpty() ? QString() : keptVersion(key); !version.isEmpty()) {
+        QMetaObject::invokeMethod(context ? const_cast<QObject *>(context) : QCoreApplication::instance(),
+                                  [done = std::move(done), version] {
+                                      if (done)
+                                          done(version);
+                                  }, Qt::QueuedConnection);
+        return nullptr;
+    }
+    return runAndParse(engine, {QStringLiteral("version")}, context, std::move(done), [key](const QString &output) {
+        const QString version = parseVersion(output);
+        if (!key.isEmpty() && !RcloneOutput::nonEmptyLines(output).isEmpty()) {
+            qCInfo(lcEngine, "Using %s", qUtf8Printable(version));
+            keepVersion(key, version);
+        }
+        return RcloneResult<QString>(version);
+    });
 }
 
 RcloneJob *listDirectories(RcloneEngine &engine, const QString &location, const QObject *context,

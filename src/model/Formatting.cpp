@@ -59,28 +59,50 @@ QString percentage(double fraction)
     return QString::number(int(std::trunc(clamped * 100.0))) + u'%';
 }
 
+namespace {
+struct TimeUnit
+{
+    qint64 seconds;
+    const char *singular;
+    const char *plural;
+};
+constexpr TimeUnit kTimeUnits[] = {
+    {365 * 24 * 3600, "year", "years"}, {30 * 24 * 3600, "month", "months"}, {7 * 24 * 3600, "week", "weeks"},
+    {24 * 3600, "day", "days"},         {3600, "hour", "hours"},             {60, "minute", "minutes"},
+    {1, "second", "seconds"},
+};
+} // namespace
+
 QString relativeTime(const QDateTime &date, const QDateTime &now)
 {
     // A date in the future reads as 0 seconds: the clocks disagree a little.
     const qint64 seconds = qMax<qint64>(0, date.secsTo(now));
-    struct Unit
-    {
-        qint64 seconds;
-        const char *singular;
-        const char *plural;
-    };
-    static constexpr Unit kUnits[] = {
-        {365 * 24 * 3600, "year", "years"}, {30 * 24 * 3600, "month", "months"}, {7 * 24 * 3600, "week", "weeks"},
-        {24 * 3600, "day", "days"},         {3600, "hour", "hours"},             {60, "minute", "minutes"},
-        {1, "second", "seconds"},
-    };
-    for (const Unit &unit : kUnits) {
+    for (const TimeUnit &unit : kTimeUnits) {
         if (seconds >= unit.seconds) {
             const qint64 count = seconds / unit.seconds;
             return QString::number(count) + u' ' + QLatin1String(count == 1 ? unit.singular : unit.plural);
         }
     }
     return QStringLiteral("0 seconds");
+}
+
+qint64 msecsUntilRelativeTimeChanges(const QDateTime &date, const QDateTime &now)
+{
+    const qint64 age = date.msecsTo(now);
+    if (age < 0)
+        return -age + 1000; // "0 seconds" until the date, and a second on
+    // The text moves on at the next whole unit, or where the next larger
+    // unit begins (4 weeks turn into 1 month after 30 days, not 35).
+    qint64 larger = 0;
+    for (const TimeUnit &unit : kTimeUnits) {
+        const qint64 unitMs = unit.seconds * 1000;
+        if (age >= unitMs || unit.seconds == 1) {
+            const qint64 next = unitMs - age % unitMs;
+            return larger > 0 ? qMin(next, larger - age) : next;
+        }
+        larger = unitMs;
+    }
+    return 1000;
 }
 
 QString printable(QStringView text)

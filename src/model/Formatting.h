@@ -25,6 +25,9 @@ QString percentage(double fraction);
 // How long ago `date` was, as a count and a unit: "42 seconds", "1 minute",
 // "5 minutes", "2 hours", "3 days", "2 weeks", "4 months", "1 year".
 QString relativeTime(const QDateTime &date, const QDateTime &now);
+// Milliseconds from `now` until relativeTime(date, ·) reads differently:
+// under a minute every second, then at the next whole unit of its text.
+qint64 msecsUntilRelativeTimeChanges(const QDateTime &date, const QDateTime &now);
 
 // Text safe to write to a terminal: every control character but the line
 // feed and the tab (escape sequences, OSC ones included, and C1 controls)

@@ -1,7 +1,9 @@
 #include "platform/InotifyFileEventService.h"
 
 #include "platform/AppLogger.h"
+#include "platform/StallProbe.h"
 
+#include <QDeadlineTimer>
 #include <QFile>
 #include <QPointer>
 #include <QSocketNotifier>
@@ -10,8 +12,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <filesystem>
+#include <dirent.h>
 #include <sys/inotify.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -85,35 +88,58 @@ public:
     }
 
     // Watches a directory and everything below it, each directory before its
-    // entries are read, so nothing created meanwhile goes unseen.
+    // entries are read, so nothing created meanwhile goes unseen. The walk
+    // goes a slice at a time (InotifyFileEventService::walkSlice), so a tree
+    // of any size never holds up the event loop; a directory created while
+    // its parent waits for its turn is walked when the parent is.
     void addTree(const QByteArray &path)
     {
-        namespace fs = std::filesystem;
-        if (m_limitReached || !add(path))
+        if (m_limitReached)
             return;
-        std::error_code error;
-        fs::recursive_directory_iterator it(path.toStdString(), fs::directory_options::skip_permission_denied, error);
-        for (; !error && it != fs::recursive_directory_iterator(); it.increment(error)) {
-            const fs::directory_entry &entry = *it;
-            std::error_code typeError;
-            if (entry.is_symlink(typeError) || !entry.is_directory(typeError))
-                continue;
-            if (isIgnored(QByteArray::fromStdString(entry.path().native()))) {
-                it.disable_recursion_pending();
-                continue;
-            }
-            if (!add(QByteArray::fromStdString(entry.path().native()))) {
+        m_toWalk.append(path);
+        m_service->scheduleWalk();
+    }
+
+    bool isWalking() const { return !m_toWalk.isEmpty(); }
+
+    // Walks queued directories until `deadline`; false when some are left.
+    bool walk(const QDeadlineTimer &deadline)
+    {
+        while (!m_toWalk.isEmpty()) {
+            if (deadline.hasExpired())
+                return false;
+            const QByteArray path = m_toWalk.takeLast();
+            if (!add(path)) {
                 if (m_limitReached)
-                    return;
-                it.disable_recursion_pending();
+                    m_toWalk.clear();
+                continue;
             }
+            DIR *directory = ::opendir(path.constData());
+            if (!directory)
+                continue;
+            while (const dirent *entry = ::readdir(directory)) {
+                const char *name = entry->d_name;
+                if (name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0)))
+                    continue;
+                const QByteArray child = path + '/' + name;
+                bool isDirectory = entry->d_type == DT_DIR;
+                if (entry->d_type == DT_UNKNOWN) { // some file systems leave the type out
+                    struct stat info;
+                    isDirectory = ::lstat(child.constData(), &info) == 0 && S_ISDIR(info.st_mode);
+                }
+                if (isDirectory && !isIgnored(child))
+                    m_toWalk.append(child);
+            }
+            ::closedir(directory);
         }
+        return true;
     }
 
     // Drops the watches of a directory that left the tree and of everything below it.
     void removeTree(const QByteArray &path)
     {
         const QByteArray prefix = path + '/';
+        m_toWalk.removeIf([&](const QByteArray &queued) { return queued == path || queued.startsWith(prefix); });
         const QSet<int> wds = m_wds;
         for (const int wd : wds) {
             const QByteArray &watched = m_service->m_directories.value(wd).path;
@@ -157,6 +183,7 @@ private:
     QSet<int> m_wds;
     QTimer m_batch;
     bool m_limitReached = false;
+    QList<QByteArray> m_toWalk; // directories still to watch and read, the next one last
 };
 
 InotifyFileEventService::InotifyFileEventService(Duration latency, int watchBudget, QObject *parent)
@@ -169,6 +196,9 @@ InotifyFileEventService::InotifyFileEventService(Duration latency, int watchBudg
         qCCritical(lcSyncManager, "Cannot watch folders for changes: %s", std::strerror(errno));
         return;
     }
+    m_walkTimer.setSingleShot(true);
+    m_walkTimer.setInterval(0);
+    m_walkTimer.callOnTimeout(this, [this] { walkSlice(); });
     m_notifier = new QSocketNotifier(m_fd, QSocketNotifier::Read, this);
     connect(m_notifier, &QSocketNotifier::activated, this, &InotifyFileEventService::readEvents);
 }
@@ -184,7 +214,33 @@ InotifyFileEventService::~InotifyFileEventService()
 std::unique_ptr<FileWatch> InotifyFileEventService::watch(const QString &path, const QStringList &ignored,
                                                           Changes onChange)
 {
-    return std::make_unique<InotifyWatch>(this, QFile::encodeName(path), ignored, std::move(onChange));
+    auto watch = std::make_unique<InotifyWatch>(this, QFile::encodeName(path), ignored, std::move(onChange));
+    walkSlice(); // a small tree is watched before this returns
+    return watch;
+}
+
+bool InotifyFileEventService::isWalking() const
+{
+    return std::any_of(m_watches.begin(), m_watches.end(), [](const InotifyWatch *watch) { return watch->isWalking(); });
+}
+
+void InotifyFileEventService::scheduleWalk()
+{
+    if (!m_walkTimer.isActive())
+        m_walkTimer.start();
+}
+
+void InotifyFileEventService::walkSlice()
+{
+    StallProbe::Step step("inotify walk");
+    const QDeadlineTimer deadline(kWalkSlice);
+    bool done = true;
+    for (InotifyWatch *watch : std::as_const(m_watches))
+        done = watch->walk(deadline) && done;
+    if (done)
+        m_walkTimer.stop();
+    else
+        scheduleWalk();
 }
 
 int InotifyFileEventService::addDirectory(InotifyWatch *owner, const QByteArray &path)
@@ -225,8 +281,12 @@ void InotifyFileEventService::removeDirectory(InotifyWatch *owner, int wd)
 
 void InotifyFileEventService::readEvents()
 {
+    StallProbe::Step step("inotify events");
+    // What is left after a slice is read on the next turn: the notifier
+    // fires again while the queue holds events.
+    const QDeadlineTimer deadline(kWalkSlice);
     alignas(inotify_event) char buffer[64 * 1024];
-    for (;;) {
+    while (!deadline.hasExpired()) {
         const ssize_t length = ::read(m_fd, buffer, sizeof buffer);
         if (length <= 0)
             return;

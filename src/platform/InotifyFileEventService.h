@@ -6,6 +6,7 @@
 #include <QList>
 #include <QObject>
 #include <QSet>
+#include <QTimer>
 
 #include <chrono>
 
@@ -17,7 +18,8 @@ class InotifyWatch;
 // deleted or moved out. All trees share one inotify instance (the kernel
 // allows a user only a few instances, but many watches). When the kernel's
 // watch limit is reached, a tree keeps the watches it has and one error line
-// is logged for it.
+// is logged for it. Trees are walked a slice of kWalkSlice at a time, between
+// other events; what `watch` returns watches the rest as the walk proceeds.
 class InotifyFileEventService final : public QObject, public FileEventService
 {
     Q_OBJECT
@@ -37,6 +39,10 @@ public:
 
     // Directories watched for all trees together.
     int watchCount() const { return int(m_directories.size()); }
+    // Some tree is still being walked.
+    bool isWalking() const;
+
+    static constexpr Duration kWalkSlice{8};
 
 private:
     friend class InotifyWatch;
@@ -51,6 +57,8 @@ private:
     int addDirectory(InotifyWatch *owner, const QByteArray &path);
     void removeDirectory(InotifyWatch *owner, int wd);
     void readEvents();
+    void scheduleWalk();
+    void walkSlice();
 
     int m_fd = -1;
     QSocketNotifier *m_notifier = nullptr;
@@ -58,4 +66,5 @@ private:
     int m_watchBudget;
     QHash<int, Directory> m_directories;
     QSet<InotifyWatch *> m_watches;
+    QTimer m_walkTimer;
 };

@@ -26,7 +26,17 @@ AutomaticSync::AutomaticSync(const Context &context, QObject *parent)
         m_globalSyncIntervalMinutes = kDefaultGlobalSyncIntervalMinutes;
     m_periodicTimer.setInterval(m_context.timings.periodicCheck);
     connect(&m_periodicTimer, &QTimer::timeout, this, &AutomaticSync::periodicCheck);
-    m_periodicTimer.start();
+    updatePeriodicTimer();
+}
+
+void AutomaticSync::updatePeriodicTimer()
+{
+    // A tick would do nothing: no timer, and an idle program stays asleep.
+    const bool wanted = m_isGlobalSyncEnabled && m_context.automaticRuns && !m_suspended;
+    if (!wanted)
+        m_periodicTimer.stop();
+    else if (!m_periodicTimer.isActive())
+        m_periodicTimer.start();
 }
 
 AutomaticSync::~AutomaticSync() = default;
@@ -39,6 +49,7 @@ void AutomaticSync::setGlobalSyncEnabled(bool enabled)
     m_context.settings.setBoolValue(kGlobalSyncEnabledKey, enabled);
     if (changed)
         emit isGlobalSyncEnabledChanged(enabled);
+    updatePeriodicTimer();
     updateWatchers();
     if (!m_context.automaticRuns)
         return;
@@ -204,10 +215,11 @@ QStringList AutomaticSync::ownPaths() const
 
 void AutomaticSync::setSuspended(bool suspended)
 {
+    m_suspended = suspended;
     if (suspended)
         m_periodicTimer.stop();
     else
-        m_periodicTimer.start();
+        updatePeriodicTimer();
 }
 
 void AutomaticSync::periodicCheck()

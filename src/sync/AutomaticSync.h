@@ -107,12 +107,14 @@ signals:
 
 private:
     void periodicCheck();
+    void updatePeriodicTimer();
     void updateHold();
 
     Context m_context;
     bool m_isGlobalSyncEnabled = false;
     qint64 m_globalSyncIntervalMinutes = kDefaultGlobalSyncIntervalMinutes;
     QTimer m_periodicTimer;
+    bool m_suspended = false; // asleep: nothing runs until the machine wakes
     std::map<QUuid, std::unique_ptr<FolderWatcher>> m_watchers;
     // Automatic runs a pause or a condition turned away: run once it ends.
     QSet<QUuid> m_missed;

@@ -1,5 +1,6 @@
 #include "sync/FileStates.h"
 
+#include "platform/StallProbe.h"
 #include "engine/Bisync.h"
 #include "model/FilterRules.h"
 #include "model/UuidString.h"
@@ -9,6 +10,8 @@
 #include "sync/SyncManager.h"
 
 #include <QFileInfo>
+
+#include <algorithm>
 #include <QHash>
 #include <QJsonArray>
 
@@ -129,12 +132,10 @@ Subscription::Subscription(const SyncManager &manager, const QJsonObject &reques
         }
     }
     m_coalesce.setSingleShot(true);
-    m_coalesce.setInterval(100);
     connect(&m_coalesce, &QTimer::timeout, this, &Subscription::look);
     const auto changed = [this] {
         m_anyChanged = true;
-        if (!m_coalesce.isActive())
-            m_coalesce.start();
+        lookSoon();
     };
     const FolderRepository &folders = m_manager.repository();
     for (const auto signal : {&FolderRepository::folderInserted, &FolderRepository::folderChanged, &FolderRepository::folderRemoved}) {
@@ -167,8 +168,17 @@ void Subscription::read(const QJsonObject &line)
         m_paths.removeIf(gone);
         m_added.removeIf(gone);
     }
-    if (!m_added.isEmpty() && !m_coalesce.isActive())
-        m_coalesce.start();
+    if (!m_added.isEmpty())
+        lookSoon();
+}
+
+void Subscription::lookSoon()
+{
+    // At most one message per kMinInterval: the first change of a quiet spell
+    // goes out on the next turn (a run's end reaches `sync --wait` at once),
+    // the changes after it together, once the interval has passed.
+    if (!m_coalesce.isActive())
+        m_coalesce.start(std::max<qint64>(0, kMinIntervalMs - m_lastLook.elapsed()));
 }
 
 QJsonArray Subscription::roots() const
@@ -184,6 +194,8 @@ QJsonArray Subscription::roots() const
 
 void Subscription::look()
 {
+    StallProbe::Step step("file states of a subscription");
+    m_lastLook.start();
     // Only the paths just added, unless something may have changed the
     // others' states too.
     QJsonArray changed;

@@ -6,6 +6,7 @@
 #include <QList>
 #include <QObject>
 #include <QSet>
+#include <QElapsedTimer>
 #include <QTimer>
 #include <QString>
 #include <QStringList>
@@ -74,6 +75,7 @@ public:
 
 private:
     void look();
+    void lookSoon();
     QJsonArray roots() const;
 
     const SyncManager &m_manager;
@@ -87,7 +89,9 @@ private:
     Send m_send;
     bool m_foldersChanged = true;
     QHash<QString, QString> m_sent; // path -> the state last sent ("" in no folder)
+    static constexpr qint64 kMinIntervalMs = 100;
     QTimer m_coalesce;
+    QElapsedTimer m_lastLook;
     bool m_first = true;
 };
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 
 #include "platform/FileEventService.h"
+#include "platform/StallProbe.h"
 
 FolderWatcher::FolderWatcher(const QUuid &folderId, const QString &localPath, FileEventService &fileEvents,
                              const SyncTimings &timings, QObject *parent)
@@ -42,23 +43,41 @@ void FolderWatcher::stop()
 
 void FolderWatcher::changesArrived(const QStringList &paths)
 {
-    // Only files the runs leave out changed (an editor's swap files, a build):
-    // nothing to sync.
+    StallProbe::Step step("changes of a watched folder");
     const QString root = m_localPath.endsWith(u'/') ? m_localPath : m_localPath + u'/';
-    const bool onlyExcluded = !paths.isEmpty() && std::all_of(paths.begin(), paths.end(), [&](const QString &path) {
-        return path.startsWith(root) && m_exclusions.excludes(path.mid(root.size()), QFileInfo(path).isDir());
-    });
-    if (onlyExcluded)
-        return;
-    if (paths.isEmpty())
-        m_pending.everything = true;
-    for (const QString &path : paths) {
-        if (m_pending.everything || m_pending.paths.size() >= kMaxPending) {
-            m_pending.everything = true;
-            break;
+    bool everything = paths.isEmpty();
+    if (paths.size() > kClassified) {
+        // A burst this big (an archive unpacked, a build) is not looked at
+        // path by path: everything is pending, unless one directory the runs
+        // leave out holds all of it.
+        QString common = paths.front();
+        for (const QString &path : paths) {
+            while (!common.isEmpty() && !(path == common || path.startsWith(common + u'/')))
+                common.truncate(std::max<qsizetype>(0, common.lastIndexOf(u'/')));
         }
-        if (path.startsWith(root) && !m_exclusions.excludes(path.mid(root.size()), QFileInfo(path).isDir()))
-            m_pending.paths.insert(path.mid(root.size()));
+        if (common.startsWith(root) && m_exclusions.excludes(common.mid(root.size()), true))
+            return;
+        everything = true;
+    }
+    // Otherwise, only files the runs leave out changed (an editor's swap
+    // files): nothing to sync.
+    QList<QString> included;
+    if (!everything) {
+        bool any = false; // the folder itself counts, though it is no path inside
+        for (const QString &path : paths) {
+            if (!path.startsWith(root))
+                any = true;
+            else if (!m_exclusions.excludes(path.mid(root.size()), QFileInfo(path).isDir()))
+                included.append(path.mid(root.size()));
+        }
+        if (!any && included.isEmpty())
+            return;
+    }
+    if (everything || m_pending.paths.size() + included.size() > kMaxPending)
+        m_pending.everything = true;
+    if (!m_pending.everything) {
+        for (const QString &path : std::as_const(included))
+            m_pending.paths.insert(path);
     }
     Q_EMIT pendingChanged();
     // A burst of changes gives one run, `debounce` after its last batch.

@@ -64,6 +64,8 @@ public:
     // and of it what the run under way carries. More than kMaxPending paths,
     // or a batch that named none, make everything pending.
     static constexpr qsizetype kMaxPending = 10000;
+    // A batch of more paths than this makes everything pending at once.
+    static constexpr qsizetype kClassified = 1000;
     bool isPending(const QString &relativePath, bool isDirectory) const;
     bool isCarried(const QString &relativePath, bool isDirectory) const;
 

@@ -1,4 +1,5 @@
 #include "sync/SyncManager.h"
+#include "platform/StallProbe.h"
 #include "engine/LocalRoot.h"
 
 #include "sync/BandwidthLimit.h"
@@ -307,6 +308,7 @@ void SyncManager::resumeRuns()
 
 void SyncManager::runFinished(SyncRun *run, const QStringList &errors, const QStringList &details)
 {
+    StallProbe::Step step("the end of a run");
     const QUuid id = run->folderId();
     const qsizetype row = m_repository.indexOf(id);
     if (row >= 0) {

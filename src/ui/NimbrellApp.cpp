@@ -30,6 +30,8 @@
 #include <QQmlEngine>
 #include <QQuickWindow>
 
+#include <algorithm>
+
 namespace {
 // The QML file of each window identifier.
 QString windowFile(const QString &id)
@@ -142,6 +144,7 @@ QQuickWindow *NimbrellApp::openWindow(const QString &id)
             return nullptr;
         }
         QQmlEngine::setObjectOwnership(window, QQmlEngine::CppOwnership);
+        connect(window, &QWindow::visibilityChanged, this, &NimbrellApp::windowVisibilityChanged);
         // Asynchronous loaders make progress between the frames of a window.
         if (!m_qml->incubationController())
             m_qml->setIncubationController(window->incubationController());
@@ -152,6 +155,14 @@ QQuickWindow *NimbrellApp::openWindow(const QString &id)
     window->raise();
     window->requestActivate();
     return window;
+}
+
+void NimbrellApp::windowVisibilityChanged()
+{
+    // The screens' clock runs only while some window is on screen.
+    m_format->setShown(std::any_of(m_windows.cbegin(), m_windows.cend(), [](const QPointer<QQuickWindow> &window) {
+        return window && window->visibility() != QWindow::Hidden && window->visibility() != QWindow::Minimized;
+    }));
 }
 
 void NimbrellApp::openDashboard()

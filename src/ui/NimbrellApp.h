@@ -144,6 +144,7 @@ Q_SIGNALS:
     void conditionSourcesChanged();
 
 private:
+    void windowVisibilityChanged();
     RcloneEngine &m_engine;
     std::unique_ptr<QQmlEngine> m_qml;
     std::unique_ptr<SyncManager> m_syncManager;

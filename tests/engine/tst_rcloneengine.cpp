@@ -135,6 +135,7 @@ private Q_SLOTS:
         m_home = m_tmp.filePath(QStringLiteral("home dir"));
         QVERIFY(QDir().mkpath(m_home));
         qputenv("HOME", QFile::encodeName(m_home));
+        qputenv("XDG_CACHE_HOME", QFile::encodeName(m_home + "/.cache")); // the kept rclone version
     }
     void cleanupTestCase() { qputenv("HOME", m_realHome); }
     void init()
@@ -662,6 +663,19 @@ private Q_SLOTS:
         QCOMPARE(space.value(), (RemoteSpaceInfo{100, 40, 60, std::nullopt}));
         QCOMPARE(version.value(), "rclone v1.75.2");
         QCOMPARE(remotes.value(), (QList<CloudRemote>{{"gdrive", "drive"}, {"work docs", "alias"}}));
+
+        // The version is kept while the binary is the same file, on disk too.
+        QPointer<RcloneJob> job;
+        const auto kept = resultOf<QString>([&](auto done) { job = RemoteCommands::getVersion(*m_engine, nullptr, done); });
+        QVERIFY(job.isNull());
+        QCOMPARE(kept.value(), "rclone v1.75.2");
+        QCOMPARE(m_fake->calls().size(), 6);
+        QVERIFY(QFile::exists(m_home + "/.cache/nimbrell/rclone-version"));
+        const QString other = m_tmp.filePath("other rclone");
+        QVERIFY(QFile::copy(FakeRclone::path(), other));
+        RcloneEngine otherEngine(other);
+        QCOMPARE(resultOf<QString>([&](auto done) { RemoteCommands::getVersion(otherEngine, nullptr, done); }).value(), "rclone v1.75.2");
+        QCOMPARE(m_fake->calls().size(), 7);
     }
 
     // An answer larger than what is kept is an error, never its first part

@@ -97,6 +97,30 @@ private Q_SLOTS:
         QTRY_COMPARE(service.watchCount(), 4);
     }
 
+    // A big tree is walked a slice at a time, between other events; what is
+    // made meanwhile is watched too, and reported.
+    void walksABigTreeInSlices()
+    {
+        QTemporaryDir root;
+        for (int i = 0; i < 4000; ++i)
+            QVERIFY(QDir().mkpath(root.filePath(QStringLiteral("a/d%1").arg(i))));
+        InotifyFileEventService service(kLatency);
+        Counter counter;
+        const auto watch = service.watch(root.path(), {}, counter.callback());
+        QVERIFY(service.isWalking());
+        QVERIFY(service.watchCount() < 4002);
+        QVERIFY(QDir().mkpath(root.filePath("late/x/y")));
+        writeFile(root.filePath("late/x/y/early.txt"), "x");
+        QTRY_VERIFY(!service.isWalking());
+        QCOMPARE(service.watchCount(), 4002 + 3);
+        QTRY_COMPARE(counter.batches, 1);
+        QVERIFY(counter.paths.contains(root.filePath("late")));
+        writeFile(root.filePath("a/d0/last.txt"), "x");
+        writeFile(root.filePath("late/x/y/after.txt"), "x");
+        QTRY_COMPARE(counter.batches, 2);
+        QCOMPARE(counter.paths, QStringList({root.filePath("a/d0/last.txt"), root.filePath("late/x/y/after.txt")}));
+    }
+
     // A directory ignored as "dir/" is neither watched nor reported, nor is
     // anything below it; a sibling whose name starts the same still is.
     void ignoredDirectoriesAreNotWatched()

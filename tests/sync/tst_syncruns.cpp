@@ -388,6 +388,12 @@ private Q_SLOTS:
         const QString root = folder.localPath + "/";
         QVERIFY(m_fileEvents.lastIgnored.contains(root + "Videos/"));
         m_fileEvents.change(folder.localPath, {root + "draft.tmp", root + "sub/x.tmp", root + ".git/index"});
+        QStringList inGit, unpacked; // bursts too big to look at path by path
+        for (int i = 0; i < 1500; ++i) {
+            inGit << root + ".git/objects/" + QString::number(i);
+            unpacked << root + "unpacked/" + QString::number(i);
+        }
+        m_fileEvents.change(folder.localPath, inGit);
         QTest::qWait(400);
         QCOMPARE(bisyncRemotes().size(), 1);
         m_fileEvents.change(folder.localPath, {root + "draft.tmp", root + "notes.txt"});
@@ -399,6 +405,9 @@ private Q_SLOTS:
         manager.setSelection(folder.id, {{"Videos"}, {}, {}});
         m_fileEvents.change(folder.localPath, {root + "draft.tmp"});
         QTRY_COMPARE(bisyncRemotes().size(), 4);
+        QTRY_COMPARE(manager.folders()[0].status, SyncStatus::success);
+        m_fileEvents.change(folder.localPath, unpacked);
+        QTRY_COMPARE(bisyncRemotes().size(), 5);
     }
 
     // A watcher made during a run knows of it: its changes wait for the run,
