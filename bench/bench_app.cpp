@@ -19,6 +19,7 @@
 #include <QLoggingCategory>
 #include <QProcess>
 #include <QQmlApplicationEngine>
+#include <QQuickStyle>
 #include <QQuickWindow>
 #include <QTemporaryDir>
 #include <QTimer>
@@ -26,6 +27,7 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <memory>
 #include <unistd.h>
 #include <utility>
 #include <vector>
@@ -136,6 +138,7 @@ void measureStartup()
     };
     std::vector<Contender> contenders{
         {"floor: a bare Qt Quick window", QCoreApplication::applicationFilePath(), {QStringLiteral("--floor")}, 0, {}},
+        {"the same with Controls, Fusion, menu", QCoreApplication::applicationFilePath(), {QStringLiteral("--floor-controls")}, 0, {}},
         {"nimbrell, 0 folders", QStringLiteral(NIMBRELL_EXECUTABLE), {}, 0, {}},
         {"nimbrell, 500 folders", QStringLiteral(NIMBRELL_EXECUTABLE), {}, 500, {}},
         {"window program direct, 0 folders", QStringLiteral(NIMBRELL_WINDOW_EXECUTABLE), {}, 0, {}},
@@ -168,12 +171,23 @@ void measureStartup()
 
 // The floor: a bare Qt Quick window of the main window's size, drawn with the
 // same software renderer, that says when its first frame is on screen.
-int runFloor(int argc, char *argv[])
+// With `controls`, the stack the program is built on: QApplication (the
+// tray needs widgets), Qt Quick Controls in the Fusion style, a menu bar.
+int runFloor(int argc, char *argv[], bool controls)
 {
-    QGuiApplication application(argc, argv);
+    std::unique_ptr<QGuiApplication> application =
+        controls ? std::make_unique<QApplication>(argc, argv) : std::make_unique<QGuiApplication>(argc, argv);
     QQmlApplicationEngine engine;
-    engine.loadData("import QtQuick\nWindow { width: 980; height: 660; visible: true; title: \"Floor\"\n"
-                    "Text { anchors.centerIn: parent; text: \"Floor\" } }\n");
+    if (controls) {
+        QQuickStyle::setStyle(QStringLiteral("Fusion"));
+        engine.loadData("import QtQuick\nimport QtQuick.Controls\n"
+                        "ApplicationWindow { width: 980; height: 660; visible: true; title: \"Floor\"\n"
+                        "menuBar: MenuBar { Menu { title: \"&File\"; Action { text: \"&Quit\" } } }\n"
+                        "Label { anchors.centerIn: parent; text: \"Floor\" } }\n");
+    } else {
+        engine.loadData("import QtQuick\nWindow { width: 980; height: 660; visible: true; title: \"Floor\"\n"
+                        "Text { anchors.centerIn: parent; text: \"Floor\" } }\n");
+    }
     auto *window = qobject_cast<QQuickWindow *>(engine.rootObjects().value(0));
     if (!window)
         return 1;
@@ -182,7 +196,7 @@ int runFloor(int argc, char *argv[])
         if (!std::exchange(said, true))
             std::fputs("floor: main window shown\n", stderr);
     });
-    return QGuiApplication::exec();
+    return application->exec();
 }
 
 // Wake-ups of the main thread (voluntary context switches: each is a sleep
@@ -307,8 +321,8 @@ void measureFrames()
 int main(int argc, char *argv[])
 {
     prepareGraphics();
-    if (argc > 1 && qstrcmp(argv[1], "--floor") == 0)
-        return runFloor(argc, argv);
+    if (argc > 1 && (qstrcmp(argv[1], "--floor") == 0 || qstrcmp(argv[1], "--floor-controls") == 0))
+        return runFloor(argc, argv, qstrcmp(argv[1], "--floor-controls") == 0);
     QApplication application(argc, argv);
     std::setvbuf(stdout, nullptr, _IOLBF, 0); // figures show up as they come
     setUpApplication();
