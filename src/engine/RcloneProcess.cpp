@@ -3,6 +3,8 @@
 #include "engine/RcloneEngine.h"
 #include "platform/AppLogger.h"
 
+#include <QDeadlineTimer>
+
 #include <csignal>
 
 #include <fcntl.h>
@@ -24,6 +26,10 @@ RcloneProcess::RcloneProcess(const QString &program, const QStringList &argument
         m_process.setProcessChannelMode(QProcess::ForwardedChannels);
         m_poll.setInterval(kOutputPollInterval);
         connect(&m_poll, &QTimer::timeout, this, [this] { readOutput(); });
+        // What one turn left unread is read on the next, before anything else waits long.
+        m_more.setSingleShot(true);
+        m_more.setInterval(0);
+        connect(&m_more, &QTimer::timeout, this, [this] { readOutput(); });
     } else {
         // Both streams are read as they arrive, so neither pipe can fill up.
         m_process.setProcessChannelMode(QProcess::SeparateChannels);
@@ -45,13 +51,11 @@ RcloneProcess::RcloneProcess(const QString &program, const QStringList &argument
     });
     connect(&m_process, &QProcess::finished, this, [this](int code, QProcess::ExitStatus) {
         m_poll.stop();
-        readOutput();
-        if (m_output == Output::separate)
-            readError();
-        if (!m_pending.isEmpty()) // a last line without a line break
-            emitLine(std::exchange(m_pending, {}));
         m_killTimer.stop();
-        finish({m_cancelled ? Exit::How::cancelled : Exit::How::exited, code, {}});
+        m_exitCode = code;
+        m_exited = true;
+        m_cancelledBeforeExit = m_cancelled; // a cancel while the last lines are read changes nothing
+        readOutput();
     });
     connect(&m_process, &QProcess::errorOccurred, this, [this](QProcess::ProcessError error) {
         if (error == QProcess::FailedToStart)
@@ -115,21 +119,39 @@ void RcloneProcess::readOutput()
             splitLines(m_process.readAllStandardOutput());
         else
             m_outputCut |= !capture(m_standardOutput, m_process.readAllStandardOutput());
+        if (m_exited)
+            finishExited();
         return;
     }
     if (m_outputFd < 0)
         return;
+    // A slice at a time: the lines of a big run (a dry run of 200,000 changes)
+    // are read and handled over several turns of the event loop.
+    const QDeadlineTimer deadline(kReadSlice);
     char buffer[64 * 1024];
-    ssize_t length;
-    while ((length = ::pread(m_outputFd, buffer, sizeof buffer, m_readOffset)) > 0) {
+    ssize_t length = 0;
+    while (!deadline.hasExpired() && (length = ::pread(m_outputFd, buffer, sizeof buffer, m_readOffset)) > 0) {
         m_readOffset += length;
         splitLines(QByteArrayView(buffer, length));
     }
+    if (deadline.hasExpired())
+        m_more.start();
+    else if (m_exited)
+        finishExited();
     if (m_readOffset - m_freedOffset >= kFreeStep) {
         const off_t upTo = m_readOffset - m_readOffset % kFreeStep;
         ::fallocate(m_outputFd, FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE, 0, upTo);
         m_freedOffset = upTo;
     }
+}
+
+void RcloneProcess::finishExited()
+{
+    if (m_output == Output::separate)
+        readError();
+    if (!m_pending.isEmpty()) // a last line without a line break
+        emitLine(std::exchange(m_pending, {}));
+    finish({m_cancelledBeforeExit ? Exit::How::cancelled : Exit::How::exited, m_exitCode, {}});
 }
 
 void RcloneProcess::splitLines(QByteArrayView chunk)

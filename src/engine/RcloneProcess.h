@@ -80,6 +80,9 @@ private:
 
     void finish(const Exit &exit);
     void readOutput();
+    // The output is all read after the exit: the run's end.
+    void finishExited();
+    static constexpr std::chrono::milliseconds kReadSlice{8};
     void splitLines(QByteArrayView chunk);
     void readError() { capture(m_standardError, m_process.readAllStandardError()); }
     // False when some of it did not fit.
@@ -89,6 +92,10 @@ private:
     QProcess m_process;
     QTimer m_killTimer;
     QTimer m_poll;
+    QTimer m_more;
+    bool m_exited = false;
+    bool m_cancelledBeforeExit = false;
+    int m_exitCode = 0;
     Output m_output;
     int m_outputFd = -1;
     off_t m_readOffset = 0;

@@ -4,6 +4,7 @@
 #include "model/Formatting.h"
 #include "model/RelativePath.h"
 #include "platform/AppLogger.h"
+#include "platform/Background.h"
 #include "platform/BookmarkService.h"
 #include "sync/FolderPreferences.h"
 #include "sync/SyncManager.h"
@@ -58,6 +59,7 @@ RecentlyRemoved::RecentlyRemoved(SyncManager &manager, RcloneEngine &engine, Fol
     , m_preferences(preferences)
     , m_clock(std::move(clock))
 {
+    m_localFiles.setMaxThreadCount(1);
 }
 
 QString RecentlyRemoved::refusal(const QUuid &folderId, const std::optional<File> &file) const
@@ -105,18 +107,33 @@ void RecentlyRemoved::list(const QUuid &folderId, const QObject *context, std::f
     const std::optional<SyncFolder> folder = m_manager.folder(folderId);
     if (!folder)
         return done({{}, {QStringLiteral("This folder no longer exists.")}});
-    // Every target is read at once; the listing is complete when the last answers.
-    auto listing = std::make_shared<Listing>(Listing{RemovedFiles::listLocal(folderId), {}});
+    // This computer and every target are read at once; the listing is
+    // complete when the last answers. Walking this computer's kept files and
+    // sorting them all take long with many: on a worker.
+    auto listing = std::make_shared<Listing>();
     auto pending = std::make_shared<qsizetype>(folder->remoteTargets.size() + 1);
-    const auto settle = [listing, pending, context = QPointer<const QObject>(context), done] {
+    const auto settle = [this, listing, pending, context = QPointer<const QObject>(context), done] {
         if (--*pending > 0)
             return;
-        std::sort(listing->files.begin(), listing->files.end(), [](const File &a, const File &b) {
-            return a.removed != b.removed ? a.removed > b.removed : a.path < b.path;
-        });
-        if (context)
-            done(*listing);
+        Background::run(
+            m_localFiles, this,
+            [files = std::exchange(listing->files, {})]() mutable {
+                std::sort(files.begin(), files.end(), [](const File &a, const File &b) {
+                    return a.removed != b.removed ? a.removed > b.removed : a.path < b.path;
+                });
+                return files;
+            },
+            [listing, context, done](QList<File> files) {
+                listing->files = std::move(files);
+                if (context)
+                    done(*listing);
+            });
     };
+    Background::run(m_localFiles, this, [folderId] { return RemovedFiles::listLocal(folderId); },
+                    [listing, settle](const QList<File> &files) {
+                        listing->files.append(files);
+                        settle();
+                    });
     for (const RemoteTarget &target : folder->remoteTargets) {
         auto reader = std::make_shared<RemovedFiles::ListingReader>(target);
         m_engine.runLines(
@@ -143,7 +160,6 @@ void RecentlyRemoved::list(const QUuid &folderId, const QObject *context, std::f
                 settle();
             });
     }
-    settle();
 }
 
 void RecentlyRemoved::restore(const QUuid &folderId, const File &file, bool replace, const QObject *context,
@@ -285,13 +301,28 @@ void RecentlyRemoved::empty(const QUuid &folderId, const QObject *context, std::
     if (const QString refused = refusal(folderId); !refused.isEmpty())
         return done(refused);
     const QList<RemoteTarget> targets = m_manager.folder(folderId)->remoteTargets;
-    if (!RemovedFiles::removeTree(RemovedFiles::localDirectory(folderId)))
-        return done(QStringLiteral("The files removed from this computer could not all be deleted."));
-    // Every target at once; the folder's runs wait for the last.
+    // The folder's runs wait for the last of it: a run would keep files into
+    // what is being deleted here.
     m_manager.runs().hold(folderId);
+    Background::run(
+        m_localFiles, this, [folderId] { return RemovedFiles::removeTree(RemovedFiles::localDirectory(folderId)); },
+        [this, folderId, targets, context = QPointer<const QObject>(context), done](bool removed) {
+            if (removed)
+                return emptyTargets(folderId, targets, context, done);
+            m_manager.runs().release(folderId);
+            if (context)
+                done(QStringLiteral("The files removed from this computer could not all be deleted."));
+        });
+}
+
+void RecentlyRemoved::emptyTargets(const QUuid &folderId, const QList<RemoteTarget> &targets,
+                                   const QPointer<const QObject> &context,
+                                   const std::function<void(const QString &)> &done)
+{
+    // Every target at once.
     auto errors = std::make_shared<QStringList>();
     auto pending = std::make_shared<qsizetype>(targets.size() + 1);
-    const auto settle = [this, folderId, errors, pending, done, context = QPointer<const QObject>(context)] {
+    const auto settle = [this, folderId, errors, pending, done, context] {
         if (--*pending > 0)
             return;
         m_manager.runs().release(folderId);
@@ -322,7 +353,12 @@ void RecentlyRemoved::runFinished(const SyncFolder &folder, const QDateTime &run
 {
     runStopped(folder, runStart, keptOnTargets);
     const QDateTime cutoff = m_clock().addDays(-m_preferences.keepDays(folder.id));
-    RemovedFiles::pruneLocal(folder.id, cutoff);
+    // Only directories of runs before the cutoff go: never the one a run
+    // that starts meanwhile keeps into.
+    Background::run(m_localFiles, this, [folderId = folder.id, cutoff] {
+        RemovedFiles::pruneLocal(folderId, cutoff);
+        return true;
+    }, [](bool) {});
     for (const RemoteTarget &target : folder.remoteTargets) {
         const QStringList old = RemovedFiles::runsBefore(m_preferences.keptRuns(folder.id, target.id), cutoff);
         if (old.isEmpty())

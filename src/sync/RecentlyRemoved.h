@@ -5,6 +5,7 @@
 #include <QHash>
 #include <QObject>
 #include <QPointer>
+#include <QThreadPool>
 #include <QUuid>
 
 #include <functional>
@@ -73,10 +74,15 @@ private:
                      const std::function<void(Outcome, const QString &)> &done);
     void restoreThere(const SyncFolder &folder, const RemovedFiles::File &file, bool replace,
                       const std::function<void(Outcome, const QString &)> &done);
+    void emptyTargets(const QUuid &folderId, const QList<RemoteTarget> &targets, const QPointer<const QObject> &context,
+                      const std::function<void(const QString &error)> &done);
 
     SyncManager &m_manager;
     RcloneEngine &m_engine;
     FolderPreferences &m_preferences;
     std::function<QDateTime()> m_clock;
     QHash<QUuid, QDateTime> m_lastRunStart; // of the runs started here
+    // This computer's kept files are walked, pruned and emptied on a worker,
+    // one at a time: a listing never sees half an emptying.
+    QThreadPool m_localFiles;
 };

@@ -6,6 +6,7 @@
 
 #include "engine/RcloneEngine.h"
 #include "engine/RcloneJob.h"
+#include "platform/Background.h"
 #include "sync/SyncManager.h"
 #include "sync/SyncRun.h"
 
@@ -60,7 +61,8 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
     m_folderId = folderId;
     m_targetId = targetId;
     m_kind = kind;
-    m_plan = {};
+    m_output.clear();
+    m_reportToRemote.reset();
     m_changes.clear();
     m_error.clear();
     m_state = State::previewing;
@@ -78,15 +80,30 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
             m_error = result.error().description;
             return finish(State::failed);
         }
-        m_changes = m_plan.changes(localPath);
-        finish(State::ready);
+        // Reading the plan takes a pattern match per line and a look on disk
+        // per copy to this computer: off the main thread, for one of any size.
+        const int reading = ++m_reading;
+        Background::run(
+            this,
+            [output = std::exchange(m_output, {}), toRemote = m_reportToRemote, localPath] {
+                BisyncPlan plan;
+                for (const QString &line : output)
+                    toRemote ? plan.addReportLine(line, *toRemote) : plan.addLine(line);
+                return plan.changes(localPath);
+            },
+            [this, reading](QList<BisyncPlan::Change> changes) {
+                if (reading != m_reading || m_state != State::previewing)
+                    return; // cancelled meanwhile, maybe previewed anew
+                m_changes = std::move(changes);
+                finish(State::ready);
+            });
     };
     if (selection.direction != SyncDirection::twoWay) {
         OneWayRequest request = probe.oneWayRequest(folder->localPath, *target);
         request.planOnly = true;
+        m_reportToRemote = request.toRemote;
         m_job = m_engine.oneWaySync(request, this, {}, planned);
-        connect(m_job, &RcloneJob::lineRead, this,
-                [this, toRemote = request.toRemote](const QString &line) { m_plan.addReportLine(line, toRemote); });
+        connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_output.append(line); });
     } else {
         BisyncRequest request{folder->localPath, target->remoteName + u':' + target->remotePath, folder->filters,
                               folder->conflictResolution, kind == Kind::resync || !target->hasResynced,
@@ -96,7 +113,7 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
         request.selectionArguments = selection.filterArguments();
         request.followsSelectionChange = m_manager.preferences().followsSelectionChange(folderId, targetId);
         m_job = m_engine.bisync(request, this, {}, planned);
-        connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_plan.addLine(line); });
+        connect(m_job, &RcloneJob::lineRead, this, [this](const QString &line) { m_output.append(line); });
     }
     Q_EMIT stateChanged();
     return true;
@@ -105,9 +122,8 @@ bool SyncReview::preview(const QUuid &folderId, const QUuid &targetId, Kind kind
 void SyncReview::cancel()
 {
     if (m_job)
-        m_job->cancel();
-    else if (m_state != State::previewing)
-        finish(State::idle);
+        return m_job->cancel();
+    finish(State::idle); // a plan still being read is dropped
 }
 
 bool SyncReview::apply()

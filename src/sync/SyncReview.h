@@ -68,7 +68,11 @@ private:
     QUuid m_folderId;
     QUuid m_targetId;
     QPointer<RcloneJob> m_job;
-    BisyncPlan m_plan;
+    // What the dry run printed, read into a plan once it has ended: a one-way
+    // run's report, with the side it changes, or bisync's output.
+    QStringList m_output;
+    std::optional<bool> m_reportToRemote;
+    int m_reading = 0; // the plan being read; an older one is dropped
     QList<BisyncPlan::Change> m_changes;
     QString m_error;
 };

@@ -3,50 +3,35 @@
 #include "sync/SyncManager.h"
 #include "ui/FolderDetailController.h"
 
-#include <QDir>
-
 FolderConflicts::FolderConflicts(FolderDetailController &pane)
     : QObject(&pane)
     , m_pane(pane)
 {
     setObjectName(QStringLiteral("folderConflicts"));
+    // Reading the folder's activity again costs the main thread more the more
+    // conflicts it has: only once a copy has gone.
+    connect(&m_list, &ConflictListModel::copiesGone, this, [this] {
+        if (m_pane.app() && !m_pane.id().isNull())
+            m_pane.app()->syncManager()->conflicts().recheck(m_pane.id());
+    });
 }
 
 void FolderConflicts::reset()
 {
     m_error.clear();
     m_isSettling = false;
-    recheck();
+    m_list.clear();
+    refresh();
     emit changed();
 }
 
-QVariantList FolderConflicts::list() const
+void FolderConflicts::refresh()
 {
     const std::optional<SyncFolder> f = m_pane.folder();
-    if (!f)
-        return {};
-    QVariantList conflicts;
-    for (const ActivityRecord &record : m_pane.app()->syncManager()->conflicts().of(f->id)) {
-        const ConflictCopies copies(f->localPath, record);
-        QVariantList both;
-        for (const ConflictCopies::Copy *copy : {&copies.original(), &copies.renamed()}) {
-            both.append(QVariantMap{
-                {QStringLiteral("path"), copy->path},
-                {QStringLiteral("fileName"), copy->path.section(u'/', -1)},
-                {QStringLiteral("filePath"), QDir(f->localPath).filePath(copy->path)},
-                {QStringLiteral("size"), copy->size},
-                {QStringLiteral("modified"), copy->modified},
-                {QStringLiteral("side"), copy->fromRemote ? record.target : QStringLiteral("this computer")},
-                {QStringLiteral("fromRemote"), copy->fromRemote},
-                {QStringLiteral("keepsName"), copy == &copies.original()},
-            });
-        }
-        conflicts.append(QVariantMap{{QStringLiteral("name"), record.path},
-                                     {QStringLiteral("renamed"), record.renamed},
-                                     {QStringLiteral("time"), record.time},
-                                     {QStringLiteral("copies"), both}});
-    }
-    return conflicts;
+    if (f)
+        m_list.show(f->localPath, m_pane.app()->syncManager()->conflicts().of(f->id));
+    else
+        m_list.clear();
 }
 
 void FolderConflicts::keepCopy(const QString &original, const QString &renamed, int copy)
@@ -72,10 +57,4 @@ void FolderConflicts::settle(const QString &original, const QString &renamed, Co
                                                         m_error = error;
                                                         emit changed();
                                                     });
-}
-
-void FolderConflicts::recheck()
-{
-    if (m_pane.app() && !m_pane.id().isNull())
-        m_pane.app()->syncManager()->conflicts().recheck(m_pane.id());
 }

@@ -1,9 +1,9 @@
 #pragma once
 
 #include "sync/ConflictCopies.h"
+#include "ui/ConflictListModel.h"
 
 #include <QObject>
-#include <QVariantList>
 #include <QtQml/qqmlregistration.h>
 
 class FolderDetailController;
@@ -14,10 +14,8 @@ class FolderConflicts : public QObject
     Q_OBJECT
     QML_ELEMENT
     QML_UNCREATABLE("part of a folder's pane")
-    // The conflicts whose two copies are both still here, newest first:
-    // [{name, time, copies: [{path, fileName, filePath, size, modified, side,
-    // fromRemote, keepsName}]}], the copy that kept the name first.
-    Q_PROPERTY(QVariantList list READ list NOTIFY changed)
+    // The conflicts whose two copies are both still here, newest first.
+    Q_PROPERTY(ConflictListModel *list READ list CONSTANT)
     Q_PROPERTY(QString error READ error NOTIFY changed)
     // A choice is being carried out (the remote's copy replaced).
     Q_PROPERTY(bool isSettling READ isSettling NOTIFY changed)
@@ -25,7 +23,7 @@ class FolderConflicts : public QObject
 public:
     explicit FolderConflicts(FolderDetailController &pane);
 
-    QVariantList list() const;
+    ConflictListModel *list() { return &m_list; }
     const QString &error() const { return m_error; }
     bool isSettling() const { return m_isSettling; }
     // "Keep This": copy 0 (the one that kept the name) or 1 (the renamed one)
@@ -33,10 +31,13 @@ public:
     Q_INVOKABLE void keepCopy(const QString &original, const QString &renamed, int copy);
     // "Keep Both": the renamed copy takes a readable name.
     Q_INVOKABLE void keepBoth(const QString &original, const QString &renamed);
-    // Conflicts settled in a file manager meanwhile drop out.
-    Q_INVOKABLE void recheck();
+    // Conflicts settled in a file manager meanwhile drop out; the copies'
+    // sizes and times are read again.
+    Q_INVOKABLE void recheck() { refresh(); }
 
     void reset();
+    // Shows the folder's open conflicts as they are now.
+    void refresh();
 
 signals:
     void changed();
@@ -47,4 +48,5 @@ private:
     FolderDetailController &m_pane;
     QString m_error;
     bool m_isSettling = false;
+    ConflictListModel m_list{this};
 };

@@ -12,7 +12,11 @@ FolderDetailController::FolderDetailController(QObject *parent)
 }
 
 // The parts are members: they go before the pane's own QObject children.
-FolderDetailController::~FolderDetailController() = default;
+FolderDetailController::~FolderDetailController()
+{
+    if (m_stopStats)
+        *m_stopStats = true;
+}
 
 void FolderDetailController::setApp(NimbrellApp *app)
 {
@@ -35,7 +39,7 @@ void FolderDetailController::setApp(NimbrellApp *app)
         connect(&manager->repository(), &FolderRepository::folderRemoved, this, &FolderDetailController::folderChanged);
         connect(&manager->conflicts(), &OpenConflicts::changed, this, [this](const QUuid &id) {
             if (id == m_folderId)
-                Q_EMIT m_conflicts.changed();
+                m_conflicts.refresh();
         });
     }
     m_recovery.appChanged();
@@ -128,31 +132,32 @@ void FolderDetailController::abortSync()
 
 void FolderDetailController::loadFolderStats()
 {
+    // A walk still under way (of an earlier folder) is not shown, and stops
+    // at its next directory: a worker is not kept busy for nothing.
+    if (m_statsWatcher) {
+        *m_stopStats = true;
+        m_statsWatcher->disconnect(this);
+        m_statsWatcher = nullptr;
+    }
     const std::optional<SyncFolder> f = folder();
     m_statistics.reset();
-    if (!f) {
-        m_isLoadingStats = false;
-        Q_EMIT statisticsChanged();
-        return;
-    }
-    m_isLoadingStats = true;
+    m_isLoadingStats = f.has_value();
     Q_EMIT statisticsChanged();
-    // A walk still under way for an earlier folder is left to finish; only the
-    // latest one is shown.
-    if (m_statsWatcher)
-        m_statsWatcher->disconnect(this);
+    if (!f)
+        return;
     auto *watcher = new QFutureWatcher<FolderStatistics>(this);
     m_statsWatcher = watcher;
+    m_stopStats = std::make_shared<std::atomic_bool>(false);
+    connect(watcher, &QFutureWatcher<FolderStatistics>::finished, watcher, &QObject::deleteLater);
     connect(watcher, &QFutureWatcher<FolderStatistics>::finished, this, [this, watcher] {
-        watcher->deleteLater();
-        if (watcher != m_statsWatcher)
-            return;
         m_statsWatcher = nullptr;
-        m_statistics = watcher->result();
+        m_statistics = watcher->result(); // two figures: the hand-over costs nothing
         m_isLoadingStats = false;
         Q_EMIT statisticsChanged();
     });
-    watcher->setFuture(QtConcurrent::run(&FolderStatistics::of, f->localPath));
+    watcher->setFuture(QtConcurrent::run([path = f->localPath, stop = m_stopStats] {
+        return FolderStatistics::of(path, stop.get());
+    }));
 }
 
 void FolderDetailController::setPaused(bool paused)

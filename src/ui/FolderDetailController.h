@@ -75,6 +75,7 @@ private:
     std::optional<FolderStatistics> m_statistics;
     bool m_isLoadingStats = false;
     QFutureWatcher<FolderStatistics> *m_statsWatcher = nullptr;
+    std::shared_ptr<std::atomic_bool> m_stopStats; // of the walk under way
     FolderEditor m_editor{*this};
     FolderRecovery m_recovery{*this};
     FolderConflicts m_conflicts{*this};

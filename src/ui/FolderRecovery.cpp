@@ -20,9 +20,14 @@ void FolderRecovery::appChanged()
 {
     delete m_review;
     m_review = nullptr;
+    m_changes.setChanges({});
     if (NimbrellApp *app = m_pane.app()) {
         m_review = new SyncReview(*app->syncManager(), *app->engine(), this);
-        connect(m_review, &SyncReview::stateChanged, this, &FolderRecovery::reviewChanged);
+        connect(m_review, &SyncReview::stateChanged, this, [this] {
+            m_changes.setChanges(m_review->state() == SyncReview::State::ready ? m_review->changes()
+                                                                              : QList<BisyncPlan::Change>());
+            emit reviewChanged();
+        });
     }
 }
 
@@ -141,26 +146,11 @@ QString FolderRecovery::reviewError() const
     return m_review ? m_review->error() : QString();
 }
 
-QVariantList FolderRecovery::reviewChanges() const
-{
-    QVariantList changes;
-    if (!m_review || m_review->state() != SyncReview::State::ready)
-        return changes;
-    changes.reserve(m_review->changes().size());
-    for (const BisyncPlan::Change &change : m_review->changes())
-        changes.append(QVariantMap{{QStringLiteral("path"), change.path},
-                                   {QStringLiteral("group"), int(change.group)},
-                                   {QStringLiteral("toRemote"), change.toRemote}});
-    return changes;
-}
-
 QVariantList FolderRecovery::reviewCounts() const
 {
-    QVariantList counts(reviewGroups().size(), 0);
-    if (m_review && m_review->state() == SyncReview::State::ready) {
-        for (const BisyncPlan::Change &change : m_review->changes())
-            counts[int(change.group)] = counts.at(int(change.group)).toInt() + 1;
-    }
+    QVariantList counts;
+    for (const int count : m_changes.counts())
+        counts.append(count);
     return counts;
 }
 

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "ui/ReviewChangesModel.h"
+
 #include <QObject>
 #include <QPointer>
 #include <QStringList>
@@ -27,8 +29,9 @@ class FolderRecovery : public QObject
     Q_PROPERTY(QString reviewState READ reviewState NOTIFY reviewChanged)
     Q_PROPERTY(QString reviewTitle READ reviewTitle NOTIFY reviewChanged)
     Q_PROPERTY(QString reviewError READ reviewError NOTIFY reviewChanged)
-    // [{path, group, toRemote}] with group 0..4 as `reviewGroups` names them.
-    Q_PROPERTY(QVariantList reviewChanges READ reviewChanges NOTIFY reviewChanged)
+    // The files of a ready review, with group 0..4 as `reviewGroups` names
+    // them, and how many each group has.
+    Q_PROPERTY(ReviewChangesModel *reviewChanges READ reviewChanges CONSTANT)
     Q_PROPERTY(QVariantList reviewCounts READ reviewCounts NOTIFY reviewChanged)
     Q_PROPERTY(QStringList reviewGroups READ reviewGroups CONSTANT)
 
@@ -50,7 +53,7 @@ public:
     QString reviewState() const;
     QString reviewTitle() const;
     QString reviewError() const;
-    QVariantList reviewChanges() const;
+    ReviewChangesModel *reviewChanges() { return &m_changes; }
     QVariantList reviewCounts() const;
     static QStringList reviewGroups();
     Q_INVOKABLE void applyReview();
@@ -66,6 +69,7 @@ signals:
 private:
     FolderDetailController &m_pane;
     SyncReview *m_review = nullptr;
+    ReviewChangesModel m_changes{this};
     QPointer<RcloneJob> m_signIn;
     QString m_signInError;
 };

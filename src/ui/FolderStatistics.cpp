@@ -14,8 +14,12 @@ namespace {
 // One directory, read through its file descriptor so that every entry costs
 // one fstatat() and no path building, the way du(1) does it. Entries are
 // taken as they are: links are not followed.
-void walk(int directoryFd, FolderStatistics &statistics)
+void walk(int directoryFd, FolderStatistics &statistics, const std::atomic_bool *stop)
 {
+    if (stop && stop->load(std::memory_order_relaxed)) {
+        close(directoryFd);
+        return;
+    }
     DIR *directory = fdopendir(directoryFd);
     if (!directory) {
         close(directoryFd);
@@ -28,7 +32,7 @@ void walk(int directoryFd, FolderStatistics &statistics)
         if (entry->d_type == DT_DIR) {
             const int child = openat(dirfd(directory), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             if (child >= 0)
-                walk(child, statistics);
+                walk(child, statistics, stop);
             continue;
         }
         struct stat info;
@@ -37,7 +41,7 @@ void walk(int directoryFd, FolderStatistics &statistics)
         if (S_ISDIR(info.st_mode)) { // a file system that does not report types
             const int child = openat(dirfd(directory), name, O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
             if (child >= 0)
-                walk(child, statistics);
+                walk(child, statistics, stop);
             continue;
         }
         ++statistics.fileCount;
@@ -48,11 +52,11 @@ void walk(int directoryFd, FolderStatistics &statistics)
 
 } // namespace
 
-FolderStatistics FolderStatistics::of(const QString &path)
+FolderStatistics FolderStatistics::of(const QString &path, const std::atomic_bool *stop)
 {
     FolderStatistics statistics;
     const int root = open(QFile::encodeName(path).constData(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
     if (root >= 0)
-        walk(root, statistics);
+        walk(root, statistics, stop);
     return statistics;
 }

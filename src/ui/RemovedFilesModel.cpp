@@ -2,6 +2,7 @@
 
 #include "model/Formatting.h"
 #include "model/UuidString.h"
+#include "platform/StallProbe.h"
 #include "sync/SyncManager.h"
 
 RemovedFilesModel::RemovedFilesModel(QObject *parent)
@@ -100,7 +101,8 @@ void RemovedFilesModel::reload()
     m_app->syncManager()->recentlyRemoved().list(m_folderId, this,
                                                  [this, generation](const RecentlyRemoved::Listing &listing) {
         if (generation != m_generation)
-            return;
+            return; // another folder's
+        StallProbe::Step step("kept files list");
         // The names rows show, as the folder is now.
         const std::optional<SyncFolder> folder = m_app->syncManager()->folder(m_folderId);
         m_folderName = folder ? folder->name : QString();

@@ -347,6 +347,26 @@ private Q_SLOTS:
         QVERIFY(description.size() < 16 * 64 * 1024); // the tail, not the output
     }
 
+    // A big output is read a slice at a time, other events handled between
+    // its lines (here all of it is there before the first read), and the call
+    // ends after its last line.
+    void bigOutputIsReadInSlices()
+    {
+        m_fake->script("bisync.1", "seq 1 300000; sleep 0.3; exit 1\n");
+        int lines = 0, linesWhenOthersRan = -1;
+        Outcome<std::monostate> outcome;
+        RcloneJob *job = m_engine->bisync(request(), nullptr, {}, outcome.callback());
+        connect(job, &RcloneJob::lineRead, this, [&](const QString &) {
+            if (++lines == 1)
+                QTimer::singleShot(0, this, [&] { linesWhenOthersRan = lines; });
+        });
+        QTest::ignoreMessage(QtCriticalMsg, QRegularExpression("^Bisync failed with status 1: "));
+        QVERIFY(outcome.wait());
+        QCOMPARE(lines, 300000);
+        QVERIFY2(linesWhenOthersRan > 0 && linesWhenOthersRan < lines, qPrintable(QString::number(linesWhenOthersRan)));
+        QVERIFY(outcome.result->error().description.endsWith("\n300000"));
+    }
+
     // What a bisync call makes of rclone's outcome: its recovery from a lock
     // or a resync demand, at most once, and the cases where it must not.
     void bisyncOutcomes_data()

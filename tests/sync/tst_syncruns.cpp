@@ -15,10 +15,14 @@
 #include "sync/FolderWatcher.h"
 #include "sync/RemovedFiles.h"
 #include "sync/SyncManager.h"
+#include "sync/SyncReview.h"
 
+#include <QScopeGuard>
+#include <QSemaphore>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTest>
+#include <QThreadPool>
 
 using namespace std::chrono_literals;
 
@@ -240,6 +244,48 @@ private Q_SLOTS:
         QCOMPARE(m_fake->calls().size(), before); // not even a listing
         QVERIFY(manager.folders()[0].lastError->contains("empty current Path1 listing"));
         QCOMPARE(manager.problems(folder.id).value(0).kind, SyncProblem::Kind::emptySide);
+    }
+
+    // A review's plan is read on a worker: cancelled meanwhile, it is
+    // dropped, also once the next review is under way, and the folder's runs
+    // wait for it no longer.
+    void reviewCancelledWhileItsPlanIsRead()
+    {
+        for (const char *call : {"bisync.1", "bisync.2"})
+            m_fake->script(call, "echo 'NOTICE: " + QByteArray(call) + ".txt: Skipped copy as --dry-run is set'\n");
+        SyncManager manager(environment());
+        const SyncFolder folder = makeFolder("Docs", 1);
+        manager.addFolder(folder);
+        // Every worker busy: the plans wait to be read.
+        QThreadPool *pool = QThreadPool::globalInstance();
+        QSemaphore busy;
+        for (int i = 0; i < pool->maxThreadCount(); ++i)
+            pool->start([&busy] { busy.acquire(); });
+        bool freed = false;
+        const auto free = [&] {
+            if (std::exchange(freed, true))
+                return;
+            busy.release(pool->maxThreadCount());
+            pool->waitForDone();
+            QCoreApplication::sendPostedEvents();
+        };
+        const auto freeOnFailure = qScopeGuard(free);
+        SyncReview review(manager, *m_engine);
+        const auto previewed = [&] {
+            QVERIFY(review.preview(folder.id, folder.remoteTargets[0].id, SyncReview::Kind::changes));
+            QTRY_COMPARE(m_engine->activeJobCount(), 0);
+            QCOMPARE(review.state(), SyncReview::State::previewing);
+            QVERIFY(manager.runs().isHeld(folder.id));
+        };
+        previewed();
+        review.cancel();
+        QCOMPARE(review.state(), SyncReview::State::idle);
+        QVERIFY(!manager.runs().isHeld(folder.id));
+        previewed();
+        free();
+        QCOMPARE(review.state(), SyncReview::State::ready);
+        QCOMPARE(review.changes().size(), 1);
+        QCOMPARE(review.changes().first().path, "bisync.2.txt");
     }
 
     // A cancelled run shows idle at once and runs no further target; the run

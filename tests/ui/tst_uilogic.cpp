@@ -84,6 +84,15 @@ private Q_SLOTS:
         row("weeks", ago(15 * 86400), "2 weeks");
         row("months", ago(70 * 86400), "2 months");
         row("a year", ago(400 * 86400), "1 year");
+        // When the text changes next, in ms: every second under a minute, then
+        // at the next whole unit or where the next larger one begins.
+        const auto next = [now](qint64 ms) { return QString::number(Formatting::msecsUntilRelativeTimeChanges(now.addMSecs(-ms), now)); };
+        row("next: 0.4 s", next(400), "600");
+        row("next: 59.5 s", next(59500), "500");
+        row("next: 5 minutes 20 s", next(320000), "40000");
+        row("next: 3 hours", next(3 * 3600000), "3600000");
+        row("next: 4 weeks turn into 1 month", next(29 * 86400000LL), "86400000");
+        row("next: in the future", next(-2000), "3000");
 
         using Formatting::formatByteCount;
         row("zero bytes", formatByteCount(0), "0 B");
@@ -116,6 +125,34 @@ private Q_SLOTS:
         QFETCH(QString, text);
         QFETCH(QString, expected);
         QCOMPARE(text, expected);
+    }
+
+    // The screens' clock ticks when a relative time on screen reads
+    // differently next, never more often, and not at all while no window shows.
+    void clockTicksOnlyForTextsOnScreen()
+    {
+        Format format;
+        QSignalSpy ticks(&format, &Format::nowChanged);
+        QCOMPARE(format.msecsToTick(), -1);
+        const QDateTime now = format.now();
+        QCOMPARE(format.relativeTime(now.addSecs(-320), format.now()), "5 minutes");
+        QVERIFY(format.msecsToTick() > 30000 && format.msecsToTick() <= 40005);
+        format.relativeTime(now.addMSecs(-10300), format.now());
+        QVERIFY(format.msecsToTick() <= 705);
+
+        format.setShown(false);
+        QCOMPARE(format.msecsToTick(), -1);
+        format.relativeTime(now.addSecs(-5), format.now());
+        QCOMPARE(format.msecsToTick(), -1);
+        format.setShown(true); // the texts catch up at once; none is on screen now
+        QCOMPARE(ticks.size(), 1);
+        QCOMPARE(format.msecsToTick(), -1);
+
+        // A text under a minute: a tick a second, each one read again.
+        connect(&format, &Format::nowChanged, &format, [&] { format.relativeTime(now, format.now()); });
+        Q_EMIT format.nowChanged();
+        QTRY_COMPARE_WITH_TIMEOUT(ticks.size(), 4, 2500);
+        QVERIFY(format.msecsToTick() >= 0 && format.msecsToTick() <= 1005);
     }
 
     // The tray names each syncing folder, with its target when it has a valid

@@ -27,7 +27,7 @@ Card {
             Icon { name: "doc.on.doc.fill"; color: app.theme.orange; size: 18 }
             Label {
                 objectName: "conflictsTitle"
-                text: card.conflicts.list.length === 1 ? "1 Conflict" : card.conflicts.list.length + " Conflicts"
+                text: card.conflicts.list.count === 1 ? "1 Conflict" : card.conflicts.list.count + " Conflicts"
                 font.weight: Font.DemiBold
             }
         }
@@ -46,14 +46,26 @@ Card {
             wrapMode: Text.Wrap
             color: app.theme.red
         }
-        Repeater {
+        // Only the conflicts in view are made: a few fit, the rest scroll.
+        ListView {
+            id: list
+            Layout.fillWidth: true
+            Layout.preferredHeight: Math.min(contentHeight, 480)
+            interactive: contentHeight > height
+            clip: true
+            spacing: 10
+            boundsBehavior: Flickable.StopAtBounds
             model: card.conflicts.list
+            ScrollBar.vertical: ScrollBar { policy: list.interactive ? ScrollBar.AsNeeded : ScrollBar.AlwaysOff }
             delegate: ColumnLayout {
                 id: conflict
-                required property var modelData
+                required property string name
+                required property string renamed
+                required property var time
+                required property var copies
                 required property int index
-                objectName: "conflict_" + modelData.name
-                Layout.fillWidth: true
+                objectName: "conflict_" + name
+                width: ListView.view.width
                 spacing: 6
                 Rectangle {
                     visible: conflict.index > 0
@@ -66,13 +78,13 @@ Card {
                     spacing: 8
                     Label {
                         Layout.fillWidth: true
-                        text: conflict.modelData.name
+                        text: conflict.name
                         textFormat: Text.PlainText
                         elide: Text.ElideMiddle
                         font.weight: Font.Medium
                     }
                     Label {
-                        text: "Changed on both sides " + app.format.relativeTime(conflict.modelData.time, app.format.now) + " ago"
+                        text: "Changed on both sides " + app.format.relativeTime(conflict.time, app.format.now) + " ago"
                         color: app.theme.secondary
                         font.pixelSize: 12
                     }
@@ -81,11 +93,11 @@ Card {
                         text: "Keep Both"
                         toolTip: "Keep both copies, the other one under a name with the date"
                         enabled: !card.syncing && !card.conflicts.isSettling
-                        onClicked: card.conflicts.keepBoth(conflict.modelData.name, conflict.modelData.renamed)
+                        onClicked: card.conflicts.keepBoth(conflict.name, conflict.renamed)
                     }
                 }
                 Repeater {
-                    model: conflict.modelData.copies
+                    model: conflict.copies
                     delegate: Rectangle {
                         id: copy
                         required property var modelData
@@ -142,7 +154,7 @@ Card {
                                          ? "Keep this copy; the other one goes to the trash"
                                          : "Keep this copy under the original name; the other one goes to the trash"
                                 enabled: !card.syncing && !card.conflicts.isSettling
-                                onClicked: card.conflicts.keepCopy(conflict.modelData.name, conflict.modelData.renamed, copy.index)
+                                onClicked: card.conflicts.keepCopy(conflict.name, conflict.renamed, copy.index)
                             }
                         }
                     }

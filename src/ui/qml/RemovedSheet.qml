@@ -90,6 +90,7 @@ Dialog {
             Layout.fillWidth: true
             Layout.fillHeight: true
             clip: true
+            reuseItems: true
             boundsBehavior: Flickable.StopAtBounds
             activeFocusOnTab: true
             keyNavigationEnabled: true

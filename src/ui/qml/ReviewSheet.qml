@@ -11,11 +11,8 @@ Dialog {
     required property FolderRecovery controller
     property string filter: ""
     readonly property string state_: controller.reviewState
-    readonly property var shown: {
-        const needle = filter.toLowerCase()
-        const all = controller.reviewChanges
-        return needle === "" ? all : all.filter(c => c.path.toLowerCase().indexOf(needle) >= 0)
-    }
+    readonly property ReviewChangesModel changes: controller.reviewChanges
+    readonly property var groups: controller.reviewGroups
 
     objectName: "reviewSheet"
     modal: true
@@ -28,6 +25,7 @@ Dialog {
     Overlay.modal: Rectangle { color: Qt.rgba(0, 0, 0, 0.3) }
     background: SheetBackground {}
     onVisibleChanged: if (!visible) filter = ""
+    onFilterChanged: changes.filter = filter
 
     header: Label {
         leftPadding: 16
@@ -84,12 +82,12 @@ Dialog {
             }
         }
         Label {
-            visible: sheet.state_ === "ready" && sheet.controller.reviewChanges.length === 0
+            visible: sheet.state_ === "ready" && sheet.changes.total === 0
             text: "Nothing would change."
             color: app.theme.secondary
         }
         AppTextField {
-            visible: sheet.state_ === "ready" && sheet.controller.reviewChanges.length > 0
+            visible: sheet.state_ === "ready" && sheet.changes.total > 0
             Layout.fillWidth: true
             placeholderText: "Filter files"
             text: sheet.filter
@@ -101,27 +99,31 @@ Dialog {
             Layout.fillWidth: true
             Layout.fillHeight: true
             clip: true
-            model: sheet.shown
+            reuseItems: true
+            model: sheet.changes
             ScrollBar.vertical: ScrollBar {}
             delegate: RowLayout {
-                required property var modelData
+                id: change
+                required property string path
+                required property int group
+                required property bool toRemote
+                readonly property bool deletes: group === 2 || group === 3
                 width: ListView.view.width
                 height: 26
                 spacing: 8
                 Icon {
-                    name: modelData.group === 2 || modelData.group === 3 ? "trash"
-                        : modelData.toRemote ? "cloud.fill" : "house.fill"
-                    color: modelData.group === 2 || modelData.group === 3 ? app.theme.red : app.theme.blue
+                    name: change.deletes ? "trash" : change.toRemote ? "cloud.fill" : "house.fill"
+                    color: change.deletes ? app.theme.red : app.theme.blue
                     size: 14
                 }
                 Label {
                     Layout.fillWidth: true
-                    text: modelData.path
+                    text: change.path
                     textFormat: Text.PlainText
                     elide: Text.ElideMiddle
                 }
                 Label {
-                    text: sheet.controller.reviewGroups[modelData.group]
+                    text: sheet.groups[change.group]
                     color: app.theme.secondary
                 }
             }

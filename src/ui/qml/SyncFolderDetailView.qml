@@ -262,7 +262,7 @@ Item {
 
                 ConflictList {
                     objectName: "conflicts"
-                    visible: !controller.editor.isEditing && controller.conflicts.list.length > 0
+                    visible: !controller.editor.isEditing && controller.conflicts.list.count > 0
                     Layout.fillWidth: true
                     Layout.leftMargin: 24
                     Layout.rightMargin: 24
