@@ -34,7 +34,9 @@ private Q_SLOTS:
         program.start(executable);
         QVERIFY(program.waitForStarted());
         QByteArray log;
-        QTRY_VERIFY_WITH_TIMEOUT((log += program.readAllStandardError()).contains("Using rclone v1."), 10000);
+        // The remote list, read once the window is up, is the bundled rclone's.
+        QTRY_VERIFY_WITH_TIMEOUT((log += program.readAllStandardError()).contains("rclone execution successful"), 10000);
+        QVERIFY(log.contains("Executing rclone with arguments: [\"listremotes\", \"--long\"]"));
         QVERIFY(log.contains("running: 0 sync folder(s), automatic sync off, every 60 minutes"));
         QCOMPARE(program.state(), QProcess::Running);
         program.terminate();
