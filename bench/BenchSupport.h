@@ -40,17 +40,23 @@ inline double median(std::vector<double> values)
     return percentile(std::move(values), 0.5);
 }
 
-// Resident memory of a process, from /proc; KiB.
-inline long residentKiB(const QString &pid = QStringLiteral("self"))
+// A memory figure of a process from /proc/PID/status ("VmRSS:" resident,
+// "VmHWM:" its peak); KiB.
+inline long statusKiB(const QString &pid, const char *field)
 {
     QFile status(QStringLiteral("/proc/%1/status").arg(pid));
     if (!status.open(QIODevice::ReadOnly))
         return 0;
     for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmRSS:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
+        if (line.startsWith(field))
+            return line.mid(qstrlen(field)).trimmed().split(' ').value(0).toLong();
     }
     return 0;
+}
+
+inline long residentKiB(const QString &pid = QStringLiteral("self"))
+{
+    return statusKiB(pid, "VmRSS:");
 }
 
 

@@ -160,19 +160,6 @@ void windowWhile(const char *what, const QString &root)
     std::printf("  %-52s window's first frame %7.1f ms; longest stall %s\n", what, frame, qPrintable(longestStall(log)));
 }
 
-// Peak resident memory (VmHWM) of a running process; KiB.
-long peakKiB(qint64 pid)
-{
-    QFile status(QStringLiteral("/proc/%1/status").arg(pid));
-    if (!status.open(QIODevice::ReadOnly))
-        return 0;
-    for (const QByteArray &line : status.readAll().split('\n')) {
-        if (line.startsWith("VmHWM:"))
-            return line.mid(6).trimmed().split(' ').value(0).toLong();
-    }
-    return 0;
-}
-
 // The arguments of the bisync a process runs, from /proc.
 QStringList bisyncArguments(qint64 parent)
 {
@@ -211,7 +198,7 @@ Timed syncThroughNimbrell(const QString &name)
     sync.waitForStarted();
     Timed timed;
     while (!sync.waitForFinished(2)) {
-        timed.peakKiB = std::max(timed.peakKiB, peakKiB(sync.processId()));
+        timed.peakKiB = std::max(timed.peakKiB, statusKiB(QString::number(sync.processId()), "VmHWM:"));
         if (timed.bisync.isEmpty())
             timed.bisync = bisyncArguments(sync.processId());
     }
