@@ -104,7 +104,12 @@ void NimbrellApp::openFolder(const QUuid &id)
 
 NimbrellApp::~NimbrellApp()
 {
-    // Windows first: their bindings read the objects below.
+    // Windows first: their bindings read the objects below. A window being
+    // destroyed is hidden on the way and says so: not to us any more.
+    for (const QPointer<QQuickWindow> &window : std::as_const(m_windows)) {
+        if (window)
+            window->disconnect(this);
+    }
     for (const QPointer<QQuickWindow> &window : std::as_const(m_windows))
         delete window.data();
 }
