@@ -1,19 +1,19 @@
 #include "sync/FileStates.h"
 
-#include "platform/StallProbe.h"
 #include "engine/Bisync.h"
 #include "model/FilterRules.h"
 #include "model/UuidString.h"
+#include "platform/StallProbe.h"
 #include "sync/FolderWatcher.h"
 #include "sync/RemovedFiles.h"
 #include "sync/FolderLocation.h"
 #include "sync/SyncManager.h"
 
 #include <QFileInfo>
-
-#include <algorithm>
 #include <QHash>
 #include <QJsonArray>
+
+#include <algorithm>
 
 namespace FileStates {
 

@@ -1,5 +1,4 @@
 #include "sync/SyncManager.h"
-#include "platform/StallProbe.h"
 #include "engine/LocalRoot.h"
 
 #include "sync/BandwidthLimit.h"
@@ -13,6 +12,7 @@
 #include "platform/AppLogger.h"
 #include "platform/PrivateFiles.h"
 #include "platform/SettingsStore.h"
+#include "platform/StallProbe.h"
 
 #include <QDir>
 #include <QSet>
